@@ -1,0 +1,302 @@
+#include "util/reader_writer_lock.h"
+
+#include <algorithm>
+
+#include "platform/system_time.h"
+#include "platform/thread.h"
+
+namespace {
+
+// A wait is cut into slices, after each of which the counts are looked at again: the event's own
+// budget wraps after some seconds, and a wait that fails must not become a loop without pause.
+constexpr unsigned int kSliceMs = 1000;
+constexpr unsigned int kPauseWithoutEventMs = 2;
+
+constexpr std::uint32_t kReadMask = 0xFFFF;
+constexpr std::uint32_t kOneWrite = 0x10000;
+
+class SectionHold {
+ public:
+  explicit SectionHold(CReaderWriterLockNonReentrance& lock) : lock_(lock) { lock_.EnterCS(); }
+  ~SectionHold() { lock_.LeaveCS(); }
+  SectionHold(const SectionHold&) = delete;
+  SectionHold& operator=(const SectionHold&) = delete;
+
+ private:
+  CReaderWriterLockNonReentrance& lock_;
+};
+
+}  // namespace
+
+class CReaderWriterLockNonReentrance::Deadline {
+ public:
+  explicit Deadline(unsigned int timeoutMs) : start_(GetTickCount()), timeoutMs_(timeoutMs) {}
+
+  unsigned int RemainingMs() const {
+    if (timeoutMs_ >= INFINITE) return INFINITE;
+    const unsigned int elapsed = GetTickCount() - start_;
+    return elapsed < timeoutMs_ ? timeoutMs_ - elapsed : 0;
+  }
+
+ private:
+  unsigned int start_;
+  unsigned int timeoutMs_;
+};
+
+CReaderWriterLockNonReentrance::CReaderWriterLockNonReentrance() {
+  InitializeCriticalSection(&section_);
+}
+
+CReaderWriterLockNonReentrance::~CReaderWriterLockNonReentrance() {
+  CloseEvent(writerEvent_);
+  CloseEvent(readerEvent_);
+  DeleteCriticalSection(&section_);
+}
+
+void CReaderWriterLockNonReentrance::Sleep(EventHandle event, unsigned int timeoutMs) {
+  LeaveCS();
+  if (event == nullptr || WaitForEvent(event, std::min(timeoutMs, kSliceMs)) == WAIT_FAILED) {
+    ::Sleep(std::min(timeoutMs, kPauseWithoutEventMs));
+  }
+  EnterCS();
+}
+
+void CReaderWriterLockNonReentrance::CountWriter() {
+  // From now on new readers wait, so the event that let the last ones through is taken back.
+  if (writers_++ == 0 && readerEvent_ != nullptr) ResetEvent(readerEvent_);
+}
+
+void CReaderWriterLockNonReentrance::UncountWriter() {
+  if (--writers_ > 0) return;
+  CloseEvent(writerEvent_);
+  writerEvent_ = nullptr;
+  if (readerEvent_ != nullptr) SetEvent(readerEvent_);
+}
+
+bool CReaderWriterLockNonReentrance::EnterAsReader(unsigned int timeoutMs) {
+  if (writers_ == 0) {
+    ++readers_;
+    return true;
+  }
+  return timeoutMs != 0 && WaitAsReader(timeoutMs);
+}
+
+bool CReaderWriterLockNonReentrance::WaitAsReader(unsigned int timeoutMs) {
+  const Deadline deadline(timeoutMs);
+  ++waitingReaders_;
+  if (readerEvent_ == nullptr) readerEvent_ = CreateEvent(nullptr, 1, 0, nullptr);
+  bool entered = false;
+  while (!entered) {
+    const unsigned int remaining = deadline.RemainingMs();
+    if (remaining > 0) Sleep(readerEvent_, remaining);
+    if (writers_ == 0) {
+      ++readers_;
+      entered = true;
+    } else if (remaining == 0) {
+      break;
+    } else if (readerEvent_ != nullptr) {
+      // A waiter that woke before the writer came may have set the event again behind its back.
+      ResetEvent(readerEvent_);
+    }
+  }
+  if (--waitingReaders_ == 0) {
+    CloseEvent(readerEvent_);
+    readerEvent_ = nullptr;
+  }
+  return entered;
+}
+
+bool CReaderWriterLockNonReentrance::EnterAsWriter(unsigned int timeoutMs) {
+  if (writers_ == 0 && readers_ == 0) {
+    CountWriter();
+    writing_ = true;
+    return true;
+  }
+  return timeoutMs != 0 && WaitAsWriter(timeoutMs);
+}
+
+bool CReaderWriterLockNonReentrance::WaitAsWriter(unsigned int timeoutMs) {
+  const Deadline deadline(timeoutMs);
+  CountWriter();
+  if (writerEvent_ == nullptr) writerEvent_ = CreateEvent(nullptr, 0, 0, nullptr);
+  while (true) {
+    const unsigned int remaining = deadline.RemainingMs();
+    if (remaining > 0) Sleep(writerEvent_, remaining);
+    if (!writing_ && readers_ == 0) {
+      writing_ = true;
+      return true;
+    }
+    if (remaining == 0) {
+      UncountWriter();
+      return false;
+    }
+  }
+}
+
+void CReaderWriterLockNonReentrance::LeaveAsReader() {
+  if (readers_ == 0) return;
+  if (--readers_ == 0 && writerEvent_ != nullptr) SetEvent(writerEvent_);
+}
+
+void CReaderWriterLockNonReentrance::LeaveAsWriter() {
+  if (!writing_) return;
+  writing_ = false;
+  UncountWriter();
+  if (writerEvent_ != nullptr) SetEvent(writerEvent_);
+}
+
+void CReaderWriterLockNonReentrance::Downgrade() {
+  if (!writing_) return;
+  writing_ = false;
+  ++readers_;
+  UncountWriter();
+}
+
+void CReaderWriterLockNonReentrance::ConvertOnlyReader() {
+  readers_ = 0;
+  CountWriter();
+  writing_ = true;
+}
+
+bool CReaderWriterLockNonReentrance::Upgrade(unsigned int timeoutMs) {
+  if (readers_ == 0) return false;
+  if (readers_ == 1) {
+    ConvertOnlyReader();
+    return true;
+  }
+  if (timeoutMs == 0) return false;
+  --readers_;
+  if (WaitAsWriter(timeoutMs)) return true;
+  if (writers_ == 0) {
+    ++readers_;
+    return false;
+  }
+  WaitAsReader(INFINITE);
+  if (readers_ != 1) return false;
+  ConvertOnlyReader();
+  return true;
+}
+
+bool CReaderWriterLockNonReentrance::AcquireReaderLock(unsigned int timeoutMs) {
+  const SectionHold section(*this);
+  return EnterAsReader(timeoutMs);
+}
+
+void CReaderWriterLockNonReentrance::ReleaseReaderLock() {
+  const SectionHold section(*this);
+  LeaveAsReader();
+}
+
+bool CReaderWriterLockNonReentrance::AcquireWriterLock(unsigned int timeoutMs) {
+  const SectionHold section(*this);
+  return EnterAsWriter(timeoutMs);
+}
+
+void CReaderWriterLockNonReentrance::ReleaseWriterLock() {
+  const SectionHold section(*this);
+  LeaveAsWriter();
+}
+
+void CReaderWriterLockNonReentrance::DowngradeFromWriterLock() {
+  const SectionHold section(*this);
+  Downgrade();
+}
+
+bool CReaderWriterLockNonReentrance::UpgradeToWriterLock(unsigned int timeoutMs) {
+  const SectionHold section(*this);
+  return timeoutMs != 0 && Upgrade(timeoutMs);
+}
+
+CReaderWriterLock::SThreadStateInfo* CReaderWriterLock::Find(std::uint32_t threadId) {
+  for (SThreadStateInfo& record : threads_) {
+    if (record.threadId == threadId) return &record;
+  }
+  return nullptr;
+}
+
+void CReaderWriterLock::Remove(SThreadStateInfo* record) {
+  threads_.erase(threads_.begin() + (record - threads_.data()));
+}
+
+bool CReaderWriterLock::AcquireReaderLock(unsigned int timeoutMs) {
+  const std::uint32_t self = GetCurrentThreadId();
+  const SectionHold section(*this);
+  if (SThreadStateInfo* record = Find(self)) {
+    if ((record->state & kReadMask) == kReadMask) return false;
+    ++record->state;
+    return true;
+  }
+  if (!EnterAsReader(timeoutMs)) return false;
+  threads_.push_back({self, 1});
+  return true;
+}
+
+void CReaderWriterLock::ReleaseReaderLock() {
+  const std::uint32_t self = GetCurrentThreadId();
+  const SectionHold section(*this);
+  SThreadStateInfo* record = Find(self);
+  if (record == nullptr || (record->state & kReadMask) == 0) return;
+  if (--record->state != 0) return;
+  Remove(record);
+  LeaveAsReader();
+}
+
+bool CReaderWriterLock::AcquireWriterLock(unsigned int timeoutMs) {
+  const std::uint32_t self = GetCurrentThreadId();
+  const SectionHold section(*this);
+  SThreadStateInfo* record = Find(self);
+  if (record == nullptr) {
+    if (!EnterAsWriter(timeoutMs)) return false;
+    threads_.push_back({self, kOneWrite});
+    return true;
+  }
+  if (record->state >= kReadMask * kOneWrite) return false;
+  if (record->state < kOneWrite) {
+    if (!Upgrade(timeoutMs)) return false;
+    record = Find(self);  // others came and went during the wait
+  }
+  record->state += kOneWrite;
+  return true;
+}
+
+void CReaderWriterLock::ReleaseWriterLock() {
+  const std::uint32_t self = GetCurrentThreadId();
+  const SectionHold section(*this);
+  SThreadStateInfo* record = Find(self);
+  if (record == nullptr || record->state < kOneWrite) return;
+  record->state -= kOneWrite;
+  if (record->state >= kOneWrite) return;
+  if (record->state > 0) {
+    Downgrade();
+  } else {
+    Remove(record);
+    LeaveAsWriter();
+  }
+}
+
+void CReaderWriterLock::ReleaseAllLocks() {
+  const std::uint32_t self = GetCurrentThreadId();
+  const SectionHold section(*this);
+  SThreadStateInfo* record = Find(self);
+  if (record == nullptr) return;
+  const bool writes = record->state >= kOneWrite;
+  Remove(record);
+  if (writes) {
+    LeaveAsWriter();
+  } else {
+    LeaveAsReader();
+  }
+}
+
+std::uint32_t CReaderWriterLock::GetCurrentThreadStatus() {
+  const std::uint32_t self = GetCurrentThreadId();
+  const SectionHold section(*this);
+  const SThreadStateInfo* record = Find(self);
+  return record == nullptr ? 0 : record->state;
+}
+
+void CReaderWriterLock::GetCurrentThreadStatus(std::uint32_t& readers, std::uint32_t& writers) {
+  const std::uint32_t state = GetCurrentThreadStatus();
+  readers = state & kReadMask;
+  writers = state / kOneWrite;
+}

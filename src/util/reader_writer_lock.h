@@ -1,0 +1,126 @@
+// Reader-writer locks with time-outs in which waiting writers go before new readers.
+//
+// Time-outs are in milliseconds: 0 does not wait, 0x7FFFFFFF waits without limit. Waits poll, so a
+// waiter reacts within about two milliseconds. A lock must outlive every call on it.
+//
+// State of a lock, and what an arriving thread meets:
+//
+//   writers counted   readers holding   a new reader       a new writer
+//   0                 0                 enters             enters
+//   0                 some              enters             waits for the readers
+//   some, one holds   0                 waits              waits for the holder
+//   some, all wait    some              waits              waits for the readers
+//
+// A release by a writer hands the lock to another waiting writer before any reader.
+#pragma once
+
+#include <cstdint>
+#include <vector>
+
+#include "platform/sync.h"
+
+/// The plain lock: it knows no owners, so a thread that acquires it twice waits for itself. Any
+/// thread may call any operation; a release of what is not held changes nothing.
+class CReaderWriterLockNonReentrance {
+ public:
+  CReaderWriterLockNonReentrance();
+  ~CReaderWriterLockNonReentrance();
+  CReaderWriterLockNonReentrance(const CReaderWriterLockNonReentrance&) = delete;
+  CReaderWriterLockNonReentrance& operator=(const CReaderWriterLockNonReentrance&) = delete;
+
+  /// True when the lock was acquired, false when the time ran out.
+  bool AcquireReaderLock(unsigned int timeoutMs);
+  void ReleaseReaderLock();
+  /// A writer whose time runs out while nobody holds the lock gets it all the same.
+  bool AcquireWriterLock(unsigned int timeoutMs);
+  void ReleaseWriterLock();
+
+  /// Turns the caller's write hold into a read hold; waiting writers go on waiting for it.
+  void DowngradeFromWriterLock();
+  /// Turns the caller's read hold into a write hold: at once for the only reader, else by giving
+  /// the read hold up and waiting as a writer, so others may write in between. On failure the
+  /// caller has its read hold again, however long that takes; a time-out of 0 fails at once.
+  bool UpgradeToWriterLock(unsigned int timeoutMs);
+
+  /// The section that guards the counts, for callers that look at several things at once.
+  void EnterCS() { EnterCriticalSection(&section_); }
+  void LeaveCS() { LeaveCriticalSection(&section_); }
+
+ protected:
+  // All below are called, and return, inside the critical section.
+  bool EnterAsReader(unsigned int timeoutMs);
+  bool EnterAsWriter(unsigned int timeoutMs);
+  void LeaveAsReader();
+  void LeaveAsWriter();
+  void Downgrade();
+  bool Upgrade(unsigned int timeoutMs);
+
+ private:
+  class Deadline;
+  bool WaitAsReader(unsigned int timeoutMs);
+  bool WaitAsWriter(unsigned int timeoutMs);
+  void Sleep(EventHandle event, unsigned int timeoutMs);
+  void CountWriter();
+  void UncountWriter();
+  void ConvertOnlyReader();
+
+  CriticalSection section_;
+  EventHandle writerEvent_ = nullptr;  // auto-reset; exists while a writer waits or may have to
+  EventHandle readerEvent_ = nullptr;  // manual-reset; exists while a reader waits
+  std::uint32_t writers_ = 0;          // holding or waiting
+  std::uint32_t readers_ = 0;          // holding
+  std::uint32_t waitingReaders_ = 0;
+  bool writing_ = false;  // one of the counted writers holds the lock
+};
+
+/// The lock that knows its owners: a thread may acquire it again, read while it writes, and write
+/// while it reads (an upgrade, as above). Holds are counted per thread, up to 65,535 of a kind.
+class CReaderWriterLock : private CReaderWriterLockNonReentrance {
+ public:
+  bool AcquireReaderLock(unsigned int timeoutMs);
+  void ReleaseReaderLock();
+  bool AcquireWriterLock(unsigned int timeoutMs);
+  /// The last write release of a thread that still reads leaves it a read hold.
+  void ReleaseWriterLock();
+  /// Gives up every hold of the calling thread at once.
+  void ReleaseAllLocks();
+
+  /// The calling thread's holds: reads in the low 16 bits, writes in the high 16 bits.
+  std::uint32_t GetCurrentThreadStatus();
+  void GetCurrentThreadStatus(std::uint32_t& readers, std::uint32_t& writers);
+
+ private:
+  struct SThreadStateInfo {
+    std::uint32_t threadId;
+    std::uint32_t state;
+  };
+  SThreadStateInfo* Find(std::uint32_t threadId);
+  void Remove(SThreadStateInfo* record);
+
+  std::vector<SThreadStateInfo> threads_;  // in the order of their first holds
+};
+
+/// Holds a lock for reading, or for writing, for the time of a scope; waits without limit.
+template <class Lock>
+class ReadHold {
+ public:
+  explicit ReadHold(Lock& lock) : lock_(lock) { lock_.AcquireReaderLock(INFINITE); }
+  ~ReadHold() { lock_.ReleaseReaderLock(); }
+  ReadHold(const ReadHold&) = delete;
+  ReadHold& operator=(const ReadHold&) = delete;
+
+ private:
+  Lock& lock_;
+};
+
+template <class Lock>
+class WriteHold {
+ public:
+  explicit WriteHold(Lock& lock) : lock_(lock) { lock_.AcquireWriterLock(INFINITE); }
+  ~WriteHold() { lock_.ReleaseWriterLock(); }
+  WriteHold(const WriteHold&) = delete;
+  WriteHold& operator=(const WriteHold&) = delete;
+
+ private:
+  Lock& lock_;
+};
