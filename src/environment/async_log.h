@@ -1,0 +1,57 @@
+// The writer behind the log: a text in memory and at most one background write at a time.
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#include "util/reader_writer_lock.h"
+
+/// Appends a batch to a file, which is opened and closed for it. A file that cannot be opened loses
+/// the batch.
+void WriteLogAsync(const std::string& filePath, std::string_view text);
+
+/// One thread that writes one batch after another; it is started by the first.
+class LogWriterThread {
+ public:
+  ~LogWriterThread() { Join(); }
+
+  bool Busy() const { return busy_.load(std::memory_order_acquire); }
+  /// Takes the text, leaving `text` empty with the memory of an earlier batch. Only while not busy.
+  /// Returns false, the text untouched, when there is no thread to be had.
+  bool Start(const std::string& filePath, std::string& text);
+  /// Waits for the running batch and ends the thread.
+  void Join();
+
+ private:
+  void Run();
+
+  std::thread thread_;
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  std::atomic<bool> busy_{false};
+  bool stopping_ = false;
+  std::string filePath_;
+  std::string text_;
+};
+
+/// Collects lines and hands them to the background writer. Any thread may call.
+class CAsyncLogging {
+ public:
+  /// Appends the entry to the pending text, and starts a write of all that is pending for that file
+  /// unless one is running. Returns false when the entry was dropped: after Close, or when the disk
+  /// has not kept up for so long that too much is pending.
+  bool Log(std::string_view entry, const std::string& filePath);
+  /// Waits for the running write, writes what is pending and drops everything that comes later.
+  void Close();
+
+ private:
+  CReaderWriterLockNonReentrance lock_;
+  std::string pending_;
+  std::string lastFile_;
+  bool closed_ = false;
+  LogWriterThread writer_;
+};

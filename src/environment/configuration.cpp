@@ -1,0 +1,97 @@
+#include "environment/configuration.h"
+
+#include <strings.h>
+
+#include "environment/configuration_lock.h"
+#include "environment/logging.h"
+#include "environment/paths.h"
+#include "platform/system_time.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr DWORD kValueBytes = 2048;
+
+void LogLostWrite(const char* key, const char* value) {
+  LogDebug("Set configuration to init file failed. Key = %s, Value = %s. (%d)", key, value,
+           GetLastError());
+}
+
+}  // namespace
+
+std::string GetConfigurationfromInitFile(const char* key, const char* def, const char* section,
+                                         const char* file) {
+  if (section == nullptr) section = DEFAULT_SECTION;
+  if (def == nullptr) def = "";
+  char value[kValueBytes];
+  DWORD length;
+  {
+    const ReadHold hold(ConfigurationLock());
+    length = GetPrivateProfileStringA(section, key, def, value, kValueBytes, file);
+  }
+  return length == 0 ? def : value;
+}
+
+std::string GetConfigurationfromInitFile(const char* key, const char* def, const char* section) {
+  return GetConfigurationfromInitFile(key, def, section, GetInitFileCString());
+}
+
+bool GetConfigurationfromInitFile(const char* key, const char* def) {
+  return TextToBool(GetConfigurationfromInitFile(key, def, DEFAULT_SECTION));
+}
+
+void SetConfigurationToInitFile(const char* key, const char* value, const char* section,
+                                const char* file) {
+  if (section == nullptr) section = DEFAULT_SECTION;
+  const WriteHold hold(ConfigurationLock());
+  if (!WritePrivateProfileStringA(section, key, value, file)) LogLostWrite(key, value);
+}
+
+void SetConfigurationToInitFile(const char* key, const char* value, const char* section) {
+  SetConfigurationToInitFile(key, value, section, GetInitFileCString());
+}
+
+void SetConfigurationToInitFile(const char* key, int value, const char* section) {
+  SetConfigurationToInitFile(key, std::to_string(value).c_str(), section);
+}
+
+void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section) {
+  if (section == nullptr) section = DEFAULT_SECTION;
+  const WriteHold hold(ConfigurationLock());
+  if (WritePrivateProfileEntries(section, entries, GetInitFileCString())) return;
+  for (const auto& [key, value] : entries) {
+    LogLostWrite(std::string(key).c_str(), std::string(value).c_str());
+  }
+}
+
+const char* BoolToText(bool value) {
+  return value ? "TRUE" : "FALSE";
+}
+
+bool TextToBool(const std::string& text) {
+  return ::strcasecmp(text.c_str(), "TRUE") == 0;
+}
+
+std::string GetLatestSourceName(int& type) {
+  const std::string stored = GetConfigurationfromInitFile("LatestSourceType", "", DEFAULT_SECTION);
+  if (stored.empty()) return "";
+  type = TextToInt(stored.c_str());
+  return GetConfigurationfromInitFile("LatestSourceName", "", DEFAULT_SECTION);
+}
+
+void SetLatestSourceName(int type, const char* name) {
+  SetConfigurationToInitFile("LatestSourceType", type, DEFAULT_SECTION);
+  SetConfigurationToInitFile("LatestSourceName", name, DEFAULT_SECTION);
+}
+
+std::string GetSavedAccessPwd() {
+  return GetConfigurationfromInitFile("AccessPwd", "", DEFAULT_SECTION);
+}
+
+void SetAccessPwd(const char* text) {
+  SetConfigurationToInitFile("AccessPwd", text, DEFAULT_SECTION);
+}
+
+bool GetIfOnlyLoadMarviqueSignedModule() {
+  return GetConfigurationfromInitFile("OnlyLoadMarviqueSignedModule", "TRUE");
+}

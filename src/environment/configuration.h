@@ -1,0 +1,50 @@
+// The configuration store: typed reads and writes of the service's INI files.
+//
+// Nothing is cached: every read reads the file and every write rewrites it, so that settings take
+// effect without a restart and the processes of the service share one truth. Values longer than
+// 2,046 characters are cut on reading. A missing or unreadable file gives the defaults. Any thread
+// may call.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "platform/profile.h"
+
+/// The section of all settings that name no other.
+inline constexpr const char* DEFAULT_SECTION = "QV";
+
+/// The stored text, or the default when the key is missing or empty. A null section is "QV", an
+/// empty one is the section with the empty name; a null default is "". Without a file: the main
+/// configuration file. The count of arguments alone selects the form.
+std::string GetConfigurationfromInitFile(const char* key, const char* def, const char* section,
+                                         const char* file);
+std::string GetConfigurationfromInitFile(const char* key, const char* def, const char* section);
+/// A boolean of the main configuration file, section "QV": true only for "TRUE" in any case. The
+/// default is a text, too.
+bool GetConfigurationfromInitFile(const char* key, const char* def);
+
+/// Store a value. A value that could not be stored leaves a Debug line and the old file.
+void SetConfigurationToInitFile(const char* key, const char* value, const char* section,
+                                const char* file);
+void SetConfigurationToInitFile(const char* key, const char* value, const char* section);
+void SetConfigurationToInitFile(const char* key, int value, const char* section);
+/// Booleans are stored as "TRUE" and "FALSE": say which text is meant.
+void SetConfigurationToInitFile(const char* key, bool value, const char* section) = delete;
+/// Stores several values of one section of the main configuration file in one step.
+void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section);
+
+/// The stored form of a boolean, and its reading: only "TRUE", in any case, is true.
+const char* BoolToText(bool value);
+bool TextToBool(const std::string& text);
+
+/// The type and name of the source that was used last. The read leaves `type` untouched and returns
+/// "" when none is stored.
+std::string GetLatestSourceName(int& type);
+void SetLatestSourceName(int type, const char* name);
+
+/// The access password, as the caller chose to store it.
+std::string GetSavedAccessPwd();
+void SetAccessPwd(const char* text);
+
+bool GetIfOnlyLoadMarviqueSignedModule();

@@ -1,0 +1,6 @@
+#include "environment/configuration_lock.h"
+
+CReaderWriterLock& ConfigurationLock() {
+  static CReaderWriterLock lock;
+  return lock;
+}

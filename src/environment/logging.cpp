@@ -1,0 +1,235 @@
+#include "environment/logging.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <exception>
+#include <new>
+#include <string_view>
+
+#include "environment/async_log.h"
+#include "environment/configuration_lock.h"
+#include "environment/paths.h"
+#include "environment/work_mode.h"
+#include "platform/diagnostics.h"
+#include "platform/profile.h"
+#include "platform/text.h"
+#include "platform/thread.h"
+#include "util/cutil.h"
+
+namespace {
+
+constinit std::atomic<bool> g_fullLogging{false};
+
+// The log outlives every other static object of the module: whatever is destroyed at unload may
+// still log. Its closer waits for the running write and writes what is pending.
+CAsyncLogging& TheLog() {
+  alignas(CAsyncLogging) static unsigned char storage[sizeof(CAsyncLogging)];
+  static CAsyncLogging* const log = new (storage) CAsyncLogging;
+  return *log;
+}
+
+struct LogCloser {
+  ~LogCloser() { TheLog().Close(); }
+} g_logCloser;
+
+// The error code of the moment of the call, given back to the caller at the end: a log line reads
+// files and must not change what its caller is about to look at.
+class ErrnoKeeper {
+ public:
+  ~ErrnoKeeper() { errno = saved_; }
+  int saved() const { return saved_; }
+
+ private:
+  const int saved_ = errno;
+};
+
+// One number of the configuration file, section "QV". The file is read on every call.
+int ReadNumber(const char* key, const char* def, int valueIfEmpty) {
+  char text[64];
+  DWORD length;
+  {
+    const ReadHold hold(ConfigurationLock());
+    length = GetPrivateProfileStringA("QV", key, def, text, sizeof text, GetInitFileCString());
+  }
+  return length == 0 ? valueIfEmpty : TextToInt(text);
+}
+
+bool IsKept(int level) {
+  return (GetLogLevel() & level) != 0;
+}
+
+void AppendNumber(std::string& out, int value, int width, char fill) {
+  char digits[16];
+  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  const int length = static_cast<int>(end - digits);
+  if (length < width) out.append(static_cast<std::size_t>(width - length), fill);
+  out.append(digits, end);
+}
+
+// "[Process:%6d Thread:%6d] [%02d/%02d/%04d %02d:%02d:%02d.%03d] [%s-%d-%d]: ", written out by hand
+// because it is most of what a line costs its caller.
+void AppendPrefix(std::string& out, int level) {
+  static const int process = static_cast<int>(GetCurrentProcessId());
+  const _SYSTEMTIME now = CUtil::GetLocalTime();
+  out += "[Process:";
+  AppendNumber(out, process, 6, ' ');
+  out += " Thread:";
+  AppendNumber(out, static_cast<int>(GetCurrentThreadId()), 6, ' ');
+  out += "] [";
+  AppendNumber(out, now.wMonth, 2, '0');
+  out += '/';
+  AppendNumber(out, now.wDay, 2, '0');
+  out += '/';
+  AppendNumber(out, now.wYear, 4, '0');
+  out += ' ';
+  AppendNumber(out, now.wHour, 2, '0');
+  out += ':';
+  AppendNumber(out, now.wMinute, 2, '0');
+  out += ':';
+  AppendNumber(out, now.wSecond, 2, '0');
+  out += '.';
+  AppendNumber(out, now.wMilliseconds, 3, '0');
+  out += "] [";
+  out += GetLogTypeStr(level);
+  out += '-';
+  AppendNumber(out, static_cast<int>(GetProcessMode()), 0, ' ');
+  out += '-';
+  AppendNumber(out, ReadNumber("WorkMode", "0", 0), 0, ' ');
+  out += "]: ";
+}
+
+// Builds an entry and queues it; the filter has been asked already.
+int Queue(int level, std::string_view text, std::string_view data, bool hasData, int error) {
+  try {
+    std::string entry;
+    entry.reserve(160 + text.size() + data.size());
+    AppendPrefix(entry, level);
+    entry += text;
+    if ((level & LOG_LEVEL_ERROR) != 0) {
+      entry += " GetLastError = ";
+      AppendNumber(entry, error, 0, ' ');
+    }
+    entry += '\n';
+    if (hasData) {
+      entry += data;
+      entry += '\n';
+    }
+    return TheLog().Log(entry, GetLogFile()) ? 1 : 0;
+  } catch (const std::exception&) {
+    return 0;
+  }
+}
+
+__attribute__((format(printf, 2, 0))) int FormatAndQueue(int level, const char* format,
+                                                         std::va_list arguments, int error) {
+  if (format == nullptr) return 0;
+  char shortText[1024];
+  std::va_list again;
+  va_copy(again, arguments);
+  const int length = std::vsnprintf(shortText, sizeof shortText, format, arguments);
+  int result = 0;
+  if (length >= 0 && static_cast<std::size_t>(length) < sizeof shortText) {
+    result = Queue(level, {shortText, static_cast<std::size_t>(length)}, {}, false, error);
+  } else if (length > 0) {
+    try {
+      std::string text(static_cast<std::size_t>(length), '\0');
+      std::vsnprintf(text.data(), text.size() + 1, format, again);
+      result = Queue(level, text, {}, false, error);
+    } catch (const std::exception&) {
+      result = 0;
+    }
+  }
+  va_end(again);
+  return result;
+}
+
+}  // namespace
+
+int LogErr(const char* format, ...) {
+  const ErrnoKeeper error;
+  if (!IsKept(LOG_LEVEL_ERROR)) return 0;
+  std::va_list arguments;
+  va_start(arguments, format);
+  const int result = FormatAndQueue(LOG_LEVEL_ERROR, format, arguments, error.saved());
+  va_end(arguments);
+  return result;
+}
+
+int LogInfo(const char* format, ...) {
+  const ErrnoKeeper error;
+  if (!IsKept(LOG_LEVEL_INFO)) return 0;
+  std::va_list arguments;
+  va_start(arguments, format);
+  const int result = FormatAndQueue(LOG_LEVEL_INFO, format, arguments, error.saved());
+  va_end(arguments);
+  return result;
+}
+
+int LogDebug(const char* format, ...) {
+  const ErrnoKeeper error;
+  if (!IsKept(LOG_LEVEL_DEBUG)) return 0;
+  std::va_list arguments;
+  va_start(arguments, format);
+  const int result = FormatAndQueue(LOG_LEVEL_DEBUG, format, arguments, error.saved());
+  va_end(arguments);
+  return result;
+}
+
+int LogDebug(const char* text, const unsigned char* data, unsigned int length) {
+  return WriteLog(LOG_LEVEL_DEBUG, text, data, length);
+}
+
+int WriteLog(int level, const char* format, std::va_list arguments) {
+  const ErrnoKeeper error;
+  return IsKept(level) ? FormatAndQueue(level, format, arguments, error.saved()) : 0;
+}
+
+int WriteLog(int level, const char* text, const unsigned char* data, unsigned int length) {
+  const ErrnoKeeper error;
+  if (text == nullptr || !IsKept(level)) return 0;
+  const std::string_view bytes(reinterpret_cast<const char*>(data), data == nullptr ? 0 : length);
+  return Queue(level, text, bytes, data != nullptr, error.saved());
+}
+
+const char* GetLogTypeStr(int level) {
+  constexpr struct {
+    int bit;
+    const char* name;
+  } kNames[] = {{LOG_LEVEL_NULL, "NULL"},
+                {LOG_LEVEL_ERROR, "Error"},
+                {LOG_LEVEL_INFO, "Info"},
+                {LOG_LEVEL_DEBUG, "Debug"},
+                {LOG_LEVEL_VERBOSE, "Verbose"}};
+  for (const auto& [bit, name] : kNames) {
+    if ((level & bit) != 0) return name;
+  }
+  return "";
+}
+
+int GetLogLevel() {
+  return GetFullLogging() ? LOG_LEVEL_FULL : GetLogLevelInLocal();
+}
+
+int GetLogLevelInLocal() {
+  return ReadNumber("LogLevel", "1", LOG_LEVEL_NULL);
+}
+
+bool GetFullLogging() {
+  return g_fullLogging.load(std::memory_order_relaxed);
+}
+
+void SetFullLogging(bool full) {
+  g_fullLogging.store(full, std::memory_order_relaxed);
+}
+
+void ConnectPlatformLog() {
+  static constexpr LogSink kSink = {[] { return IsKept(LOG_LEVEL_DEBUG); },
+                                    [](const char* format, std::va_list arguments) {
+                                      WriteLog(LOG_LEVEL_DEBUG, format, arguments);
+                                    }};
+  SetLogSink(&kSink);
+}

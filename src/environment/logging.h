@@ -1,0 +1,47 @@
+// The service's text log.
+//
+// Each line carries process and thread, a local time stamp, its level and the two work modes. The
+// level filter is read from the configuration file for every line, so that editing one key changes
+// a running service; full logging ("LogLevel" 14 at start-up or by SetLogLevel) spares that read.
+// A caller formats its line and appends it to a text in memory; a background thread writes that
+// text to the file. At most one write runs at a time: lines that arrive meanwhile are written
+// together, in order, after the next call that finds the writer idle, or when the module unloads.
+//
+// Any thread may log. No call throws, and errno is the caller's afterwards.
+#pragma once
+
+#include <cstdarg>
+#include <string>
+
+inline constexpr int LOG_LEVEL_NULL = 1;
+inline constexpr int LOG_LEVEL_ERROR = 2;
+inline constexpr int LOG_LEVEL_INFO = 4;
+inline constexpr int LOG_LEVEL_DEBUG = 8;
+inline constexpr int LOG_LEVEL_VERBOSE = 16;
+/// Errors, infos and debug lines: the filter of full logging.
+inline constexpr int LOG_LEVEL_FULL = 14;
+
+/// Each returns nonzero when the line was queued, 0 when it was filtered out or could not be made.
+/// An Error line ends with the errno of the moment of the call.
+int LogErr(const char* format, ...) __attribute__((format(printf, 1, 2)));
+int LogInfo(const char* format, ...) __attribute__((format(printf, 1, 2)));
+int LogDebug(const char* format, ...) __attribute__((format(printf, 1, 2)));
+/// A Debug line of the text as it is, with `length` raw bytes and a line feed behind it.
+int LogDebug(const char* text, const unsigned char* data, unsigned int length);
+
+int WriteLog(int level, const char* format, std::va_list arguments)
+    __attribute__((format(printf, 2, 0)));
+int WriteLog(int level, const char* text, const unsigned char* data, unsigned int length);
+
+/// "NULL", "Error", "Info", "Debug" or "Verbose" by the level's lowest bit of those, else "".
+const char* GetLogTypeStr(int level);
+
+/// The filter in force: 14 under full logging, else GetLogLevelInLocal.
+int GetLogLevel();
+/// The configured filter, read from the file: key "LogLevel", 1 when it is missing.
+int GetLogLevelInLocal();
+bool GetFullLogging();
+void SetFullLogging(bool full);
+
+/// Makes the platform layer's Log write here.
+void ConnectPlatformLog();

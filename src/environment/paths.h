@@ -1,0 +1,56 @@
+// The process-wide names and places: where the service lives and what it is called. This file only
+// keeps them; InitProgramInfo (program_information.h) fills them once, before the first command.
+//
+// All getters return copies. They may be called from any thread.
+#pragma once
+
+#include <string>
+
+/// Everything that is known once the work folder is.
+struct ProgramPaths {
+  std::string work, log, cache, upload, cert, dump;
+  std::string secondLog;  // where the scanning process logs
+  std::string securityException;
+  std::string config, userConfig, serviceConfig;
+  std::string certFile, privateKeyFile, firefoxCert;
+  std::string logFile, scanLogFile;
+};
+
+/// Stores the whole set, keeping a short copy of the configuration file's name for the hot readers.
+void SetProgramPaths(const ProgramPaths& paths);
+
+/// The folders end in "/".
+std::string GetWorkPath();
+std::string GetLogPath();
+std::string GetCachePath();
+std::string GetUploadPath();
+std::string GetCertPath();
+std::string GetDumpPath();
+/// The folder of the web front end, without a trailing "/".
+std::string GetNginxWorkPath();
+
+std::string GetSecurityExceptionFile();
+std::string GetInitFile();
+std::string GetServiceConfigName();
+std::string GetUserConfigFile();
+std::string GetSSLCertFile();
+std::string GetSSLPriKeyFile();
+std::string GetFirefoxCert();
+/// The log file of this process: the scanning process has its own.
+std::string GetLogFile();
+
+/// The configuration file as a C string of at most 1,023 characters, "" before start-up. The
+/// pointer stays valid and its text is written once, before the first command.
+const char* GetInitFileCString();
+
+/// File names without a folder.
+std::string GetConfigName();
+std::string GetUserConfigName();
+std::string GetPortLockName();
+
+/// The running executable; the host may replace it by its own value.
+std::string GetExeFile();
+void SetExeFile(const char* file);
+/// The module's file as the host told it, "" until then.
+std::string GetModulePath();
+void SetModulePath(const char* file);

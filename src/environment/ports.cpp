@@ -1,0 +1,154 @@
+#include "environment/ports.h"
+
+#include <utility>
+
+#include "environment/configuration.h"
+#include "environment/configuration_lock.h"
+#include "environment/module_identity.h"
+#include "environment/paths.h"
+#include "environment/work_mode.h"
+#include "platform/file_content.h"
+#include "platform/text.h"
+
+namespace {
+
+constexpr int kMostEntriesWithoutCount = 10;
+
+// The ports that this process has set, guarded by the configuration lock.
+struct OwnPorts {
+  PortMap plain, secure;
+};
+
+OwnPorts& TheOwnPorts() {
+  static OwnPorts ports;
+  return ports;
+}
+
+std::string NameKey(const char* baseKey, int index) {
+  return std::string(baseKey) + "_mn_" + std::to_string(index);
+}
+
+std::string PortKey(const char* baseKey, int index) {
+  return std::string(baseKey) + "_mp_" + std::to_string(index);
+}
+
+int ReadInt(const std::string& key, const char* section, const std::string& file) {
+  const std::string stored = GetConfigurationfromInitFile(key.c_str(), "0", section, file.c_str());
+  return TextToInt(stored.c_str());
+}
+
+int PortOf(const PortMap& map, const std::string& name) {
+  const auto found = map.find(name);
+  return found == map.end() ? 0 : found->second;
+}
+
+void SetOwnPort(PortMap& map, const char* baseKey, int port, const std::string& name) {
+  const WriteHold hold(ConfigurationLock());
+  map[name] = port;
+  SavePort(map, baseKey);
+}
+
+std::string UserKey(const std::string& name, bool isSecure) {
+  return isSecure ? name + "_ssl" : name;
+}
+
+void SetInUserFile(const char* section, const std::string& key, const std::string& value) {
+  SetConfigurationToInitFile(key.c_str(), value.c_str(), section, GetUserConfigFile().c_str());
+}
+
+}  // namespace
+
+PortMap ReadPort(const char* baseKey, bool useStoredCount) {
+  const ReadHold hold(ConfigurationLock());
+  const std::string file = GetInitFile();
+  const int count =
+      useStoredCount ? ReadInt(baseKey, DEFAULT_SECTION, file) : kMostEntriesWithoutCount;
+  PortMap map;
+  for (int i = 0; i < count; ++i) {
+    std::string name =
+        GetConfigurationfromInitFile(NameKey(baseKey, i).c_str(), "", DEFAULT_SECTION);
+    if (name.empty()) break;
+    map[std::move(name)] = ReadInt(PortKey(baseKey, i), DEFAULT_SECTION, file);
+  }
+  return map;
+}
+
+PortMap ReadSSLPort(bool useStoredCount) {
+  return ReadPort(SSL_PORT_KEY, useStoredCount);
+}
+PortMap ReadNoSSLPort(bool useStoredCount) {
+  return ReadPort(PLAIN_PORT_KEY, useStoredCount);
+}
+
+int GetSSLPort(const std::string& name, bool useStoredCount) {
+  return PortOf(ReadSSLPort(useStoredCount), name);
+}
+
+int GetNoSSLPort(const std::string& name, bool useStoredCount) {
+  return PortOf(ReadNoSSLPort(useStoredCount), name);
+}
+
+void SetSSLPort(int port, const std::string& name) {
+  SetOwnPort(TheOwnPorts().secure, SSL_PORT_KEY, port, name);
+}
+
+void SetNoSSLPort(int port, const std::string& name) {
+  SetOwnPort(TheOwnPorts().plain, PLAIN_PORT_KEY, port, name);
+}
+
+void SavePort(const PortMap& map, const char* baseKey) {
+  std::vector<std::pair<std::string, std::string>> texts;
+  int index = 0;
+  for (auto entry = map.rbegin(); entry != map.rend(); ++entry, ++index) {
+    texts.emplace_back(NameKey(baseKey, index), entry->first);
+    texts.emplace_back(PortKey(baseKey, index), std::to_string(entry->second));
+  }
+  texts.emplace_back(baseKey, std::to_string(map.size()));
+  std::vector<ProfileEntry> entries;
+  for (const auto& [key, value] : texts) entries.push_back({key, value});
+  SetConfigurationToInitFile(entries, DEFAULT_SECTION);
+}
+
+int GetPort(const char* section, const std::string& name, bool isDefault, bool isSecure) {
+  const std::string key = UserKey(name, isSecure) + (isDefault ? "_def" : "");
+  return ReadInt(key, section, GetUserConfigFile());
+}
+
+void SavePort(const char* section, const std::string& name, bool alsoDefault, bool isSecure,
+              int port) {
+  const std::string key = UserKey(name, isSecure);
+  const std::string value = std::to_string(port);
+  SetInUserFile(section, key, value);
+  if (alsoDefault) SetInUserFile(section, key + "_def", value);
+}
+
+std::vector<int> ReadUserSSLPort() {
+  const WorkMode mode = GetProcessMode();
+  std::vector<int> ports;
+  if (mode != WorkMode::OwnPorts && mode != WorkMode::UserPorts) return ports;
+  for (const char* alias : ALIAS_ARY) {
+    const int port = ReadInt(UserKey(alias, true), "", GetUserConfigFile());
+    if (port != 0) ports.push_back(port);
+  }
+  return ports;
+}
+
+void SetUserProcessExitFlag(const char* section, bool flag) {
+  SetInUserFile(section, "ExitFlag", BoolToText(flag));
+}
+
+bool GetUserProcessExitFlag(const char* section) {
+  return TextToBool(
+      GetConfigurationfromInitFile("ExitFlag", "FALSE", section, GetUserConfigFile().c_str()));
+}
+
+bool PortIsUsed(const char* filePath, int port) {
+  std::string content;
+  if (ReadWholeFile(filePath, &content) != 0) return false;
+  content.resize(content.find('\0') == std::string::npos ? content.size() : content.find('\0'));
+  return content.find(std::to_string(port)) != std::string::npos;
+}
+
+int PortIsUsed(int) {
+  return 0;
+}

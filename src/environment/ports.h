@@ -1,0 +1,49 @@
+// The port registry: which plain and secure port each module listens on, service-wide in the main
+// configuration file and per user in "user_config.ini". Any thread may call.
+//
+// Setters take (port, name), getters (name, ...), and the types keep the two from being swapped.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+/// Module alias to port.
+using PortMap = std::map<std::string, int>;
+
+inline constexpr const char* PLAIN_PORT_KEY = "Port";
+inline constexpr const char* SSL_PORT_KEY = "SSLPort";
+
+/// The stored map under a base key. With `useStoredCount` as many entries as the file says, else up
+/// to the first missing name and at most ten.
+PortMap ReadPort(const char* baseKey, bool useStoredCount);
+PortMap ReadSSLPort(bool useStoredCount);
+PortMap ReadNoSSLPort(bool useStoredCount);
+/// One module's stored port, 0 if it has none.
+int GetSSLPort(const std::string& name, bool useStoredCount);
+int GetNoSSLPort(const std::string& name, bool useStoredCount);
+
+/// Remember the port in this process's own map and store that whole map, so the file tells what the
+/// process that saved last has set.
+void SetSSLPort(int port, const std::string& name);
+void SetNoSSLPort(int port, const std::string& name);
+/// Stores a whole map in one step: its entries in descending order of their names, then its size.
+/// Entries left over from a larger map stay in the file behind it.
+void SavePort(const PortMap& map, const char* baseKey);
+
+/// One user's port of a module (0 if none), in the section that the caller names.
+int GetPort(const char* section, const std::string& name, bool isDefault, bool isSecure);
+void SavePort(const char* section, const std::string& name, bool alsoDefault, bool isSecure,
+              int port);
+
+/// The secure ports of a per-user process, this module's first; empty in other work modes.
+std::vector<int> ReadUserSSLPort();
+
+/// Asks a user's process to end.
+void SetUserProcessExitFlag(const char* section, bool flag);
+bool GetUserProcessExitFlag(const char* section);
+
+/// Whether the port's decimal text occurs anywhere in the file (80 is found in 8080).
+bool PortIsUsed(const char* filePath, int port);
+/// Always 0: no port is tested.
+int PortIsUsed(int port);

@@ -1,0 +1,191 @@
+#include "environment/program_information.h"
+
+#include <strings.h>
+
+#include <atomic>
+#include <mutex>
+
+#include "environment/access_switches.h"
+#include "environment/configuration.h"
+#include "environment/configuration_lock.h"
+#include "environment/logging.h"
+#include "environment/module_identity.h"
+#include "environment/paths.h"
+#include "environment/work_mode.h"
+#include "platform/diagnostics.h"
+#include "platform/file.h"
+#include "platform/folder.h"
+#include "util/cutil.h"
+
+namespace {
+
+struct Information {
+  std::mutex mutex;
+  std::string hostName;
+  std::string listenType;
+  std::string serviceName;
+  std::string freshGuid;  // stored by the first GetServiceGUID of a new installation
+};
+
+Information& TheInformation() {
+  static Information information;
+  return information;
+}
+
+constinit std::atomic<bool> g_stopped{false};
+constinit std::atomic<bool> g_paused{false};
+constinit std::atomic<bool> g_restarted{false};
+
+std::string CopyOf(const std::string& value) {
+  const std::lock_guard lock(TheInformation().mutex);
+  return value;
+}
+
+ProgramPaths PathsFor(const std::string& work) {
+  ProgramPaths paths;
+  paths.work = work;
+  paths.log = work + "log/";
+  paths.secondLog = paths.log;
+  paths.cache = work + "cache/";
+  paths.upload = work + "upload/";
+  paths.cert = work + "cert/";
+  paths.dump = work + "dump/";
+  paths.securityException = work + "qv.exception";
+  paths.config = work + GetConfigName();
+  paths.userConfig = work + GetUserConfigName();
+  paths.serviceConfig = work + "service.ini";
+  paths.certFile = paths.cert + "server.pem";
+  paths.privateKeyFile = paths.cert + "server_key.pem";
+  paths.firefoxCert = paths.cert + "cert.e";
+  return paths;
+}
+
+std::string FromServiceFile(const char* key, const char* def, const std::string& file) {
+  return GetConfigurationfromInitFile(key, def, DEFAULT_SECTION, file.c_str());
+}
+
+void LogVersionLine() {
+  const WorkMode mode = GetProcessMode();
+  LogDebug(
+      "Version info:%s, %s---%s, \r\n\t\tis64:%d, isScanning=%d, workMode=%d, isHVNActiveX=%d\r\n",
+      MODULE_DESCRIPTION, MODULE_NOTICE, MODULE_VERSION, 1, GetIfScanningProcess() ? 1 : 0,
+      static_cast<int>(mode), mode == WorkMode::InPageControl ? 1 : 0);
+}
+
+}  // namespace
+
+void InitProgramInfo() {
+  static constinit std::mutex oneAtATime;
+  const std::lock_guard only(oneAtATime);
+  if (!GetWorkPath().empty()) return;
+
+  char executable[1025];
+  CUtil::GetModulePath(executable);
+  const std::string exeFile = executable;
+  ProgramPaths paths = PathsFor(exeFile.substr(0, exeFile.rfind('/') + 1));
+  SetExeFile(executable);
+  for (const std::string& folder : {paths.cache, paths.log, paths.upload}) {
+    ::CreateDirectory(folder.c_str(), nullptr);
+  }
+  paths.logFile = MakeSureFileCanBeWritten(paths.log.c_str(), "qvs.log");
+  paths.scanLogFile = MakeSureFileCanBeWritten(paths.secondLog.c_str(), "qvs.log");
+  SetProgramPaths(paths);
+  ConnectPlatformLog();
+  SetFullLogging(GetLogLevelInLocal() == LOG_LEVEL_FULL);
+
+  const std::string host = GetConfigurationfromInitFile("Server", nullptr, DEFAULT_SECTION);
+  char guid[1024];
+  CUtil::CreateUUID(guid);
+  ReadAccessSwitches();
+  const std::string listenType = GetConfigurationfromInitFile("ListenType", "", DEFAULT_SECTION);
+  const std::string name = FromServiceFile("ServiceName", SERVICE_NAME, paths.serviceConfig);
+  {
+    Information& information = TheInformation();
+    const std::lock_guard lock(information.mutex);
+    information.hostName = host.empty() ? "127.0.0.1" : host;
+    information.freshGuid = guid;
+    information.listenType = listenType;
+    information.serviceName = name;
+  }
+  LogVersionLine();
+}
+
+std::string GetHostName() {
+  return CopyOf(TheInformation().hostName);
+}
+
+void SetHostName(const char* name) {
+  if (name == nullptr) return;
+  const std::lock_guard lock(TheInformation().mutex);
+  TheInformation().hostName = name;
+}
+
+std::string GetListenType() {
+  return CopyOf(TheInformation().listenType);
+}
+
+std::string GetServiceName() {
+  return CopyOf(TheInformation().serviceName);
+}
+
+void SaveServiceName(const char* name) {
+  SetConfigurationToInitFile("ServiceName", name, DEFAULT_SECTION, GetServiceConfigName().c_str());
+}
+
+std::string GetServiceGUID() {
+  const WriteHold hold(ConfigurationLock());
+  std::string stored = GetConfigurationfromInitFile("ServiceGuid", "", DEFAULT_SECTION);
+  if (!stored.empty()) return stored;
+  const std::string fresh = CopyOf(TheInformation().freshGuid);
+  SetConfigurationToInitFile("ServiceGuid", fresh.c_str(), DEFAULT_SECTION);
+  return fresh;
+}
+
+int GetServiceRunMode() {
+  const std::string mode = FromServiceFile("ServiceMode", "system", GetServiceConfigName());
+  return ::strcasecmp(mode.c_str(), "user") == 0 ? 1 : 0;
+}
+
+bool SingleUser() {
+  return TextToBool(FromServiceFile("SingleUser", "FALSE", GetServiceConfigName()));
+}
+
+std::string GetServiceVersion() {
+  return GetServiceVersion(GetServiceConfigName().c_str());
+}
+
+std::string GetServiceVersion(const char* serviceConfigFile) {
+  return FromServiceFile("ServiceVersion", "17.3", serviceConfigFile);
+}
+
+int IsDebugMode() {
+  return GetFullLogging() ? 1 : GetLogLevelInLocal() & LOG_LEVEL_DEBUG;
+}
+
+int CleanCacheFolder() {
+  return RemoveDir(GetCachePath().c_str());
+}
+
+void InitService() {}
+void CheckAndInitUserMode() {}
+
+bool GetIfServiceStopped() {
+  return g_stopped;
+}
+void SetIfServiceStopped(bool stopped) {
+  g_stopped = stopped;
+}
+bool GetIfServicePaused() {
+  return g_paused;
+}
+void SetIfServicePaused(bool paused) {
+  g_paused = paused;
+}
+bool GetIfServiceRestarted() {
+  return g_restarted;
+}
+
+void RestartService() {
+  g_restarted = true;
+  g_stopped = true;
+}
