@@ -1,0 +1,214 @@
+#include "frame/json_command.h"
+
+#include <json/json.h>
+#include <strings.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdio>
+#include <exception>
+#include <string_view>
+
+#include "platform/text.h"
+
+namespace {
+
+// What a handler reads as an int: numbers beyond its range stick to the end that they passed.
+int Truncated(double number) {
+  if (!(number > INT_MIN)) return number != number ? 0 : INT_MIN;
+  return number >= INT_MAX ? INT_MAX : static_cast<int>(number);
+}
+
+Json::Value NamedReply(Json::Value reply, const std::string& name, bool isEvent) {
+  reply[isEvent ? "event" : "method"] = name;
+  return reply;
+}
+
+std::string StyledReply(Json::Value reply, const ParamStack& stack) {
+  for (const auto& element : stack) {
+    reply["result"].append(element == nullptr ? Json::Value() : *element);
+  }
+  return reply.toStyledString();
+}
+
+}  // namespace
+
+bool JsonCommand::SetJsonString(const std::string& text) {
+  text_ = text;
+  root_ = Json::Value();
+  try {
+    Json::Reader reader;
+    valid_ = reader.parse(text_, root_, false);
+  } catch (const std::exception&) {  // nested beyond the parser's limit
+    valid_ = false;
+  }
+  if (!valid_) root_ = Json::Value();
+  return valid_;
+}
+
+const Json::Value* JsonCommand::Member(const char* key) const {
+  return root_.isObject() ? root_.find(key, key + std::string_view(key).size()) : nullptr;
+}
+
+std::string JsonCommand::TextMember(const char* key) const {
+  const Json::Value* member = Member(key);
+  if (member == nullptr || member->isArray() || member->isObject()) return "";
+  return member->asString();
+}
+
+bool JsonCommand::IfKeyExist(const std::string& key) const {
+  return root_.isObject() && root_.isMember(key);
+}
+
+std::string JsonCommand::GetCmdId() const {
+  return TextMember("cmdId");
+}
+std::string JsonCommand::GetClientID() const {
+  return TextMember("id");
+}
+std::string JsonCommand::GetVersion() const {
+  return TextMember("version");
+}
+
+CommandType JsonCommand::GetCommandType() const {
+  // Member names are sorted, and the first one that names a function decides.
+  if (Member("event") != nullptr) return COMMAND_EVENT;
+  if (Member("method") != nullptr) return COMMAND_METHOD;
+  if (Member("property") != nullptr) return COMMAND_PROPERTY;
+  return COMMAND_NONE;
+}
+
+std::string JsonCommand::GetFunctionName() const {
+  switch (GetCommandType()) {
+    case COMMAND_EVENT:
+      return TextMember("event");
+    case COMMAND_METHOD:
+      return TextMember("method");
+    case COMMAND_PROPERTY:
+      return TextMember("property");
+    case COMMAND_NONE:
+      break;
+  }
+  return "";
+}
+
+std::string JsonCommand::GetPropertyType() const {
+  if (Member("property") == nullptr) return "";
+  return Member("parameter") != nullptr ? "set" : "get";
+}
+
+int JsonCommand::GetParameterCount() const {
+  const Json::Value* parameter = Member("parameter");
+  return parameter == nullptr ? 0 : static_cast<int>(parameter->size());
+}
+
+ParameterType JsonCommand::GetParameterType(int index) const {
+  const Json::Value* parameter = Member("parameter");
+  if (parameter == nullptr || !parameter->isArray() || index < 0 ||
+      index >= static_cast<int>(parameter->size())) {
+    return PARAMETER_MISSING;
+  }
+  const Json::Value& element = (*parameter)[index];
+  if (element.isNull()) return PARAMETER_NULL;
+  if (element.isBool()) return PARAMETER_BOOL;
+  if (element.isInt()) return PARAMETER_INT;
+  if (element.isUInt()) return PARAMETER_UINT;
+  if (element.isDouble()) return PARAMETER_DOUBLE;
+  if (element.isString()) return PARAMETER_STRING;
+  if (element.isArray()) return PARAMETER_ARRAY;
+  if (element.isObject()) return PARAMETER_OBJECT;
+  return PARAMETER_MISSING;
+}
+
+std::unique_ptr<Json::Value> JsonCommand::GetParameter(int index) const {
+  if (GetParameterType(index) == PARAMETER_MISSING) return nullptr;
+  return std::make_unique<Json::Value>((*Member("parameter"))[index]);
+}
+
+std::string JsonCommand::Encode(const std::string& id, const std::string& name,
+                                const ParamStack& stack, bool isEvent, int code,
+                                const std::string& description) {
+  Json::Value reply;
+  reply["id"] = id;
+  reply = NamedReply(std::move(reply), name, isEvent);
+  if (code != 0) {
+    reply["exception"] = code;
+    reply["description"] = description;
+  }
+  return StyledReply(std::move(reply), stack);
+}
+
+std::string JsonCommand::Encode(const std::string& session, const std::string& object,
+                                const std::string& name, const ParamStack& stack, bool isEvent,
+                                int code, const std::string& description) {
+  Json::Value reply;
+  reply["session"] = session;
+  reply["object"] = object;
+  reply = NamedReply(std::move(reply), name, isEvent);
+  reply["exception"] = code;
+  reply["description"] = code != 0 ? description : "Successful";
+  return StyledReply(std::move(reply), stack);
+}
+
+bool JsonCommand::GetUTF8String(const Json::Value* value, std::string* out) {
+  if (value == nullptr || out == nullptr) return false;
+  if (value->isString()) {
+    *out = value->asString();
+  } else if (value->isBool()) {
+    *out = value->asBool() ? "true" : "false";
+  } else if (value->isDouble()) {  // holds for integers, too
+    char text[256];
+    std::snprintf(text, sizeof text, "%lf", value->asDouble());
+    *out = text;
+  } else if (value->isArray()) {
+    *out = value->toStyledString();
+  } else if (value->isNull()) {
+    *out = "NULL";
+  } else {
+    out->clear();
+    return false;
+  }
+  return true;
+}
+
+bool JsonCommand::ConvertString(const Json::Value* value, std::string* out) {
+  return GetUTF8String(value, out);
+}
+
+bool JsonCommand::ConvertInt(const Json::Value* value, int* out) {
+  if (value == nullptr || out == nullptr) return false;
+  if (value->isInt()) {
+    *out = value->asInt();
+  } else if (value->isString()) {
+    const std::string text = value->asString();
+    *out = TextToInt(text.c_str());
+    if (*out == 0 && text != "0") {
+      *out = -1;
+      return false;
+    }
+  } else if (value->isDouble()) {
+    *out = Truncated(value->asDouble());
+  } else {
+    *out = -1;
+    return false;
+  }
+  return true;
+}
+
+bool JsonCommand::ConvertBOOL(const Json::Value* value, signed char* out) {
+  if (value == nullptr || out == nullptr) return false;
+  if (value->isString()) {
+    // The caller's own value stays: pages rely on a text meaning "as it was".
+    return ::strcasecmp(value->asCString(), "true") == 0;
+  }
+  if (value->isBool()) {
+    *out = value->asBool() ? 1 : 0;
+  } else if (value->isDouble()) {
+    *out = value->asDouble() != 0 ? 1 : 0;
+  } else if (value->isNull()) {
+    *out = 0;
+  } else {
+    return false;
+  }
+  return true;
+}
