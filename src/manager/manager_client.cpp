@@ -1,0 +1,101 @@
+#include "manager/manager_client.h"
+
+#include "environment/logging.h"
+#include "manager/messages.h"
+#include "platform/system_time.h"
+#include "platform/text.h"
+
+namespace {
+
+struct LastError {
+  int code;
+  char message[1024];
+};
+
+// No destructor: a thread that ran a command must not keep the module in memory.
+thread_local LastError t_lastError;
+
+}  // namespace
+
+ManagerClient::ManagerClient() {
+  AddAllFunctionMap();
+}
+
+void ManagerClient::AddAllFunctionMap() {
+  functions_ = {
+      {"GetServerInfo", &ManagerClient::GetServerInfo},
+      {"SetServerInfo", &ManagerClient::SetServerInfo},
+      {"ChangePort", &ManagerClient::ChangePort},
+      {"Reboot", &ManagerClient::Reboot},
+      {"AddFirewall", &ManagerClient::AddFirewall},
+      {"GetLocalIP", &ManagerClient::GetLocalIP},
+      {"CheckHVNPort", &ManagerClient::CheckHVNPort},
+      {"GetPorts", &ManagerClient::GetPorts},
+  };
+}
+
+int ManagerClient::Function(HttpParamRequest* request) {
+  if (request == nullptr) return 0;
+  const std::string id = request->GetClientId();
+  LogDebug("2. Before command actually start cost: %ums. id = [%s].",
+           GetTickCount() - request->GetRecTime(), id.c_str());
+  if (request->GetBowserType() == 0) {
+    request->GetBOOLResultStruct(false, nullptr, 0, QTP_INVALID_BROWSER, QTP_InvalidBrowserStr);
+    return request->SendBackResult();
+  }
+  Result result = FunctionInner(request);
+  const unsigned int started = request->GetLastTime();
+  LogDebug("3. Command process cost: %ums. cmd = [%s]. id = [%s].", GetTickCount() - started,
+           request->GetFunName().c_str(), id.c_str());
+  if (result == nullptr) {
+    LogDebug("No valid value to return. result = NULL.");
+    return 0;
+  }
+  const int sent = result->SendBackResult();
+  const unsigned int processed = result->GetLastTime();
+  LogDebug("4. Command send back result cost: %ums. id = [%s].\n", GetTickCount() - processed,
+           id.c_str());
+  return sent;
+}
+
+ManagerClient::Result ManagerClient::FunctionInner(HttpParamRequest* request) {
+  const std::string name = request->GetFunName();
+  const auto found = functions_.find(name);
+  if (found == functions_.end()) {
+    LogErr("Invalid function name: %s.", name.c_str());
+    return request->GetBOOLResultStruct(false, nullptr, 0, QTP_FUNCTION_NOT_FOUND,
+                                        QTP_FunNotFoundStr);
+  }
+  LogDebug("Twain function [%s] begin: ", name.c_str());
+  SetErrorInfo(QTP_SUCCESS, QTP_SuccessStr);
+  return (this->*found->second)(request);
+}
+
+void ManagerClient::SetErrorInfo(int code, const char* message) {
+  t_lastError.code = code;
+  lstrcpyn(t_lastError.message, message, sizeof t_lastError.message);
+}
+
+int ManagerClient::GetErrorCode() {
+  return t_lastError.code;
+}
+
+const char* ManagerClient::GetErrorMessage() {
+  return t_lastError.message;
+}
+
+bool ManagerClient::HasParameters(HttpParamRequest* request, int needed) {
+  const int count = request->GetParameterCount();
+  if (count >= needed) return true;
+  LogErr("Invalidate parameter count. Need %d parameter, %d parameter actually.", needed, count);
+  return false;
+}
+
+ManagerClient::Result ManagerClient::WrongParameterCount(HttpParamRequest* request) {
+  return request->GetBOOLResultStruct(false, nullptr, 0, QTP_INVALID_PARAMETER_COUNT,
+                                      QTP_InvalidParameterCountStr);
+}
+
+ManagerClient::Result ManagerClient::BoolResult(HttpParamRequest* request, bool value) {
+  return request->GetBOOLResultStruct(value, nullptr, 0, GetErrorCode(), GetErrorMessage());
+}

@@ -1,0 +1,81 @@
+// The command table and the handlers of this module's commands.
+//
+// Commands run in parallel, each on its caller's thread, and may call back into the host, which may
+// call in again: no lock is held around a handler. The last error belongs to the thread that runs
+// the command. The two user maps share one mutex, which is never held across a callback, a log line
+// or a file.
+#pragma once
+
+#include <map>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "frame/http_param_request.h"
+
+class ManagerClient {
+ public:
+  /// Where a module listens for one user.
+  struct SPorts {
+    int port;
+    int sslPort;
+  };
+  /// Who was found behind a client's socket.
+  struct SUserModuleInfo {
+    int sessionId;
+    int processId;
+  };
+  using ModulePorts = std::map<std::string, SPorts>;
+
+  ManagerClient();
+  virtual ~ManagerClient() = default;
+  ManagerClient(const ManagerClient&) = delete;
+  ManagerClient& operator=(const ManagerClient&) = delete;
+
+  /// Runs one command and sends its result back through the request. Returns what the host
+  /// returned for the reply, 0 when nothing was sent.
+  int Function(HttpParamRequest* request);
+
+  /// Sets the calling thread's last error; the message is cut to 1,023 characters.
+  static void SetErrorInfo(int code, const char* message);
+  static int GetErrorCode();
+  static const char* GetErrorMessage();
+
+  /// The id of the user that owns a client's socket, who is remembered with session and process.
+  std::string GetUserSIDBySock(int socket);
+  /// One user's ports. On this system nobody has any; `error` tells when the user is empty.
+  ModulePorts GetCurrentUserModulePorts(const std::string& user, std::string& error);
+  /// One user's ports of both modules as they are stored.
+  ModulePorts GetAllListenPorts(const std::string& user);
+  /// Asks a user's process to end.
+  void CloseUserProcess(const std::string& user);
+  /// The hash of a user id that pages get to see: times 33 plus byte, in 32 bits.
+  static int GetHashCode(const std::string& text);
+
+ private:
+  using Result = HttpParamRequest*;
+  using Handler = Result (ManagerClient::*)(HttpParamRequest*);
+
+  void AddAllFunctionMap();
+  Result FunctionInner(HttpParamRequest* request);
+
+  // What every handler begins and ends with.
+  static bool HasParameters(HttpParamRequest* request, int needed);
+  static Result WrongParameterCount(HttpParamRequest* request);
+  static Result BoolResult(HttpParamRequest* request, bool value);
+
+  // Server and ports.
+  Result GetServerInfo(HttpParamRequest* request);
+  Result SetServerInfo(HttpParamRequest* request);
+  Result ChangePort(HttpParamRequest* request);
+  Result Reboot(HttpParamRequest* request);
+  Result AddFirewall(HttpParamRequest* request);
+  Result GetLocalIP(HttpParamRequest* request);
+  Result CheckHVNPort(HttpParamRequest* request);
+  Result GetPorts(HttpParamRequest* request);
+
+  std::map<std::string, Handler> functions_;
+  std::mutex usersMutex_;
+  std::map<std::string, SUserModuleInfo> users_;
+  std::map<std::string, std::string> userByHash_;  // hash as decimal text to user id
+};
