@@ -1,0 +1,41 @@
+// Whole-file reads in one go and whole-file writes in one step: the two ways in which settings,
+// copies and generated files reach the disk.
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <string_view>
+
+/// Reads a file of any size into `content` with one open and, for files up to a few thousand
+/// bytes, one read. Returns 0 or an errno; a folder is EISDIR.
+int ReadWholeFile(const char* path, std::string* content);
+
+/// A small file's content for the time of one look: read with one open and one read into memory of
+/// its own, on the stack where it fits. An unreadable file is an empty one.
+class FileView {
+ public:
+  explicit FileView(const char* path);
+  FileView(const FileView&) = delete;
+  FileView& operator=(const FileView&) = delete;
+  std::string_view text() const { return text_; }
+
+ private:
+  static constexpr std::size_t kInlineBytes = 16 * 1024;
+  char inline_[kInlineBytes];
+  std::string large_;
+  std::string_view text_;
+};
+
+/// The path that `path` leads to, links followed, also when nothing is there yet.
+std::string FollowLinks(const char* path);
+
+/// Replaces a file's content so that every other reader, and the disk after a crash, has either the
+/// old content or the new: a temporary file in the same folder is written, flushed and renamed. An
+/// existing file keeps its mode (and its owner where rights allow), a link is followed, a file that
+/// the caller may not write and anything that is no file is refused. Returns 0 or an errno; on
+/// failure the old file is as it was and no temporary file stays. A writer that is killed in the
+/// act may leave one, ".<name>.replacement", which the next write of the same file removes; so at
+/// most one lies beside a file, ever. Any thread and process may call; writers of one file take
+/// turns.
+int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew);

@@ -1,0 +1,63 @@
+#include <Carbon/Carbon.h>
+#include <CoreFoundation/CoreFoundation.h>
+#include <crt_externs.h>
+#include <fcntl.h>
+#include <libproc.h>
+#include <mach/mach.h>
+#include <pthread.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+
+#include "platform/os.h"
+#include "platform/user_record.h"
+
+namespace os {
+
+std::string ExecutablePath() {
+  char path[PROC_PIDPATHINFO_MAXSIZE];
+  const int length = ::proc_pidpath(::getpid(), path, sizeof path);
+  return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
+}
+
+std::uint32_t ThreadNumber() { return ::pthread_mach_thread_np(::pthread_self()); }
+
+std::uint32_t TickCount() {
+  // Ticks are sixtieths of a second; the product wraps in 32 bits.
+  return static_cast<std::uint32_t>(::TickCount()) * 1000u / 60u;
+}
+
+std::uint64_t PhysicalFootprint() {
+  task_vm_info_data_t information{};
+  mach_msg_type_number_t count = TASK_VM_INFO_COUNT;
+  const kern_return_t result = ::task_info(::mach_task_self(), TASK_VM_INFO,
+                                           reinterpret_cast<task_info_t>(&information), &count);
+  return result == KERN_SUCCESS ? information.phys_footprint : 0;
+}
+
+std::string UserName() { return ReadUserRecord(&passwd::pw_name); }
+
+std::string HomeFolder() {
+  // Inside a sandbox this is the container, where the record of the user would mislead.
+  const CFURLRef url = ::CFCopyHomeDirectoryURL();
+  UInt8 path[PATH_MAX] = {};
+  const bool told =
+      url != nullptr && ::CFURLGetFileSystemRepresentation(url, true, path, sizeof path);
+  if (url != nullptr) ::CFRelease(url);
+  return WithoutTrailingSlash(told ? std::string(reinterpret_cast<const char*>(path))
+                                   : ReadUserRecord(&passwd::pw_dir));
+}
+
+char** Environment() { return *::_NSGetEnviron(); }
+
+int FlushToDisk(int descriptor) {
+  // fsync stops at the drive's own cache here. File systems without the full flush have fsync.
+  if (::fcntl(descriptor, F_FULLFSYNC) == 0) return 0;
+  return ::fsync(descriptor) == 0 ? 0 : errno;
+}
+
+std::timespec ModificationTime(const struct stat& status) { return status.st_mtimespec; }
+
+}  // namespace os

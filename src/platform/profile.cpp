@@ -1,0 +1,131 @@
+#include "platform/profile.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <string>
+
+#include "platform/descriptor.h"
+#include "platform/file_content.h"
+#include "platform/ini_file.h"
+
+namespace {
+
+constexpr mode_t kNewFileMode = 0666;
+
+std::string_view View(const char* text) { return text != nullptr ? text : std::string_view(); }
+
+/// Keeps the last value that the lines of a file give to one key: what a model of the whole file
+/// would hold in the end. Without such a line it keeps the default.
+class ValueFinder {
+ public:
+  ValueFinder(std::string_view section, std::string_view key, std::string_view defaultValue)
+      : section_(ini::Name(section)),
+        key_(ini::Name(key)),
+        first_(key_.empty() ? '\0' : ini::Fold(key_.front())),
+        value_(defaultValue) {}
+
+  bool WantsKeysFrom(char first) const { return inSection_ && ini::Fold(first) == first_; }
+  void OnSection(std::string_view name) {
+    inSection_ = ini::CompareNames(ini::Name(name), section_) == 0;
+  }
+  void OnKey(std::string_view name, std::string_view value) {
+    if (ini::CompareNames(ini::Name(name), key_) == 0) value_ = value;
+  }
+
+  std::string_view value() const { return value_; }
+
+ private:
+  std::string_view section_;
+  std::string_view key_;
+  char first_;
+  bool inSection_ = false;
+  std::string_view value_;
+};
+
+/// Whether a key line would be read again as this key with this value. A name that is empty or
+/// holds "=" would not, nor would one that turns its line into a section header.
+bool ReadsBack(const std::string& name, const std::string& value) {
+  struct {
+    bool WantsKeysFrom(char) const { return true; }
+    void OnSection(std::string_view) {}
+    void OnKey(std::string_view key, std::string_view text) { same = key == name && text == value; }
+    std::string_view name;
+    std::string_view value;
+    bool same = false;
+  } line{name, value};
+  ini::VisitLine(std::string_view(name + "=" + value), line);
+  return line.same;
+}
+
+std::string OneLine(std::string_view text) {
+  std::string line(text);
+  std::erase_if(line, [](char ch) { return ch == '\r' || ch == '\n' || ch == '\0'; });
+  return line;
+}
+
+/// Keeps other writers of settings out of the file's folder. A lock on the folder leaves nothing
+/// behind, however the writer ends. Where the file system has no locks, there is none to wait for.
+Descriptor LockFolderOf(const std::string& file) {
+  const std::size_t slash = file.rfind('/');
+  const std::string folder = slash == file.npos ? "." : file.substr(0, slash + 1);
+  Descriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  while (lock && ::flock(lock.get(), LOCK_EX) != 0 && errno == EINTR) {
+  }
+  return lock;
+}
+
+int Store(std::string_view section, std::span<const ProfileEntry> entries, const char* file) {
+  if (file == nullptr) return EINVAL;
+  const std::string target = FollowLinks(file);
+  const Descriptor lock = LockFolderOf(target);
+  std::string text;
+  const int error = ReadWholeFile(target.c_str(), &text);
+  if (error != 0 && error != ENOENT) return error;
+
+  CIniFileA model;
+  model.Parse(text);
+  CIniFileA::Section* stored = model.AddSection(OneLine(section));
+  for (const ProfileEntry& entry : entries) {
+    std::string key = OneLine(entry.key);
+    Trim(key, " \t");
+    const std::string value = OneLine(entry.value);
+    if (!ReadsBack(key, value)) return EINVAL;
+    stored->SetKeyValue(key, value);
+  }
+  return WriteWholeFile(target.c_str(), model.Text(), kNewFileMode);
+}
+
+}  // namespace
+
+DWORD GetPrivateProfileStringA(const char* section, const char* key, const char* defaultValue,
+                               char* buffer, DWORD size, const char* file) {
+  const FileView content(file);
+  ValueFinder finder(View(section), View(key), View(defaultValue));
+  ini::VisitLines(content.text(), finder);
+  const std::string_view value = finder.value();
+  if (buffer != nullptr && size > 0) {
+    const std::size_t room = size > 1 ? size - 2 : 0;
+    // The copy is a C string: it ends at a NUL in the value.
+    const std::size_t copied = std::min({room, value.size(), value.find('\0')});
+    value.copy(buffer, copied);
+    buffer[copied] = '\0';
+  }
+  return static_cast<DWORD>(value.size());
+}
+
+BOOL WritePrivateProfileStringA(const char* section, const char* key, const char* value,
+                                const char* file) {
+  const ProfileEntry entry{View(key), View(value)};
+  return WritePrivateProfileEntries(section, {&entry, 1}, file);
+}
+
+BOOL WritePrivateProfileEntries(const char* section, std::span<const ProfileEntry> entries,
+                                const char* file) {
+  const int error = Store(View(section), entries, file);
+  if (error == 0) return 1;
+  errno = error;
+  return 0;
+}

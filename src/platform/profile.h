@@ -1,0 +1,33 @@
+// Profile strings: one value of an INI file, read or written with the file's other content kept.
+//
+// Nothing is cached: every read reads the file, every write rewrites it. The callers order their
+// threads (the configuration lock does for the service's own files); writers of several processes
+// and of several copies of this layer in one process take turns by a lock on the file's folder.
+#pragma once
+
+#include <cstddef>
+#include <span>
+#include <string_view>
+
+#include "platform/win_types.h"
+
+/// Copies the value of `key` in `section`, or `defaultValue` when the file, the section or the key
+/// is missing, into `buffer` (at most size - 2 characters and a NUL). Returns the full length of
+/// the value. Costs one open, one read and one pass over the file, and allocates nothing for files
+/// of ordinary size.
+DWORD GetPrivateProfileStringA(const char* section, const char* key, const char* defaultValue,
+                               char* buffer, DWORD size, const char* file);
+
+struct ProfileEntry {
+  std::string_view key;
+  std::string_view value;
+};
+
+/// Stores a value, creating file, section and key as needed. CR, LF and NUL are dropped from all
+/// three texts, so that no text can pose as a line of its own. Returns 1; 0 with errno set when
+/// the file could not be loaded or replaced, and then its old content is untouched.
+BOOL WritePrivateProfileStringA(const char* section, const char* key, const char* value,
+                                const char* file);
+/// Stores several values of one section with a single rewrite of the file: all of them or none.
+BOOL WritePrivateProfileEntries(const char* section, std::span<const ProfileEntry> entries,
+                                const char* file);

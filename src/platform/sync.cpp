@@ -1,0 +1,232 @@
+#include "platform/sync.h"
+
+#include <fcntl.h>
+#include <semaphore.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <ctime>
+#include <string>
+
+#include "platform/diagnostics.h"
+#include "platform/system_time.h"
+
+struct EventRecord {
+  sem_t* semaphore;
+  bool manualReset;
+  std::string name;  ///< Empty once the name is gone from the system.
+};
+
+struct SemaphoreRecord {
+  sem_t* semaphore;
+  std::atomic<int> counter;
+};
+
+namespace {
+
+constexpr std::size_t kEventNameLength = 31;
+constexpr std::size_t kSemaphoreNameLength = 1023;
+constexpr std::uint32_t kNanosecondsPerMs = 1'000'000;
+
+std::atomic<int> globalSeed{0};
+std::atomic<unsigned int> eventCounter{0};
+std::atomic<unsigned int> semaphoreCounter{0};
+
+sem_t* Create(const std::string& name, int count) {
+  return ::sem_open(name.c_str(), O_CREAT | O_EXCL, 0666, static_cast<unsigned int>(count));
+}
+
+/// Creates a semaphore that nobody else can open. Another copy of this layer in the process counts
+/// by itself and may hold a built name for a moment, so a taken name means trying the next one.
+sem_t* CreatePrivate(const char* prefix, std::size_t nameBytes, std::atomic<unsigned int>& counter,
+                     int count, std::string* name) {
+  for (;;) {
+    *name = prefix + std::to_string(static_cast<unsigned int>(::getpid())) + "_" +
+            std::to_string(++counter) + "_" + std::to_string(globalSeed.load());
+    if (name->size() >= nameBytes) name->resize(nameBytes - 1);
+    sem_t* semaphore = Create(*name, count);
+    if (semaphore != SEM_FAILED) ::sem_unlink(name->c_str());
+    if (semaphore != SEM_FAILED || errno != EEXIST) return semaphore;
+  }
+}
+
+void ReportErrno(const char* operation) { PrintFailure("%s failed %d\n", operation, errno); }
+
+bool Post(sem_t* semaphore, const char* operation) {
+  if (::sem_post(semaphore) == 0) return true;
+  ReportErrno(operation);
+  return false;
+}
+
+/// The thread library returns its errors instead of leaving them in errno.
+void Check(int error, const char* operation) {
+  if (error == 0) return;
+  errno = error;
+  ReportErrno(operation);
+}
+
+}  // namespace
+
+EventHandle CreateEvent(void*, BOOL manualReset, BOOL initialState, const char* name) {
+  std::string used;
+  sem_t* semaphore = SEM_FAILED;
+  if (name != nullptr) {
+    used = std::string(name).substr(0, kEventNameLength);
+    semaphore = Create(used, initialState);
+  } else {
+    semaphore = CreatePrivate("ce0", kEventNameLength, eventCounter, initialState, &used);
+  }
+  if (semaphore == SEM_FAILED) {
+    PrintFailure("CreateEvent sem_open failed %d name %s\n", errno, used.c_str());
+    return nullptr;
+  }
+  return new EventRecord{semaphore, manualReset != 0, name != nullptr ? used : std::string()};
+}
+
+EventHandle OpenEvent(DWORD, BOOL, const char* name) {
+  const std::string used = std::string(name != nullptr ? name : "").substr(0, kEventNameLength);
+  sem_t* semaphore = ::sem_open(used.c_str(), 0);
+  if (semaphore == SEM_FAILED) {
+    ReportErrno("OpenEvent sem_open");
+    return nullptr;
+  }
+  return new EventRecord{semaphore, false, used};
+}
+
+BOOL SetEvent(EventHandle event) {
+  return event != nullptr && Post(event->semaphore, "SetEvent sem_post");
+}
+
+BOOL ResetEvent(EventHandle event) {
+  if (event == nullptr) return 1;
+  for (;;) {
+    if (::sem_trywait(event->semaphore) == 0) continue;
+    if (errno == EAGAIN) return 1;
+    ReportErrno("ResetEvent sem_trywait");
+    Sleep(50);
+  }
+}
+
+int WaitForEvent(EventHandle event, unsigned int timeoutMs) {
+  if (event == nullptr) return WAIT_FAILED;
+  const bool forever = timeoutMs == INFINITE;
+  const std::uint32_t budget = timeoutMs * kNanosecondsPerMs;
+  const std::uint32_t step = forever ? 2 * kNanosecondsPerMs : kNanosecondsPerMs;
+  const std::timespec pause{0, static_cast<long>(step)};
+  // The elapsed time is wider than the budget, or it could wrap below it and never end the wait.
+  for (std::uint64_t elapsed = 0; forever || elapsed < budget; elapsed += step) {
+    if (::sem_trywait(event->semaphore) == 0) {
+      if (event->manualReset) Post(event->semaphore, "SetEvent sem_post");
+      return WAIT_OBJECT_0;
+    }
+    if (errno != EAGAIN) {
+      PrintFailure("[%d]WaitForEvent sem_trywait failed %d\n", static_cast<int>(::getpid()), errno);
+      return WAIT_FAILED;
+    }
+    ::nanosleep(&pause, nullptr);
+  }
+  return WAIT_TIMEOUT;
+}
+
+int WaitForEvents(unsigned int, EventHandle*, BOOL, unsigned int) { return 0; }
+
+void CloseEvent(EventHandle event) {
+  if (event == nullptr) return;
+  ::sem_close(event->semaphore);
+  if (!event->name.empty()) ::sem_unlink(event->name.c_str());
+  delete event;
+}
+
+SemaphoreHandle CreateSemaphore(void*, int initialCount, int, const char* name) {
+  std::string used;
+  sem_t* semaphore = SEM_FAILED;
+  if (name != nullptr) {
+    used = std::string(name).substr(0, kSemaphoreNameLength);
+    semaphore = Create(used, initialCount);
+  } else {
+    semaphore = CreatePrivate("Sem", kSemaphoreNameLength, semaphoreCounter, initialCount, &used);
+  }
+  if (semaphore == SEM_FAILED) {
+    ReportErrno("sem_open");
+    return nullptr;
+  }
+  return new SemaphoreRecord{semaphore, 0};
+}
+
+BOOL ReleaseSemaphore(SemaphoreHandle semaphore, int, int* previousCount) {
+  if (semaphore == nullptr) return 0;
+  if (Post(semaphore->semaphore, "sem_post")) {
+    const int previous = semaphore->counter.fetch_add(1);
+    if (previousCount != nullptr) *previousCount = previous;
+  }
+  return 1;
+}
+
+int WaitForSemaphone(SemaphoreHandle semaphore, unsigned int timeoutMs) {
+  if (semaphore == nullptr) return WAIT_FAILED;
+  if (timeoutMs == INFINITE) {
+    int result = 0;
+    // A signal that arrives is no failure of the wait, and no count was taken.
+    while ((result = ::sem_wait(semaphore->semaphore)) != 0 && errno == EINTR) {
+    }
+    if (result == 0) {
+      --semaphore->counter;
+    } else {
+      ReportErrno("sem_wait");
+    }
+    return 0;
+  }
+  std::uint64_t step = timeoutMs / 8 > 0 ? timeoutMs / 8 : 1;
+  std::uint64_t elapsed = 0;
+  do {
+    if (::sem_trywait(semaphore->semaphore) == 0) {
+      --semaphore->counter;
+      return 0;
+    }
+    elapsed += step;
+    if (elapsed > timeoutMs) {
+      step -= elapsed - timeoutMs;
+      elapsed = timeoutMs;
+    }
+    Sleep(static_cast<DWORD>(step));
+  } while (elapsed < timeoutMs);
+  return WAIT_FAILED;
+}
+
+void CloseSemaphore(SemaphoreHandle semaphore) {
+  ::sem_close(semaphore->semaphore);
+  delete semaphore;
+}
+
+void InitializeCriticalSection(CriticalSection* section) {
+  Check(::pthread_mutex_init(section, nullptr), "pthread_mutex_init");
+}
+
+void DeleteCriticalSection(CriticalSection* section) {
+  Check(::pthread_mutex_destroy(section), "pthread_mutex_destroy");
+}
+
+void EnterCriticalSection(CriticalSection* section) {
+  Check(::pthread_mutex_lock(section), "pthread_mutex_lock");
+}
+
+void LeaveCriticalSection(CriticalSection* section) {
+  Check(::pthread_mutex_unlock(section), "pthread_mutex_unlock");
+}
+
+int InterlockedIncrement(volatile int* value) {
+  __atomic_fetch_add(value, 1, __ATOMIC_SEQ_CST);
+  return __atomic_load_n(value, __ATOMIC_SEQ_CST);
+}
+
+int InterlockedDecrement(volatile int* value) {
+  __atomic_fetch_sub(value, 1, __ATOMIC_SEQ_CST);
+  return __atomic_load_n(value, __ATOMIC_SEQ_CST);
+}
+
+void SetGlobalSeed(int seed) { globalSeed = seed; }
+
+int GetGlobalSeed() { return globalSeed; }

@@ -1,0 +1,44 @@
+#include "platform/system_time.h"
+
+#include <cerrno>
+
+#include "platform/os.h"
+
+namespace {
+
+void StoreLocalTime(std::time_t seconds, _SYSTEMTIME* systemTime) {
+  std::tm local{};
+  if (::localtime_r(&seconds, &local) == nullptr) return;
+  systemTime->wYear = static_cast<std::uint16_t>(local.tm_year + 1900);
+  systemTime->wMonth = static_cast<std::uint16_t>(local.tm_mon + 1);
+  systemTime->wDayOfWeek = 0;
+  systemTime->wDay = static_cast<std::uint16_t>(local.tm_mday);
+  systemTime->wHour = static_cast<std::uint16_t>(local.tm_hour);
+  systemTime->wMinute = static_cast<std::uint16_t>(local.tm_min);
+  systemTime->wSecond = static_cast<std::uint16_t>(local.tm_sec);
+}
+
+}  // namespace
+
+DWORD GetTickCount() { return os::TickCount(); }
+
+void Sleep(DWORD milliseconds) {
+  std::timespec left{static_cast<std::time_t>(milliseconds / 1000),
+                     static_cast<long>(milliseconds % 1000) * 1'000'000};
+  while (::nanosleep(&left, &left) != 0 && errno == EINTR) {
+  }
+}
+
+BOOL GetSystemTime(_SYSTEMTIME* systemTime) {
+  std::timespec now{};
+  ::clock_gettime(CLOCK_REALTIME, &now);
+  StoreLocalTime(now.tv_sec, systemTime);
+  systemTime->wMilliseconds = static_cast<std::uint16_t>(now.tv_nsec / 1'000'000);
+  return 1;
+}
+
+void ConvertTimeToSystemTime(_SYSTEMTIME* systemTime, std::time_t seconds) {
+  StoreLocalTime(seconds, systemTime);
+}
+
+int GetLastError() { return errno; }
