@@ -35,37 +35,15 @@ void ReadAccessSwitches() {
   }
 }
 
-bool GetEnableScannerAccess() {
-  return g_scannerAccess.on;
-}
-bool GetEnableFileAccess() {
-  return g_fileAccess.on;
-}
-bool GetEnableWebcamAccess() {
-  return g_webcamAccess.on;
-}
-bool GetEnableScannerAccessAuth() {
-  return g_scannerAccessAuth.on;
-}
-bool GetEnableFileAccessAuth() {
-  return g_fileAccessAuth.on;
-}
-bool GetEnableWebcamAccessAuth() {
-  return g_webcamAccessAuth.on;
-}
-bool GetEnableCORSAll() {
-  return g_corsAll.on;
-}
-bool GetEnableMultipleUserEnhancedMode() {
-  return g_enhancedMode.on;
-}
+bool GetEnableScannerAccess() { return g_scannerAccess.on; }
+bool GetEnableFileAccess() { return g_fileAccess.on; }
+bool GetEnableWebcamAccess() { return g_webcamAccess.on; }
+bool GetEnableScannerAccessAuth() { return g_scannerAccessAuth.on; }
+bool GetEnableFileAccessAuth() { return g_fileAccessAuth.on; }
+bool GetEnableWebcamAccessAuth() { return g_webcamAccessAuth.on; }
+bool GetEnableCORSAll() { return g_corsAll.on; }
+bool GetEnableMultipleUserEnhancedMode() { return g_enhancedMode.on; }
 
-void SetEnableScannerAccess(bool enable) {
-  g_scannerAccess.StoreForNextStart(enable);
-}
-void SetEnableFileAccess(bool enable) {
-  g_fileAccess.StoreForNextStart(enable);
-}
-void SetEnableWebcamAccess(bool enable) {
-  g_webcamAccess.StoreForNextStart(enable);
-}
+void SetEnableScannerAccess(bool enable) { g_scannerAccess.StoreForNextStart(enable); }
+void SetEnableFileAccess(bool enable) { g_fileAccess.StoreForNextStart(enable); }
+void SetEnableWebcamAccess(bool enable) { g_webcamAccess.StoreForNextStart(enable); }

@@ -10,6 +10,9 @@ namespace {
 
 constexpr std::size_t kMostPendingBytes = 64 * 1024 * 1024;
 
+// Empties a text together with its memory: the log itself is never destroyed.
+void GiveBack(std::string& text) { std::string().swap(text); }
+
 }  // namespace
 
 void WriteLogAsync(const std::string& filePath, std::string_view text) {
@@ -24,7 +27,7 @@ void WriteLogAsync(const std::string& filePath, std::string_view text) {
   ::close(file);
 }
 
-bool LogWriterThread::Start(const std::string& filePath, std::string& text) {
+bool LogWriterThread::Start(std::string_view filePath, std::string& text) {
   if (!thread_.joinable()) {
     try {
       thread_ = std::thread(&LogWriterThread::Run, this);
@@ -61,15 +64,15 @@ void LogWriterThread::Join() {
   }
   wake_.notify_one();
   thread_.join();
-  text_ = {};
-  filePath_ = {};
+  GiveBack(text_);
+  GiveBack(filePath_);
 }
 
-bool CAsyncLogging::Log(std::string_view entry, const std::string& filePath) {
+bool CAsyncLogging::Log(std::initializer_list<std::string_view> entry, std::string_view filePath) {
   const WriteHold hold(lock_);
-  if (closed_ || pending_.size() + entry.size() > kMostPendingBytes) return false;
-  pending_ += entry;
-  if (filePath != lastFile_) lastFile_ = filePath;
+  if (closed_ || pending_.size() > kMostPendingBytes) return false;
+  for (const std::string_view piece : entry) pending_ += piece;
+  lastFile_ = filePath;
   if (!writer_.Busy()) writer_.Start(filePath, pending_);
   return true;
 }
@@ -79,6 +82,6 @@ void CAsyncLogging::Close() {
   closed_ = true;
   writer_.Join();
   if (!pending_.empty()) WriteLogAsync(lastFile_, pending_);
-  pending_ = {};
-  lastFile_ = {};
+  GiveBack(pending_);
+  GiveBack(lastFile_);
 }

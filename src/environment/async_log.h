@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <condition_variable>
+#include <initializer_list>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -22,7 +23,7 @@ class LogWriterThread {
   bool Busy() const { return busy_.load(std::memory_order_acquire); }
   /// Takes the text, leaving `text` empty with the memory of an earlier batch. Only while not busy.
   /// Returns false, the text untouched, when there is no thread to be had.
-  bool Start(const std::string& filePath, std::string& text);
+  bool Start(std::string_view filePath, std::string& text);
   /// Waits for the running batch and ends the thread.
   void Join();
 
@@ -41,10 +42,10 @@ class LogWriterThread {
 /// Collects lines and hands them to the background writer. Any thread may call.
 class CAsyncLogging {
  public:
-  /// Appends the entry to the pending text, and starts a write of all that is pending for that file
-  /// unless one is running. Returns false when the entry was dropped: after Close, or when the disk
-  /// has not kept up for so long that too much is pending.
-  bool Log(std::string_view entry, const std::string& filePath);
+  /// Appends the entry, given in pieces, to the pending text, and starts a write of all that is
+  /// pending for that file unless one is running. Returns false when the entry was dropped: after
+  /// Close, or when the disk has not kept up for so long that too much is pending.
+  bool Log(std::initializer_list<std::string_view> entry, std::string_view filePath);
   /// Waits for the running write, writes what is pending and drops everything that comes later.
   void Close();
 

@@ -64,13 +64,9 @@ void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const cha
   }
 }
 
-const char* BoolToText(bool value) {
-  return value ? "TRUE" : "FALSE";
-}
+const char* BoolToText(bool value) { return value ? "TRUE" : "FALSE"; }
 
-bool TextToBool(const std::string& text) {
-  return ::strcasecmp(text.c_str(), "TRUE") == 0;
-}
+bool TextToBool(const std::string& text) { return ::strcasecmp(text.c_str(), "TRUE") == 0; }
 
 std::string GetLatestSourceName(int& type) {
   const std::string stored = GetConfigurationfromInitFile("LatestSourceType", "", DEFAULT_SECTION);

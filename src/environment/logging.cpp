@@ -4,7 +4,6 @@
 
 #include <atomic>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
 #include <exception>
 #include <new>
@@ -12,13 +11,13 @@
 
 #include "environment/async_log.h"
 #include "environment/configuration_lock.h"
+#include "environment/log_prefix.h"
 #include "environment/paths.h"
 #include "environment/work_mode.h"
 #include "platform/diagnostics.h"
 #include "platform/profile.h"
 #include "platform/text.h"
 #include "platform/thread.h"
-#include "util/cutil.h"
 
 namespace {
 
@@ -58,67 +57,25 @@ int ReadNumber(const char* key, const char* def, int valueIfEmpty) {
   return length == 0 ? valueIfEmpty : TextToInt(text);
 }
 
-bool IsKept(int level) {
-  return (GetLogLevel() & level) != 0;
-}
+bool IsKept(int level) { return (GetLogLevel() & level) != 0; }
 
-void AppendNumber(std::string& out, int value, int width, char fill) {
-  char digits[16];
-  const auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-  const int length = static_cast<int>(end - digits);
-  if (length < width) out.append(static_cast<std::size_t>(width - length), fill);
-  out.append(digits, end);
-}
-
-// "[Process:%6d Thread:%6d] [%02d/%02d/%04d %02d:%02d:%02d.%03d] [%s-%d-%d]: ", written out by hand
-// because it is most of what a line costs its caller.
-void AppendPrefix(std::string& out, int level) {
+LogLineHead HeadFor(int level) {
   static const int process = static_cast<int>(GetCurrentProcessId());
-  const _SYSTEMTIME now = CUtil::GetLocalTime();
-  out += "[Process:";
-  AppendNumber(out, process, 6, ' ');
-  out += " Thread:";
-  AppendNumber(out, static_cast<int>(GetCurrentThreadId()), 6, ' ');
-  out += "] [";
-  AppendNumber(out, now.wMonth, 2, '0');
-  out += '/';
-  AppendNumber(out, now.wDay, 2, '0');
-  out += '/';
-  AppendNumber(out, now.wYear, 4, '0');
-  out += ' ';
-  AppendNumber(out, now.wHour, 2, '0');
-  out += ':';
-  AppendNumber(out, now.wMinute, 2, '0');
-  out += ':';
-  AppendNumber(out, now.wSecond, 2, '0');
-  out += '.';
-  AppendNumber(out, now.wMilliseconds, 3, '0');
-  out += "] [";
-  out += GetLogTypeStr(level);
-  out += '-';
-  AppendNumber(out, static_cast<int>(GetProcessMode()), 0, ' ');
-  out += '-';
-  AppendNumber(out, ReadNumber("WorkMode", "0", 0), 0, ' ');
-  out += "]: ";
+  return {process, static_cast<int>(GetCurrentThreadId()), GetLogTypeStr(level),
+          static_cast<int>(GetProcessMode()), ReadNumber("WorkMode", "0", 0)};
 }
 
 // Builds an entry and queues it; the filter has been asked already.
 int Queue(int level, std::string_view text, std::string_view data, bool hasData, int error) {
   try {
-    std::string entry;
-    entry.reserve(160 + text.size() + data.size());
-    AppendPrefix(entry, level);
-    entry += text;
+    char prefixBytes[LOG_PREFIX_BYTES];
+    const std::string_view prefix = FormatLogPrefix(prefixBytes, HeadFor(level));
+    char code[48] = "";
     if ((level & LOG_LEVEL_ERROR) != 0) {
-      entry += " GetLastError = ";
-      AppendNumber(entry, error, 0, ' ');
+      std::snprintf(code, sizeof code, " GetLastError = %d", error);
     }
-    entry += '\n';
-    if (hasData) {
-      entry += data;
-      entry += '\n';
-    }
-    return TheLog().Log(entry, GetLogFile()) ? 1 : 0;
+    const std::string_view end = hasData ? "\n" : "";
+    return TheLog().Log({prefix, text, code, "\n", data, end}, GetLogFileCString()) ? 1 : 0;
   } catch (const std::exception&) {
     return 0;
   }
@@ -210,21 +167,13 @@ const char* GetLogTypeStr(int level) {
   return "";
 }
 
-int GetLogLevel() {
-  return GetFullLogging() ? LOG_LEVEL_FULL : GetLogLevelInLocal();
-}
+int GetLogLevel() { return GetFullLogging() ? LOG_LEVEL_FULL : GetLogLevelInLocal(); }
 
-int GetLogLevelInLocal() {
-  return ReadNumber("LogLevel", "1", LOG_LEVEL_NULL);
-}
+int GetLogLevelInLocal() { return ReadNumber("LogLevel", "1", LOG_LEVEL_NULL); }
 
-bool GetFullLogging() {
-  return g_fullLogging.load(std::memory_order_relaxed);
-}
+bool GetFullLogging() { return g_fullLogging.load(std::memory_order_relaxed); }
 
-void SetFullLogging(bool full) {
-  g_fullLogging.store(full, std::memory_order_relaxed);
-}
+void SetFullLogging(bool full) { g_fullLogging.store(full, std::memory_order_relaxed); }
 
 void ConnectPlatformLog() {
   static constexpr LogSink kSink = {[] { return IsKept(LOG_LEVEL_DEBUG); },

@@ -16,7 +16,7 @@ struct ProgramPaths {
   std::string logFile, scanLogFile;
 };
 
-/// Stores the whole set, keeping a short copy of the configuration file's name for the hot readers.
+/// Stores the whole set, with C strings of those names that are needed most.
 void SetProgramPaths(const ProgramPaths& paths);
 
 /// The folders end in "/".
@@ -39,9 +39,11 @@ std::string GetFirefoxCert();
 /// The log file of this process: the scanning process has its own.
 std::string GetLogFile();
 
-/// The configuration file as a C string of at most 1,023 characters, "" before start-up. The
-/// pointer stays valid and its text is written once, before the first command.
+/// The configuration file and the log file as C strings of at most 1,023 characters, "" before
+/// start-up, for what every setting and every log line needs. The pointers stay valid and their
+/// texts are written once, before the first command.
 const char* GetInitFileCString();
+const char* GetLogFileCString();
 
 /// File names without a folder.
 std::string GetConfigName();

@@ -73,12 +73,8 @@ PortMap ReadPort(const char* baseKey, bool useStoredCount) {
   return map;
 }
 
-PortMap ReadSSLPort(bool useStoredCount) {
-  return ReadPort(SSL_PORT_KEY, useStoredCount);
-}
-PortMap ReadNoSSLPort(bool useStoredCount) {
-  return ReadPort(PLAIN_PORT_KEY, useStoredCount);
-}
+PortMap ReadSSLPort(bool useStoredCount) { return ReadPort(SSL_PORT_KEY, useStoredCount); }
+PortMap ReadNoSSLPort(bool useStoredCount) { return ReadPort(PLAIN_PORT_KEY, useStoredCount); }
 
 int GetSSLPort(const std::string& name, bool useStoredCount) {
   return PortOf(ReadSSLPort(useStoredCount), name);
@@ -149,6 +145,4 @@ bool PortIsUsed(const char* filePath, int port) {
   return content.find(std::to_string(port)) != std::string::npos;
 }
 
-int PortIsUsed(int) {
-  return 0;
-}
+int PortIsUsed(int) { return 0; }

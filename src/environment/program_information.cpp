@@ -110,9 +110,7 @@ void InitProgramInfo() {
   LogVersionLine();
 }
 
-std::string GetHostName() {
-  return CopyOf(TheInformation().hostName);
-}
+std::string GetHostName() { return CopyOf(TheInformation().hostName); }
 
 void SetHostName(const char* name) {
   if (name == nullptr) return;
@@ -120,13 +118,9 @@ void SetHostName(const char* name) {
   TheInformation().hostName = name;
 }
 
-std::string GetListenType() {
-  return CopyOf(TheInformation().listenType);
-}
+std::string GetListenType() { return CopyOf(TheInformation().listenType); }
 
-std::string GetServiceName() {
-  return CopyOf(TheInformation().serviceName);
-}
+std::string GetServiceName() { return CopyOf(TheInformation().serviceName); }
 
 void SaveServiceName(const char* name) {
   SetConfigurationToInitFile("ServiceName", name, DEFAULT_SECTION, GetServiceConfigName().c_str());
@@ -150,40 +144,24 @@ bool SingleUser() {
   return TextToBool(FromServiceFile("SingleUser", "FALSE", GetServiceConfigName()));
 }
 
-std::string GetServiceVersion() {
-  return GetServiceVersion(GetServiceConfigName().c_str());
-}
+std::string GetServiceVersion() { return GetServiceVersion(GetServiceConfigName().c_str()); }
 
 std::string GetServiceVersion(const char* serviceConfigFile) {
   return FromServiceFile("ServiceVersion", "17.3", serviceConfigFile);
 }
 
-int IsDebugMode() {
-  return GetFullLogging() ? 1 : GetLogLevelInLocal() & LOG_LEVEL_DEBUG;
-}
+int IsDebugMode() { return GetFullLogging() ? 1 : GetLogLevelInLocal() & LOG_LEVEL_DEBUG; }
 
-int CleanCacheFolder() {
-  return RemoveDir(GetCachePath().c_str());
-}
+int CleanCacheFolder() { return RemoveDir(GetCachePath().c_str()); }
 
 void InitService() {}
 void CheckAndInitUserMode() {}
 
-bool GetIfServiceStopped() {
-  return g_stopped;
-}
-void SetIfServiceStopped(bool stopped) {
-  g_stopped = stopped;
-}
-bool GetIfServicePaused() {
-  return g_paused;
-}
-void SetIfServicePaused(bool paused) {
-  g_paused = paused;
-}
-bool GetIfServiceRestarted() {
-  return g_restarted;
-}
+bool GetIfServiceStopped() { return g_stopped; }
+void SetIfServiceStopped(bool stopped) { g_stopped = stopped; }
+bool GetIfServicePaused() { return g_paused; }
+void SetIfServicePaused(bool paused) { g_paused = paused; }
+bool GetIfServiceRestarted() { return g_restarted; }
 
 void RestartService() {
   g_restarted = true;

@@ -16,9 +16,7 @@
 #include "platform/os.h"
 #include "util/cutil.h"
 
-std::string GetCurrentUserName(int) {
-  return os::UserName();
-}
+std::string GetCurrentUserName(int) { return os::UserName(); }
 
 int name_to_uid(const char* name, uid_t* uid, gid_t* gid) {
   if (name == nullptr || uid == nullptr || gid == nullptr) return -1;
@@ -109,18 +107,8 @@ void GetUserInfo(int, std::string& name, int& session, int& process) {
   process = 0;
 }
 
-std::string GetUserSID(int) {
-  return "";
-}
-int GetConnectionProcessID(int) {
-  return 0;
-}
-int GetProcessSessionID(int) {
-  return 0;
-}
-int GetClientConnectionSessionID(int, int*) {
-  return 0;
-}
-int GetCurrentUserToken(void**, int) {
-  return -1;
-}
+std::string GetUserSID(int) { return ""; }
+int GetConnectionProcessID(int) { return 0; }
+int GetProcessSessionID(int) { return 0; }
+int GetClientConnectionSessionID(int, int*) { return 0; }
+int GetCurrentUserToken(void**, int) { return -1; }

@@ -11,13 +11,9 @@ constinit std::atomic<WorkMode> g_processMode{WorkMode::Service};
 
 }  // namespace
 
-WorkMode GetProcessMode() {
-  return g_processMode.load(std::memory_order_relaxed);
-}
+WorkMode GetProcessMode() { return g_processMode.load(std::memory_order_relaxed); }
 
-void SetProcessMode(WorkMode mode) {
-  g_processMode.store(mode, std::memory_order_relaxed);
-}
+void SetProcessMode(WorkMode mode) { g_processMode.store(mode, std::memory_order_relaxed); }
 
 WorkMode GetServiceMode() {
   const std::string stored = GetConfigurationfromInitFile("WorkMode", "0", DEFAULT_SECTION);

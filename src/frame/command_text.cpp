@@ -45,9 +45,7 @@ std::string CheckUpdateText(std::string_view path, std::string_view requestText)
 
 }  // namespace
 
-bool TakesBinaryBody(std::string_view path) {
-  return Contains(path, kLoadZip);
-}
+bool TakesBinaryBody(std::string_view path) { return Contains(path, kLoadZip); }
 
 std::string GetQVVersionFromPath(std::string_view path) {
   const auto key = path.find(kVersionKey);

@@ -67,9 +67,7 @@ int HttpParamRequest::Sendback(const char* text, const void* data, unsigned int 
   return wrapper_(sendBack_, connectionId_, host_, text, data, len, extra);
 }
 
-int HttpParamRequest::Sendback(const char* text) {
-  return Sendback(text, nullptr, 0, nullptr);
-}
+int HttpParamRequest::Sendback(const char* text) { return Sendback(text, nullptr, 0, nullptr); }
 
 int HttpParamRequest::SendBackResult() {
   std::string json = response_.GetJsonResult();

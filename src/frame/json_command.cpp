@@ -60,15 +60,9 @@ bool JsonCommand::IfKeyExist(const std::string& key) const {
   return root_.isObject() && root_.isMember(key);
 }
 
-std::string JsonCommand::GetCmdId() const {
-  return TextMember("cmdId");
-}
-std::string JsonCommand::GetClientID() const {
-  return TextMember("id");
-}
-std::string JsonCommand::GetVersion() const {
-  return TextMember("version");
-}
+std::string JsonCommand::GetCmdId() const { return TextMember("cmdId"); }
+std::string JsonCommand::GetClientID() const { return TextMember("id"); }
+std::string JsonCommand::GetVersion() const { return TextMember("version"); }
 
 CommandType JsonCommand::GetCommandType() const {
   // Member names are sorted, and the first one that names a function decides.

@@ -54,9 +54,7 @@ int VirtualManagerClient::GetWaitTimeout() {
   return lastActivity_ != 0 && now - lastActivity_ > kBusySeconds ? kIdleTimeout : kBusyTimeout;
 }
 
-void VirtualManagerClient::ResetTimeout() {
-  SetLastActivity(clock_(nullptr));
-}
+void VirtualManagerClient::ResetTimeout() { SetLastActivity(clock_(nullptr)); }
 
 void VirtualManagerClient::SetLastActivity(std::time_t when) {
   const WriteHold hold(timingLock_);

@@ -17,9 +17,7 @@ thread_local LastError t_lastError;
 
 }  // namespace
 
-ManagerClient::ManagerClient() {
-  AddAllFunctionMap();
-}
+ManagerClient::ManagerClient() { AddAllFunctionMap(); }
 
 void ManagerClient::AddAllFunctionMap() {
   functions_ = {
@@ -76,13 +74,9 @@ void ManagerClient::SetErrorInfo(int code, const char* message) {
   lstrcpyn(t_lastError.message, message, sizeof t_lastError.message);
 }
 
-int ManagerClient::GetErrorCode() {
-  return t_lastError.code;
-}
+int ManagerClient::GetErrorCode() { return t_lastError.code; }
 
-const char* ManagerClient::GetErrorMessage() {
-  return t_lastError.message;
-}
+const char* ManagerClient::GetErrorMessage() { return t_lastError.message; }
 
 bool ManagerClient::HasParameters(HttpParamRequest* request, int needed) {
   const int count = request->GetParameterCount();

@@ -87,21 +87,15 @@ _SYSTEMTIME CUtil::GetLocalTime() {
   return now;
 }
 
-void CUtil::RemoveChar(char* s, char c) {
-  *std::remove(s, s + std::strlen(s), c) = '\0';
-}
+void CUtil::RemoveChar(char* s, char c) { *std::remove(s, s + std::strlen(s), c) = '\0'; }
 
 void CUtil::TrimWindowsFileName(char* s) {
   for (const char ch : {' ', '\\', '/'}) ::TrimRight(s, ch);
 }
 
-void CUtil::TrimRight(char* s, char c) {
-  ::TrimRight(s, c);
-}
+void CUtil::TrimRight(char* s, char c) { ::TrimRight(s, c); }
 
-int CUtil::ReverseFindChar(const char* s, char c) {
-  return ::ReverseFindChar(s, c);
-}
+int CUtil::ReverseFindChar(const char* s, char c) { return ::ReverseFindChar(s, c); }
 
 void CUtil::find_and_replace(std::string& s, const std::string& from, const std::string& to) {
   if (from.empty() || from == to) return;

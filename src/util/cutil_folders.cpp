@@ -17,18 +17,14 @@ struct CloseFolder {
 };
 using FolderHandle = std::unique_ptr<DIR, CloseFolder>;
 
-bool IsOwnOrParent(std::string_view name) {
-  return name == "." || name == "..";
-}
+bool IsOwnOrParent(std::string_view name) { return name == "." || name == ".."; }
 
 std::string WithoutTrailing(std::string path, char ch) {
   while (!path.empty() && path.back() == ch) path.pop_back();
   return path;
 }
 
-bool Exists(const std::string& path) {
-  return GetFileAttributes(path.c_str()) != -1;
-}
+bool Exists(const std::string& path) { return GetFileAttributes(path.c_str()) != -1; }
 
 // Opens a folder for deleting what is in it. A link to a folder is not one: what it points to
 // belongs to somebody else.

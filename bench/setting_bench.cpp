@@ -1,0 +1,74 @@
+// A setting and a log line beside the bare file reads that they consist of.
+#include <benchmark/benchmark.h>
+
+#include "bare_read.h"
+#include "environment/configuration.h"
+#include "environment/logging.h"
+#include "environment/paths.h"
+#include "environment/program_information.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+void Prepare(int keys, int logLevel) {
+  InitProgramInfo();
+  std::string text = "[QV]\n";
+  for (int i = 0; i < keys - 2; ++i) {
+    text += "Key" + std::to_string(i) + "=value" + std::to_string(i) + "\n";
+  }
+  text += "LogLevel=" + std::to_string(logLevel) + "\nWorkMode=0\n";
+  Spit(GetInitFile(), text);
+}
+
+void BareReadOf40Keys(benchmark::State& state) {
+  Prepare(40, 1);
+  const std::string file = GetInitFile();
+  for (auto _ : state) BareRead(file.c_str());
+}
+BENCHMARK(BareReadOf40Keys);
+
+void SettingOf40Keys(benchmark::State& state) {
+  Prepare(40, 1);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(GetConfigurationfromInitFile("Key20", "", DEFAULT_SECTION));
+  }
+}
+BENCHMARK(SettingOf40Keys);
+
+// Reads of the filter and of the work mode.
+void BareReadsOfLogLine(benchmark::State& state) {
+  Prepare(12, 14);
+  const std::string file = GetInitFile();
+  for (auto _ : state) {
+    BareRead(file.c_str());
+    BareRead(file.c_str());
+  }
+}
+BENCHMARK(BareReadsOfLogLine);
+
+void LogLineAtLevel14(benchmark::State& state) {
+  Prepare(12, 14);
+  SetFullLogging(false);
+  int i = 0;
+  for (auto _ : state) LogInfo("a line of ordinary length, number %d of %s", ++i, "many");
+}
+BENCHMARK(LogLineAtLevel14);
+
+// Full logging spares the read of the filter.
+void BareReadOfFullLogLine(benchmark::State& state) {
+  Prepare(12, 14);
+  const std::string file = GetInitFile();
+  for (auto _ : state) BareRead(file.c_str());
+}
+BENCHMARK(BareReadOfFullLogLine);
+
+void LogLineUnderFullLogging(benchmark::State& state) {
+  Prepare(12, 14);
+  SetFullLogging(true);
+  int i = 0;
+  for (auto _ : state) LogInfo("a line of ordinary length, number %d of %s", ++i, "many");
+  SetFullLogging(false);
+}
+BENCHMARK(LogLineUnderFullLogging);
+
+}  // namespace

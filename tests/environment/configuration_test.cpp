@@ -1,0 +1,141 @@
+#include "environment/configuration.h"
+
+#include <gtest/gtest.h>
+
+#include "environment/access_switches.h"
+#include "environment/paths.h"
+#include "environment/ports.h"
+#include "environment/program_information.h"
+#include "environment/work_mode.h"
+#include "support/temp_folder.h"
+
+namespace {
+
+class Configuration : public ::testing::Test {
+ protected:
+  Configuration() {
+    InitProgramInfo();
+    Spit(GetInitFile(), "");
+    Spit(GetUserConfigFile(), "");
+    SetProcessMode(WorkMode::Service);
+  }
+  static std::string Text(const char* key, const char* def = "", const char* section = nullptr) {
+    return GetConfigurationfromInitFile(key, def, section);
+  }
+};
+using Ports = Configuration;
+
+TEST_F(Configuration, ReadsEachValueOrItsDefault) {
+  Spit(GetInitFile(), "[QV]\nText=stored\nEmpty=\n[]\nText=nameless\n[other]\nText=elsewhere\n");
+  EXPECT_EQ(Text("Text"), "stored");
+  EXPECT_EQ(Text("Text", "x", "QV"), "stored");
+  EXPECT_EQ(Text("Text", "x", ""), "nameless");
+  EXPECT_EQ(Text("Text", "x", "other"), "elsewhere");
+  EXPECT_EQ(Text("Text", "x", "missing"), "x");
+  EXPECT_EQ(Text("Empty", "x"), "x");
+  EXPECT_EQ(Text("Missing", nullptr), "");
+  EXPECT_EQ(GetConfigurationfromInitFile("Text", "x", nullptr, "/no/such/file"), "x");
+
+  SetConfigurationToInitFile("Long", std::string(3000, 'v').c_str(), DEFAULT_SECTION);
+  EXPECT_EQ(Text("Long"), std::string(2046, 'v'));
+  EXPECT_EQ(Text("Text"), "stored");
+}
+
+TEST_F(Configuration, TakesOnlyTrueForTrue) {
+  const struct {
+    const char* stored;
+    bool value;
+  } kTexts[] = {{"TRUE", true}, {"true", true},   {"True", true}, {"1", false},
+                {"yes", false}, {"FALSE", false}, {"", true}};
+  for (const auto& [stored, value] : kTexts) {
+    SetConfigurationToInitFile("Flag", stored, DEFAULT_SECTION);
+    EXPECT_EQ(GetConfigurationfromInitFile("Flag", "TRUE"), value) << stored;
+  }
+}
+
+TEST_F(Configuration, LetsNoValuePoseAsAnotherKey) {
+  SetConfigurationToInitFile("Server", "host\r\nManageOrigins=https://evil.example\n[QV]\nx=1",
+                             DEFAULT_SECTION);
+  SetConfigurationToInitFile("A\nB=1", "v\n", "s]\n[QV");
+  EXPECT_EQ(Text("ManageOrigins", "none"), "none");
+  EXPECT_EQ(Text("x", "none"), "none");
+  EXPECT_EQ(Text("Server"), "hostManageOrigins=https://evil.example[QV]x=1");
+}
+
+TEST_F(Configuration, KeepsSwitchesInMemoryUntilTheNextStart) {
+  const bool before = GetEnableWebcamAccess();
+  SetEnableWebcamAccess(!before);
+  EXPECT_EQ(GetEnableWebcamAccess(), before);
+  EXPECT_EQ(Text("EnableWebcamAccess"), before ? "FALSE" : "TRUE");
+  EXPECT_FALSE(GetEnableCORSAll()) << "on before start-up, off by default after it";
+  EXPECT_TRUE(GetIfOnlyLoadMarviqueSignedModule());
+}
+
+TEST_F(Configuration, RemembersTheLatestSource) {
+  int type = 7;
+  EXPECT_EQ(GetLatestSourceName(type), "");
+  EXPECT_EQ(type, 7);
+  SetLatestSourceName(2, "Scanner");
+  EXPECT_EQ(GetLatestSourceName(type), "Scanner");
+  EXPECT_EQ(type, 2);
+}
+
+TEST_F(Ports, AreStoredInDescendingOrderAndReadBack) {
+  SetNoSSLPort(18625, "qtp");
+  SetNoSSLPort(20100, "hvn");
+  SetSSLPort(18626, "qtp");
+  EXPECT_EQ(Slurp(GetInitFile()),
+            "[QV]\nPort=2\nPort_mn_0=qtp\nPort_mn_1=hvn\nPort_mp_0=18625\nPort_mp_1=20100\n"
+            "SSLPort=1\nSSLPort_mn_0=qtp\nSSLPort_mp_0=18626\n");
+  EXPECT_EQ(ReadNoSSLPort(true), (PortMap{{"hvn", 20100}, {"qtp", 18625}}));
+  EXPECT_EQ(GetSSLPort("qtp", true), 18626);
+  EXPECT_EQ(GetSSLPort("hvn", true), 0);
+
+  SavePort(PortMap{{"hvn", 1}}, PLAIN_PORT_KEY);  // leaves the second entry behind
+  EXPECT_EQ(ReadNoSSLPort(true), (PortMap{{"hvn", 1}}));
+  EXPECT_EQ(ReadNoSSLPort(false), (PortMap{{"hvn", 20100}}));
+  SavePort(PortMap{}, PLAIN_PORT_KEY);
+  EXPECT_TRUE(ReadNoSSLPort(true).empty());
+}
+
+TEST_F(Ports, AreReadUpToTheCountOrTheFirstGap) {
+  std::string text = "[QV]\nPort=99999999\n";
+  for (int i = 0; i < 12; ++i) {
+    const std::string n = std::to_string(i);
+    text += "Port_mn_" + n + "=m" + n + "\nPort_mp_" + n + "=" + (i == 3 ? "x" : n) + "\n";
+  }
+  Spit(GetInitFile(), text);
+  EXPECT_EQ(ReadNoSSLPort(true).size(), 12u);
+  EXPECT_EQ(ReadNoSSLPort(false).size(), 10u);
+  EXPECT_EQ(GetNoSSLPort("m3", true), 0);
+  Spit(GetInitFile(), "[QV]\nPort=-4\nPort_mn_0=a\nPort_mp_0=99999999999\n");
+  EXPECT_TRUE(ReadNoSSLPort(true).empty());
+  EXPECT_EQ(GetNoSSLPort("a", false), 2147483647);
+}
+
+TEST_F(Ports, AreKeptPerUser) {
+  SavePort("ann", "hvn", true, true, 4001);
+  SavePort("ann", "hvn", false, false, 4002);
+  EXPECT_EQ(Slurp(GetUserConfigFile()), "[ann]\nhvn=4002\nhvn_ssl=4001\nhvn_ssl_def=4001\n");
+  EXPECT_EQ(GetPort("ann", "hvn", true, true), 4001);
+  EXPECT_EQ(GetPort("ann", "hvn", true, false), 0);
+  EXPECT_FALSE(GetUserProcessExitFlag("ann"));
+  SetUserProcessExitFlag("ann", true);
+  EXPECT_TRUE(GetUserProcessExitFlag("ann"));
+
+  Spit(GetUserConfigFile(), "[]\nqtp_ssl=5001\nhvn_ssl=0\n");
+  EXPECT_TRUE(ReadUserSSLPort().empty());
+  SetProcessMode(WorkMode::UserPorts);
+  EXPECT_EQ(ReadUserSSLPort(), std::vector<int>{5001});
+}
+
+TEST_F(Ports, AreLookedForInAFileAsText) {
+  const std::string file = GetWorkPath() + "ports.txt";
+  Spit(file, "listen 8080;");
+  EXPECT_TRUE(PortIsUsed(file.c_str(), 80));
+  EXPECT_FALSE(PortIsUsed(file.c_str(), 81));
+  EXPECT_FALSE(PortIsUsed("/no/such/file", 80));
+  EXPECT_EQ(PortIsUsed(80), 0);
+}
+
+}  // namespace

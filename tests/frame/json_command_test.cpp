@@ -1,0 +1,147 @@
+#include "frame/json_command.h"
+
+#include <gtest/gtest.h>
+#include <json/json.h>
+
+#include <climits>
+
+namespace {
+
+TEST(JsonCommand, FindsTheFunctionOfACommand) {
+  const struct {
+    const char* text;
+    int type;
+    const char *name, *property;
+  } kCommands[] = {
+      {R"({"method":"A","event":"B"})", COMMAND_EVENT, "B", ""},
+      {R"({"property":"P","method":"A"})", COMMAND_METHOD, "A", "get"},
+      {R"({"property":"P"})", COMMAND_PROPERTY, "P", "get"},
+      {R"({"property":"P","parameter":[]})", COMMAND_PROPERTY, "P", "set"},
+      {R"({"Method":"A"})", COMMAND_NONE, "", ""},
+      {R"({"method":{"x":1}})", COMMAND_METHOD, "", ""},
+      {R"({"method":[1]})", COMMAND_METHOD, "", ""},
+      {R"({"method":5})", COMMAND_METHOD, "5", ""},
+      {R"({"method":null})", COMMAND_METHOD, "", ""},
+      {R"([{"method":"A"}])", COMMAND_NONE, "", ""},
+      {"5", COMMAND_NONE, "", ""},
+      {"\"method\"", COMMAND_NONE, "", ""},
+      {"", COMMAND_NONE, "", ""},
+      {"{", COMMAND_NONE, "", ""},
+      {R"({"method":"A",})", COMMAND_NONE, "", ""},
+  };
+  for (const auto& [text, type, name, property] : kCommands) {
+    const JsonCommand command(text);
+    EXPECT_EQ(command.GetCommandType(), type) << text;
+    EXPECT_EQ(command.GetFunctionName(), name) << text;
+    EXPECT_EQ(command.GetPropertyType(), property) << text;
+  }
+}
+
+TEST(JsonCommand, SurvivesWhatIsNoCommand) {
+  JsonCommand command;
+  for (const int depth : {1001, 100000}) {
+    EXPECT_FALSE(command.SetJsonString(std::string(depth, '[')));
+    EXPECT_FALSE(command.SetJsonString(std::string(depth, '[') + std::string(depth, ']')));
+  }
+  EXPECT_EQ(command.GetParameterCount(), 0);
+  EXPECT_EQ(command.GetParameter(0), nullptr);
+  EXPECT_FALSE(command.IfKeyExist("id"));
+  EXPECT_TRUE(command.SetJsonString(R"({"id":{"x":1},"cmdId":[],"version":2.5})"));
+  EXPECT_EQ(command.GetClientID(), "");
+  EXPECT_EQ(command.GetCmdId(), "");
+  EXPECT_EQ(command.GetVersion(), "2.5");
+  EXPECT_TRUE(command.IfKeyExist("id"));
+  EXPECT_FALSE(command.IfKeyExist("ID"));
+}
+
+TEST(JsonCommand, TellsTheTypeOfEachParameter) {
+  const JsonCommand command(
+      R"({"parameter":[null,true,-5,4000000000,2.5,"s",[1],{"k":1},10000000000]})");
+  const int kTypes[] = {0, 1, 3, 4, 5, 6, 7, 8, 5};
+  ASSERT_EQ(command.GetParameterCount(), 9);
+  for (int i = 0; i < 9; ++i) EXPECT_EQ(command.GetParameterType(i), kTypes[i]) << i;
+  for (const int i : {-1, 9, INT_MAX, INT_MIN}) EXPECT_EQ(command.GetParameterType(i), 9) << i;
+  const JsonCommand object(R"({"parameter":{"a":1,"b":2}})");
+  EXPECT_EQ(object.GetParameterCount(), 2);
+  EXPECT_EQ(object.GetParameter(0), nullptr);
+  EXPECT_EQ(JsonCommand(R"({"parameter":"ab"})").GetParameterCount(), 0);
+}
+
+Json::Value Parsed(const std::string& text) {
+  Json::Value value;
+  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
+  return value;
+}
+
+TEST(JsonCommand, ConvertsParameters) {
+  constexpr const char* kNone = nullptr;
+  constexpr int kUnset = 99;
+  const struct {
+    const char* json;
+    const char* text;  // null: refused
+    bool isInt;
+    int number;
+    bool isBool;
+    int flag;
+  } kValues[] = {
+      {"7", "7.000000", true, 7, true, 1},
+      {"0", "0.000000", true, 0, true, 0},
+      {"2.9", "2.900000", true, 2, true, 1},
+      {"-2.9", "-2.900000", true, -2, true, 1},
+      {"1e300", nullptr, true, INT_MAX, true, 1},
+      {"-4000000000", "-4000000000.000000", true, INT_MIN, true, 1},
+      {"4000000000", "4000000000.000000", true, INT_MAX, true, 1},
+      {R"("0")", "0", true, 0, false, kUnset},
+      {R"("00")", "00", false, -1, false, kUnset},
+      {R"("12abc")", "12abc", true, 12, false, kUnset},
+      {R"("99999999999")", "99999999999", true, INT_MAX, false, kUnset},
+      {R"("abc")", "abc", false, -1, false, kUnset},
+      {R"("TRUE")", "TRUE", false, -1, true, kUnset},
+      {R"("yes")", "yes", false, -1, false, kUnset},
+      {"true", "true", false, -1, true, 1},
+      {"false", "false", false, -1, true, 0},
+      {"null", "NULL", false, -1, true, 0},
+      {"[1]", "[\n\t1\n]\n", false, -1, false, kUnset},
+      {"{}", kNone, false, -1, false, kUnset},
+  };
+  for (const auto& [json, text, isInt, number, isBool, flag] : kValues) {
+    const Json::Value value = Parsed(json);
+    std::string asText = "x";
+    int asInt = kUnset;
+    signed char asFlag = kUnset;
+    if (std::string(json) == "1e300") {
+      EXPECT_TRUE(JsonCommand::GetUTF8String(&value, &asText));
+      EXPECT_EQ(asText.size(), 255u) << "cut to what fits";
+    } else {
+      EXPECT_EQ(JsonCommand::ConvertString(&value, &asText), text != nullptr) << json;
+      EXPECT_EQ(asText, text != nullptr ? text : "") << json;
+    }
+    EXPECT_EQ(JsonCommand::ConvertInt(&value, &asInt), isInt) << json;
+    EXPECT_EQ(asInt, number) << json;
+    EXPECT_EQ(JsonCommand::ConvertBOOL(&value, &asFlag), isBool) << json;
+    EXPECT_EQ(asFlag, flag) << json;
+  }
+  const Json::Value value(1);
+  EXPECT_FALSE(JsonCommand::GetUTF8String(nullptr, nullptr));
+  EXPECT_FALSE(JsonCommand::ConvertInt(&value, nullptr));
+  EXPECT_FALSE(JsonCommand::ConvertBOOL(&value, nullptr));
+}
+
+TEST(JsonCommand, WritesReplies) {
+  ParamStack stack;
+  EXPECT_EQ(JsonCommand::Encode("7", "Foo", stack, false, 0, "Successful"),
+            "{\n\t\"id\" : \"7\",\n\t\"method\" : \"Foo\"\n}\n");
+  stack.push_back(std::make_unique<Json::Value>(5));
+  stack.push_back(nullptr);
+  EXPECT_EQ(JsonCommand::Encode("", "Foo", stack, true, -2205, "no"),
+            "{\n\t\"description\" : \"no\",\n\t\"event\" : \"Foo\",\n\t\"exception\" : -2205,\n"
+            "\t\"id\" : \"\",\n\t\"result\" : \n\t[\n\t\t5,\n\t\tnull\n\t]\n}\n");
+  const Json::Value reply =
+      Parsed(JsonCommand::Encode("s", "o", "Foo", ParamStack(), false, 0, "ignored"));
+  EXPECT_EQ(reply["description"].asString(), "Successful");
+  EXPECT_EQ(reply["exception"].asInt(), 0);
+  EXPECT_EQ(reply["session"].asString() + reply["object"].asString(), "so");
+  EXPECT_FALSE(reply.isMember("result"));
+}
+
+}  // namespace

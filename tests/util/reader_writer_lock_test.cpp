@@ -1,0 +1,245 @@
+#include "util/reader_writer_lock.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+
+#include <atomic>
+#include <chrono>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+
+#include "platform/sync.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+
+template <class T>
+T OnOtherThread(std::function<T()> call) {
+  return std::async(std::launch::async, std::move(call)).get();
+}
+
+template <class Lock>
+bool OtherCanRead(Lock& lock, unsigned int timeoutMs = 0) {
+  return OnOtherThread<bool>([&] {
+    const bool read = lock.AcquireReaderLock(timeoutMs);
+    if (read) lock.ReleaseReaderLock();
+    return read;
+  });
+}
+
+template <class Lock>
+bool OtherCanWrite(Lock& lock, unsigned int timeoutMs = 0) {
+  return OnOtherThread<bool>([&] {
+    const bool wrote = lock.AcquireWriterLock(timeoutMs);
+    if (wrote) lock.ReleaseWriterLock();
+    return wrote;
+  });
+}
+
+bool Becomes(const std::function<bool()>& condition) {
+  const auto end = std::chrono::steady_clock::now() + 10s;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(1ms);
+  }
+  return true;
+}
+
+template <class Lock>
+class AnyLock : public ::testing::Test {
+ protected:
+  Lock lock_;
+};
+
+using BothLocks = ::testing::Types<CReaderWriterLock, CReaderWriterLockNonReentrance>;
+TYPED_TEST_SUITE(AnyLock, BothLocks);
+
+TYPED_TEST(AnyLock, SharesReadsAndExcludesWrites) {
+  auto& lock = this->lock_;
+  ASSERT_TRUE(lock.AcquireReaderLock(0));
+  EXPECT_TRUE(OtherCanRead(lock));
+  EXPECT_FALSE(OtherCanWrite(lock));
+  EXPECT_FALSE(OtherCanWrite(lock, 20));
+  EXPECT_TRUE(OtherCanRead(lock)) << "the writer that gave up still keeps readers out";
+  lock.ReleaseReaderLock();
+
+  ASSERT_TRUE(lock.AcquireWriterLock(0));
+  EXPECT_FALSE(OtherCanRead(lock));
+  EXPECT_FALSE(OtherCanRead(lock, 20));
+  EXPECT_FALSE(OtherCanWrite(lock, 20));
+  lock.ReleaseWriterLock();
+  EXPECT_TRUE(OtherCanWrite(lock));
+  EXPECT_TRUE(OtherCanRead(lock));
+}
+
+TYPED_TEST(AnyLock, ReleasesOfWhatIsNotHeldChangeNothing) {
+  auto& lock = this->lock_;
+  lock.ReleaseReaderLock();
+  lock.ReleaseWriterLock();
+  ASSERT_TRUE(lock.AcquireReaderLock(0));
+  lock.ReleaseWriterLock();
+  EXPECT_FALSE(OtherCanWrite(lock));
+  lock.ReleaseReaderLock();
+  ASSERT_TRUE(lock.AcquireWriterLock(0));
+  lock.ReleaseReaderLock();
+  EXPECT_FALSE(OtherCanRead(lock));
+  lock.ReleaseWriterLock();
+  EXPECT_TRUE(OtherCanWrite(lock));
+}
+
+TYPED_TEST(AnyLock, LetsAWaitingWriterGoBeforeNewReaders) {
+  auto& lock = this->lock_;
+  ASSERT_TRUE(lock.AcquireReaderLock(0));
+  auto writer = std::async(std::launch::async, [&] {
+    const bool got = lock.AcquireWriterLock(INFINITE);
+    lock.ReleaseWriterLock();
+    return got;
+  });
+  EXPECT_TRUE(Becomes([&] { return !OtherCanRead(lock); }));
+  lock.ReleaseReaderLock();
+  EXPECT_TRUE(writer.get());
+  EXPECT_TRUE(Becomes([&] { return OtherCanRead(lock); }));
+}
+
+TYPED_TEST(AnyLock, WaitsEvenWhenNoEventCanBeMade) {
+  auto& lock = this->lock_;
+  ASSERT_TRUE(lock.AcquireWriterLock(0));
+  // Threads that need descriptors of their own to start are started before the limit drops.
+  std::atomic<bool> go{false};
+  auto waiter = [&](auto acquire, auto release) {
+    return std::async(std::launch::async, [&go, &lock, acquire, release] {
+      while (!go) std::this_thread::yield();
+      const bool got = (lock.*acquire)(10000);
+      if (got) (lock.*release)();
+      return got;
+    });
+  };
+  auto reader = waiter(&TypeParam::AcquireReaderLock, &TypeParam::ReleaseReaderLock);
+  auto writer = waiter(&TypeParam::AcquireWriterLock, &TypeParam::ReleaseWriterLock);
+  rlimit limit;
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
+  const rlimit none = {0, limit.rlim_max};
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+  EXPECT_EQ(CreateEvent(nullptr, 0, 0, nullptr), nullptr);
+  go = true;
+  std::this_thread::sleep_for(20ms);
+  lock.ReleaseWriterLock();
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
+  EXPECT_TRUE(reader.get());
+  EXPECT_TRUE(writer.get());
+}
+
+TYPED_TEST(AnyLock, GuardsDataUnderLoadAndLosesNoThread) {
+  constexpr int kThreads = 4;
+  constexpr int kRounds = 300;
+  auto& lock = this->lock_;
+  int left = 0;
+  int right = 0;
+  std::atomic<int> torn{0};
+  std::atomic<int> timedOut{0};
+  std::vector<std::jthread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&, t] {
+      for (int i = 0; i < kRounds; ++i) {
+        if ((i + t) % 3 == 0) {
+          if (!lock.AcquireWriterLock(i % 2 == 0 ? INFINITE : 5)) {
+            ++timedOut;
+            continue;
+          }
+          ++left;
+          ++right;
+          lock.ReleaseWriterLock();
+        } else if (lock.AcquireReaderLock(i % 2 == 0 ? INFINITE : 5)) {
+          if (left != right) ++torn;
+          lock.ReleaseReaderLock();
+        }
+      }
+    });
+  }
+  threads.clear();
+  EXPECT_EQ(torn, 0);
+  EXPECT_EQ(left + timedOut, kThreads * kRounds / 3);
+  EXPECT_TRUE(OtherCanWrite(lock)) << "a count leaked";
+}
+
+TEST(PlainLock, ConvertsUpgradesAndDowngrades) {
+  CReaderWriterLockNonReentrance lock;
+  EXPECT_FALSE(lock.UpgradeToWriterLock(10)) << "nothing was held";
+  ASSERT_TRUE(lock.AcquireReaderLock(0));
+  EXPECT_FALSE(lock.UpgradeToWriterLock(0));
+  EXPECT_TRUE(OtherCanRead(lock));
+  ASSERT_TRUE(lock.UpgradeToWriterLock(10));
+  EXPECT_FALSE(OtherCanRead(lock));
+  lock.DowngradeFromWriterLock();
+  EXPECT_TRUE(OtherCanRead(lock));
+  EXPECT_FALSE(OtherCanWrite(lock));
+
+  ASSERT_TRUE(lock.AcquireReaderLock(0));  // a second reader keeps the upgrade waiting
+  EXPECT_FALSE(lock.UpgradeToWriterLock(20));
+  lock.ReleaseReaderLock();
+  EXPECT_FALSE(OtherCanWrite(lock)) << "the failed upgrade lost the read hold";
+  lock.ReleaseReaderLock();
+  EXPECT_TRUE(OtherCanWrite(lock));
+}
+
+TEST(RecursiveLock, CountsHoldsOfAThread) {
+  CReaderWriterLock lock;
+  const auto state = [&] { return lock.GetCurrentThreadStatus(); };
+  ASSERT_TRUE(lock.AcquireReaderLock(0));
+  ASSERT_TRUE(lock.AcquireReaderLock(0));
+  ASSERT_TRUE(lock.AcquireWriterLock(0));
+  EXPECT_EQ(state(), 0x10002u);
+  ASSERT_TRUE(lock.AcquireWriterLock(0));
+  ASSERT_TRUE(lock.AcquireReaderLock(0));
+  std::uint32_t readers = 0;
+  std::uint32_t writers = 0;
+  lock.GetCurrentThreadStatus(readers, writers);
+  EXPECT_EQ(readers, 3u);
+  EXPECT_EQ(writers, 2u);
+  EXPECT_EQ(OnOtherThread<unsigned>([&] { return lock.GetCurrentThreadStatus(); }), 0u);
+
+  lock.ReleaseWriterLock();
+  EXPECT_FALSE(OtherCanRead(lock));
+  lock.ReleaseWriterLock();  // the reads stay: downgraded
+  EXPECT_EQ(state(), 3u);
+  EXPECT_TRUE(OtherCanRead(lock));
+  EXPECT_FALSE(OtherCanWrite(lock));
+  lock.ReleaseAllLocks();
+  EXPECT_EQ(state(), 0u);
+  EXPECT_TRUE(OtherCanWrite(lock));
+
+  ASSERT_TRUE(lock.AcquireWriterLock(0));
+  ASSERT_TRUE(lock.AcquireReaderLock(0));
+  lock.ReleaseReaderLock();
+  lock.ReleaseReaderLock();  // one too many
+  EXPECT_EQ(state(), 0x10000u);
+  lock.ReleaseAllLocks();
+  EXPECT_TRUE(OtherCanWrite(lock));
+}
+
+TEST(RecursiveLock, LetsTwoReadersUpgradeOneAfterTheOther) {
+  CReaderWriterLock lock;
+  std::atomic<int> reading{0};
+  int value = 0;
+  const auto upgrade = [&] {
+    lock.AcquireReaderLock(INFINITE);
+    ++reading;
+    while (reading < 2) std::this_thread::yield();
+    const bool wrote = lock.AcquireWriterLock(INFINITE);
+    if (wrote) ++value;
+    lock.ReleaseWriterLock();
+    lock.ReleaseReaderLock();
+    return wrote;
+  };
+  auto one = std::async(std::launch::async, upgrade);
+  auto other = std::async(std::launch::async, upgrade);
+  EXPECT_TRUE(one.get());
+  EXPECT_TRUE(other.get());
+  EXPECT_EQ(value, 2);
+  EXPECT_TRUE(OtherCanWrite(lock));
+}
+
+}  // namespace
