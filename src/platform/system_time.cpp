@@ -6,9 +6,22 @@
 
 namespace {
 
+// The second that this thread asked for last. Log lines ask for the same one many times over, and
+// breaking it down takes longer than all the rest of a time stamp.
+struct LocalSecond {
+  bool known;
+  std::time_t seconds;
+  std::tm local;
+};
+thread_local constinit LocalSecond t_last{};
+
 void StoreLocalTime(std::time_t seconds, _SYSTEMTIME* systemTime) {
-  std::tm local{};
-  if (::localtime_r(&seconds, &local) == nullptr) return;
+  if (!t_last.known || t_last.seconds != seconds) {
+    t_last.known = ::localtime_r(&seconds, &t_last.local) != nullptr;
+    t_last.seconds = seconds;
+    if (!t_last.known) t_last.local = {};
+  }
+  const std::tm& local = t_last.local;
   systemTime->wYear = static_cast<std::uint16_t>(local.tm_year + 1900);
   systemTime->wMonth = static_cast<std::uint16_t>(local.tm_mon + 1);
   systemTime->wDayOfWeek = 0;

@@ -82,7 +82,7 @@ int CUtil::CreateUUID(char* out) {
 }
 
 _SYSTEMTIME CUtil::GetLocalTime() {
-  _SYSTEMTIME now;
+  _SYSTEMTIME now{};
   GetSystemTime(&now);
   return now;
 }

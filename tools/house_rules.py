@@ -1,0 +1,137 @@
+#!/usr/bin/env python3
+"""Checks the rules of this house that no compiler knows. Prints every break and exits with 1.
+
+- Who may include whom, folder by folder, and no circle of includes.
+- What differs between operating systems stands in the bodies of platform/os.h and nowhere else.
+- Files stay short enough to be read in one sitting.
+- No file names a path below a developer's own folders, and no text speaks of what is not here.
+"""
+import os
+import re
+import subprocess
+import sys
+
+TOP = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+
+# A room of the house and the rooms that it may include from, beside itself. Frame is two rooms: the
+# command, which the host reads too, and the entrance.
+ROOMS = {
+    "platform": [],
+    "util": ["platform"],
+    "environment": ["util", "platform"],
+    "discovery": ["environment", "util", "platform"],
+    "frame": ["environment", "platform"],
+    "manager": ["frame", "environment", "discovery", "util", "platform"],
+    "entrance": ["manager", "frame", "environment", "discovery", "util", "platform"],
+    "host": ["frame", "manager", "environment", "discovery", "util", "platform"],
+}
+ENTRANCE = {"exports.cpp", "image_map.cpp", "virtual_manager_client.cpp", "virtual_manager_client.h"}
+# Of the environment, discovery may only log.
+DISCOVERY_ENVIRONMENT = {"environment/logging.h"}
+
+LONGEST_FILE = 450
+OS_WORDS = re.compile(r"#\s*(if|ifdef|ifndef|elif).*\b(__APPLE__|__linux__|_WIN32|__MACH__|TARGET_OS)")
+OWN_FOLDERS = re.compile(r"/(home|Users)/[a-z]|/work/")
+ABSENT = re.compile(
+    r"\bparts? [1-6]\.[1-6]\b|\bthe (spec|specification)\b|per spec\b|as specified in", re.IGNORECASE)
+INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
+
+
+def tracked():
+    listing = subprocess.run(
+        ["git", "ls-files", "--cached", "--others", "--exclude-standard"],
+        cwd=TOP, check=True, capture_output=True, text=True)
+    return [name for name in listing.stdout.splitlines() if os.path.isfile(os.path.join(TOP, name))]
+
+
+def room_of(name):
+    parts = name.split("/")
+    if parts[0] == "host":
+        return "host"
+    if parts[0] != "src" or len(parts) < 3:
+        return None
+    if parts[1] == "frame" and parts[2] in ENTRANCE:
+        return "entrance"
+    return parts[1]
+
+
+def included(name, text, known):
+    """The files of this house that a file includes."""
+    for target in INCLUDE.findall(text):
+        for place in ("src/" + target, target, os.path.join(os.path.dirname(name), target)):
+            if place in known:
+                yield place
+                break
+
+
+def check_includes(sources, say):
+    edges = {name: list(included(name, text, sources)) for name, text in sources.items()}
+    for name, targets in edges.items():
+        room = room_of(name)
+        if room is None:
+            continue
+        for target in targets:
+            other = room_of(target)
+            if other not in (None, room) and other not in ROOMS.get(room, []):
+                say(name, f"{room} may not include {target}")
+            if (room == "discovery" and other == "environment"
+                    and target[len("src/"):] not in DISCOVERY_ENVIRONMENT):
+                say(name, f"discovery may include only logging of the environment, not {target}")
+    done = set()
+
+    def walk(name, path):
+        if name in path:
+            say(name, "includes itself by way of " + " -> ".join(path[path.index(name):] + [name]))
+            return
+        if name in done:
+            return
+        for target in edges[name]:
+            walk(target, path + [name])
+        done.add(name)
+
+    for name in edges:
+        walk(name, [])
+
+
+def main():
+    broken = []
+
+    def say(name, what):
+        broken.append(f"{name}: {what}")
+
+    sources = {}
+    for name in tracked():
+        try:
+            with open(os.path.join(TOP, name), encoding="utf-8") as file:
+                text = file.read()
+        except UnicodeDecodeError:
+            continue
+        if name != "tools/house_rules.py":
+            for number, line in enumerate(text.splitlines(), 1):
+                if OWN_FOLDERS.search(line):
+                    say(f"{name}:{number}", "names a folder of somebody's machine")
+                if ABSENT.search(line) and name != "DEVELOPERS.md":
+                    say(f"{name}:{number}", "speaks of a text that is not here")
+        if not name.endswith((".cpp", ".h", ".c", ".py", ".sh")):
+            continue
+        length = text.count("\n")
+        if length > LONGEST_FILE:
+            say(name, f"has {length} lines; split it by subject (at most {LONGEST_FILE})")
+        if not name.endswith((".cpp", ".h", ".c")):
+            continue
+        sources[name] = text
+        for number, line in enumerate(text.splitlines(), 1):
+            if OS_WORDS.search(line):
+                say(f"{name}:{number}", "belongs into src/platform/os_linux.cpp or os_macos.cpp")
+    check_includes(sources, say)
+    if not any(name.startswith("src/platform/") for name in sources):
+        say("tools/house_rules.py", "found no sources: it looks in the wrong place")
+
+    for line in broken:
+        print(line)
+    print(f"House rules: {len(sources)} files, {len(broken)} breaks")
+    return 1 if broken else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
