@@ -1,6 +1,8 @@
 // The services that the module asks its host for, by name.
 #pragma once
 
+#include <string>
+
 class HttpParamRequest;
 
 enum HostRequest : int {
@@ -29,3 +31,7 @@ inline constexpr char RESERVED_CMD[HOST_REQUEST_COUNT][64] = {
 /// Asks the host of this request for a service without input and output. Returns the host's
 /// result, -1 when it gave no callback.
 int AskHost(HttpParamRequest& request, HostRequest what);
+
+/// Asks for a text in two calls, the size first and then the bytes. Returns what the second call
+/// gave, never more than the first announced; "" when the host has none.
+std::string AskHostForText(HttpParamRequest& request, HostRequest what);

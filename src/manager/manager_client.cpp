@@ -29,6 +29,14 @@ void ManagerClient::AddAllFunctionMap() {
       {"GetLocalIP", &ManagerClient::GetLocalIP},
       {"CheckHVNPort", &ManagerClient::CheckHVNPort},
       {"GetPorts", &ManagerClient::GetPorts},
+      {"VersionInfo", &ManagerClient::VersionInfo},
+      {"QVVersion", &ManagerClient::QVVersion},
+      {"GetCertExpiredDate", &ManagerClient::GetCertExpiredDate},
+      {"GetBinaryFileInfo", &ManagerClient::GetBinaryFileInfo},
+      {"GetmDNSQueryService", &ManagerClient::GetmDNSQueryService},
+      {"SetmDNSQueryService", &ManagerClient::SetmDNSQueryService},
+      {"GetmDNSService", &ManagerClient::GetmDNSService},
+      {"SetmDNSService", &ManagerClient::SetmDNSService},
   };
 }
 
@@ -88,6 +96,12 @@ bool ManagerClient::HasParameters(HttpParamRequest* request, int needed) {
 ManagerClient::Result ManagerClient::WrongParameterCount(HttpParamRequest* request) {
   return request->GetBOOLResultStruct(false, nullptr, 0, QTP_INVALID_PARAMETER_COUNT,
                                       QTP_InvalidParameterCountStr);
+}
+
+ManagerClient::Result ManagerClient::WrongParameterType(HttpParamRequest* request) {
+  LogErr(QTP_InvalidParameterTypeStr);
+  SetErrorInfo(QTP_INVALID_PARAMETER_TYPE, QTP_InvalidParameterTypeStr);
+  return BoolResult(request, true);  // the code tells that it is an error
 }
 
 ManagerClient::Result ManagerClient::BoolResult(HttpParamRequest* request, bool value) {

@@ -62,6 +62,7 @@ class ManagerClient {
   // What every handler begins and ends with.
   static bool HasParameters(HttpParamRequest* request, int needed);
   static Result WrongParameterCount(HttpParamRequest* request);
+  static Result WrongParameterType(HttpParamRequest* request);
   static Result BoolResult(HttpParamRequest* request, bool value);
 
   // Server and ports.
@@ -73,6 +74,23 @@ class ManagerClient {
   Result GetLocalIP(HttpParamRequest* request);
   Result CheckHVNPort(HttpParamRequest* request);
   Result GetPorts(HttpParamRequest* request);
+
+  // Versions and information. GetServiceInfo has no name in the table.
+  Result VersionInfo(HttpParamRequest* request);
+  Result QVVersion(HttpParamRequest* request);
+  Result GetCertExpiredDate(HttpParamRequest* request);
+  Result GetBinaryFileInfo(HttpParamRequest* request);
+  Result GetServiceInfo(HttpParamRequest* request);
+
+  // Network discovery.
+  Result GetmDNSQueryService(HttpParamRequest* request);
+  Result SetmDNSQueryService(HttpParamRequest* request);
+  Result GetmDNSService(HttpParamRequest* request);
+  Result SetmDNSService(HttpParamRequest* request);
+
+  // The text by which a page may ask for a user's ports later.
+  std::string RememberUser(const std::string& user);
+  static std::string PortsText(const ModulePorts& modules);
 
   std::map<std::string, Handler> functions_;
   std::mutex usersMutex_;

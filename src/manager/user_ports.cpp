@@ -65,12 +65,23 @@ ManagerClient::Result ManagerClient::GetPorts(HttpParamRequest* request) {
     SetErrorInfo(QTP_NO_USER, error.c_str());
     return BoolResult(request, false);
   }
+  request->AddJsonStringResultParam(PortsText(modules), false, QTP_SUCCESS, "");
+  return request;
+}
+
+std::string ManagerClient::PortsText(const ModulePorts& modules) {
   std::string json = "{";
   for (const auto& [name, ports] : modules) {
     if (json.size() > 1) json += ",";
     json += "\"" + name + "\":{\"port\":" + std::to_string(ports.port) +
             ",\"sslPort\":" + std::to_string(ports.sslPort) + "}";
   }
-  request->AddJsonStringResultParam(json + "}", false, QTP_SUCCESS, "");
-  return request;
+  return json + "}";
+}
+
+std::string ManagerClient::RememberUser(const std::string& user) {
+  std::string hash = std::to_string(static_cast<std::uint32_t>(GetHashCode(user)));
+  const std::lock_guard lock(usersMutex_);
+  userByHash_[hash] = user;
+  return hash;
 }
