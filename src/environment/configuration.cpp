@@ -64,6 +64,11 @@ void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const cha
   }
 }
 
+std::string StoredText(std::string text) {
+  std::erase_if(text, [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
+  return text;
+}
+
 const char* BoolToText(bool value) { return value ? "TRUE" : "FALSE"; }
 
 bool TextToBool(const std::string& text) { return ::strcasecmp(text.c_str(), "TRUE") == 0; }

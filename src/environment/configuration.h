@@ -34,6 +34,8 @@ void SetConfigurationToInitFile(const char* key, bool value, const char* section
 /// Stores several values of one section of the main configuration file in one step.
 void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section);
 
+/// A text as it is stored: without CR, LF and NUL.
+std::string StoredText(std::string text);
 /// The stored form of a boolean, and its reading: only "TRUE", in any case, is true.
 const char* BoolToText(bool value);
 bool TextToBool(const std::string& text);

@@ -23,16 +23,23 @@ namespace {
 
 constinit std::atomic<bool> g_fullLogging{false};
 
-// The log outlives every other static object of the module: whatever is destroyed at unload may
-// still log. Its closer waits for the running write and writes what is pending.
+// The log lives in storage that is never destroyed, so that whatever goes away at unload may still
+// call it. Its closer waits for the running write, writes what is pending, and from then on every
+// line is dropped before it looks at anything else.
 CAsyncLogging& TheLog() {
   alignas(CAsyncLogging) static unsigned char storage[sizeof(CAsyncLogging)];
   static CAsyncLogging* const log = new (storage) CAsyncLogging;
   return *log;
 }
 
+constinit std::atomic<bool> g_closed{false};
+
 struct LogCloser {
-  ~LogCloser() { TheLog().Close(); }
+  LogCloser() { ConfigurationLock(); }  // made before, and so destroyed after, this object
+  ~LogCloser() {
+    g_closed = true;
+    TheLog().Close();
+  }
 } g_logCloser;
 
 // The error code of the moment of the call, given back to the caller at the end: a log line reads
@@ -57,7 +64,13 @@ int ReadNumber(const char* key, const char* def, int valueIfEmpty) {
   return length == 0 ? valueIfEmpty : TextToInt(text);
 }
 
-bool IsKept(int level) { return (GetLogLevel() & level) != 0; }
+bool IsKept(int level) noexcept {
+  try {
+    return !g_closed && (GetLogLevel() & level) != 0;
+  } catch (const std::exception&) {  // out of memory
+    return false;
+  }
+}
 
 LogLineHead HeadFor(int level) {
   static const int process = static_cast<int>(GetCurrentProcessId());

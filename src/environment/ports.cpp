@@ -1,5 +1,6 @@
 #include "environment/ports.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "environment/configuration.h"
@@ -141,7 +142,7 @@ bool GetUserProcessExitFlag(const char* section) {
 bool PortIsUsed(const char* filePath, int port) {
   std::string content;
   if (ReadWholeFile(filePath, &content) != 0) return false;
-  content.resize(content.find('\0') == std::string::npos ? content.size() : content.find('\0'));
+  content.resize(std::min(content.find('\0'), content.size()));
   return content.find(std::to_string(port)) != std::string::npos;
 }
 

@@ -78,7 +78,11 @@ std::string GetFullDomain(const std::string& address) {
   const std::string name(origin.substr(host, port - host));
   char ascii[1024];
   if (!CUtil::IdnToAscii(name.c_str(), ascii)) return "";
-  return std::string(origin.substr(0, host)) + ascii + std::string(origin.substr(port));
+  std::string result =
+      std::string(origin.substr(0, host)) + ascii + std::string(origin.substr(port));
+  const bool isPlain =
+      std::all_of(result.begin(), result.end(), [](unsigned char c) { return c > 0 && c < 0x80; });
+  return isPlain && name.find('\0') == std::string::npos ? result : "";
 }
 
 void GetCertName(const std::string& host, std::string& certFile, std::string& keyFile) {

@@ -1,5 +1,6 @@
 // The ten exported functions: each checks its pointers, copies what it is given and hands it on.
 #include <algorithm>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <exception>
@@ -86,8 +87,8 @@ int DistributeCommand(int connectionId, void* host, int kind, const char* text1,
     const bool direct = kind == KIND_DIRECT;
     const char* const path = direct ? DIRECT_PATH.data() : text1;
     const char* const text = direct ? text1 : text2;
-    if (path == nullptr || text == nullptr || domain == nullptr || sendBack == nullptr) {
-      LogErr("DistributeCommand was given a null text or callback.");
+    if (path == nullptr || text == nullptr || domain == nullptr || dataLen > INT_MAX) {
+      LogErr("DistributeCommand was given a null text or too many bytes.");
       return 0;
     }
     std::unique_ptr<unsigned char[]> payload;

@@ -47,12 +47,12 @@ class HttpParamRequest {
 
   int GetSocket() const { return socket_; }
   int GetBowserType() const { return browserType_; }
-  std::string GetClientId() const { return clientId_; }
-  std::string GetCmdId() const { return cmdId_; }
-  std::string GetDomain() const { return domain_; }
-  std::string GetCMDString() const { return commandText_; }
-  std::string GetFunName() const { return functionName_; }
-  std::string GetVersion() const { return version_; }
+  const std::string& GetClientId() const { return clientId_; }
+  const std::string& GetCmdId() const { return cmdId_; }
+  const std::string& GetDomain() const { return domain_; }
+  const std::string& GetCMDString() const { return commandText_; }
+  const std::string& GetFunName() const { return functionName_; }
+  const std::string& GetVersion() const { return version_; }
   CommandType GetCommandType() const { return commandType_; }
   /// How many parameters the client sent; results that were added do not count.
   int GetParameterCount() const { return parameterCount_; }

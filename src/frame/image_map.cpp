@@ -57,13 +57,14 @@ int VirtualManagerClient::SetImage(const char* url, const void* data, unsigned i
 }
 
 bool VirtualManagerClient::FileIsInWhiteList(const char* path) {
-  const ReadHold hold(dataLock_);
   const std::string normalised = Normalised(path);
   LogDebug("FileIsInWhiteList: [%s][%s].", path, normalised.c_str());
+  const ReadHold hold(dataLock_);
   return whiteList_.contains(normalised);
 }
 
 void VirtualManagerClient::AddFileToWhiteList(const char* path) {
+  std::string normalised = Normalised(path);
   const WriteHold hold(dataLock_);
-  whiteList_.emplace(Normalised(path), '0');
+  whiteList_.emplace(std::move(normalised), '0');
 }

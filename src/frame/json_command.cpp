@@ -4,11 +4,12 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <charconv>
 #include <climits>
-#include <cstdio>
 #include <exception>
 #include <string_view>
 
+#include "frame/json_cost.h"
 #include "platform/text.h"
 
 namespace {
@@ -17,6 +18,14 @@ namespace {
 int Truncated(double number) {
   if (!(number > INT_MIN)) return number != number ? 0 : INT_MIN;
   return number >= INT_MAX ? INT_MAX : static_cast<int>(number);
+}
+
+// A number as "%lf" writes it, in at most 255 characters, whatever the process's locale.
+std::string FixedNumber(double number) {
+  constexpr std::size_t kMostCharacters = 255;
+  char text[512];  // the largest number has 309 digits before its point
+  const auto end = std::to_chars(text, text + sizeof text, number, std::chars_format::fixed, 6).ptr;
+  return {text, std::min(static_cast<std::size_t>(end - text), kMostCharacters)};
 }
 
 Json::Value NamedReply(Json::Value reply, const std::string& name, bool isEvent) {
@@ -38,7 +47,7 @@ bool JsonCommand::SetJsonString(const std::string& text) {
   root_ = Json::Value();
   try {
     Json::Reader reader;
-    valid_ = reader.parse(text_, root_, false);
+    valid_ = IsAffordableJson(text_) && reader.parse(text_, root_, false);
   } catch (const std::exception&) {  // nested beyond the parser's limit
     valid_ = false;
   }
@@ -151,9 +160,7 @@ bool JsonCommand::GetUTF8String(const Json::Value* value, std::string* out) {
   } else if (value->isBool()) {
     *out = value->asBool() ? "true" : "false";
   } else if (value->isDouble()) {  // holds for integers, too
-    char text[256];
-    std::snprintf(text, sizeof text, "%lf", value->asDouble());
-    *out = text;
+    *out = FixedNumber(value->asDouble());
   } else if (value->isArray()) {
     *out = value->toStyledString();
   } else if (value->isNull()) {
@@ -193,7 +200,8 @@ bool JsonCommand::ConvertBOOL(const Json::Value* value, signed char* out) {
   if (value == nullptr || out == nullptr) return false;
   if (value->isString()) {
     // The caller's own value stays: pages rely on a text meaning "as it was".
-    return ::strcasecmp(value->asCString(), "true") == 0;
+    const std::string text = value->asString();
+    return text.size() == 4 && ::strcasecmp(text.c_str(), "true") == 0;
   }
   if (value->isBool()) {
     *out = value->asBool() ? 1 : 0;

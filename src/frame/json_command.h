@@ -31,8 +31,9 @@ enum ParameterType : int {
 /// The parameters of a command with its results behind them. A null element stands for JSON null.
 using ParamStack = std::vector<std::unique_ptr<Json::Value>>;
 
-/// A parsed command. Any text may be given: one that is no JSON, or nested beyond the parser's
-/// limit, is not valid, and one that is no object has no members. Nothing here throws.
+/// A parsed command. Any text may be given: one that is no JSON, or that would cost too much to
+/// read and to write back (json_cost.h), is not valid, and one that is no object has no members.
+/// Nothing here throws for what the text holds.
 class JsonCommand {
  public:
   JsonCommand() = default;

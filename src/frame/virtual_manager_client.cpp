@@ -61,23 +61,33 @@ void VirtualManagerClient::SetLastActivity(std::time_t when) {
   lastActivity_ = when;
 }
 
+// Busy for the time of a scope, and active at its end however that comes.
+class VirtualManagerClient::BusyMark {
+ public:
+  explicit BusyMark(VirtualManagerClient& client) : client_(client) { client_.SetLastActivity(0); }
+  ~BusyMark() { client_.ResetTimeout(); }
+  BusyMark(const BusyMark&) = delete;
+  BusyMark& operator=(const BusyMark&) = delete;
+
+ private:
+  VirtualManagerClient& client_;
+};
+
 int VirtualManagerClient::DistributeCommand(HttpParamRequest* request) {
   if (request == nullptr) {
     LogErr("HttpParamRequest is NULL");
     return 0;
   }
-  SetLastActivity(0);
+  const BusyMark busy(*this);
   LogDebug("Receive Command: %s", request->GetCMDString().c_str());
-  int result = 0;
   try {
-    result = manager_->Function(request);
+    return manager_->Function(request);
   } catch (const std::exception& error) {
     LogErr("Command %s failed: %s", request->GetFunName().c_str(), error.what());
   } catch (...) {
     LogErr("Command %s failed.", request->GetFunName().c_str());
   }
-  ResetTimeout();
-  return result;
+  return 0;
 }
 
 int VirtualManagerClient::DistributeHttpCommand(

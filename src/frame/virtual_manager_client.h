@@ -40,7 +40,8 @@ class VirtualManagerClient {
   static void DeleteInstance();
 
   /// 1 while a command runs, before the first one and up to 30 seconds after the last activity;
-  /// else 100.
+  /// else 100. Of commands that run side by side the one that ends last counts: 100 does not say
+  /// that nothing runs.
   int GetWaitTimeout();
   void ResetTimeout();
 
@@ -63,6 +64,7 @@ class VirtualManagerClient {
   void AddFileToWhiteList(const char* path);
 
  private:
+  class BusyMark;
   void SetLastActivity(std::time_t when);
 
   const Clock clock_;

@@ -15,6 +15,19 @@ struct LastError {
 // No destructor: a thread that ran a command must not keep the module in memory.
 thread_local LastError t_lastError;
 
+// A handler's callback into the host may run another command on the same thread; the last error of
+// the outer one is back when it ends.
+class LastErrorScope {
+ public:
+  LastErrorScope() = default;
+  ~LastErrorScope() { t_lastError = outer_; }
+  LastErrorScope(const LastErrorScope&) = delete;
+  LastErrorScope& operator=(const LastErrorScope&) = delete;
+
+ private:
+  const LastError outer_ = t_lastError;
+};
+
 }  // namespace
 
 ManagerClient::ManagerClient() { AddAllFunctionMap(); }
@@ -73,6 +86,7 @@ ManagerClient::Result ManagerClient::FunctionInner(HttpParamRequest* request) {
                                         QTP_FunNotFoundStr);
   }
   LogDebug("Twain function [%s] begin: ", name.c_str());
+  const LastErrorScope ownError;
   SetErrorInfo(QTP_SUCCESS, QTP_SuccessStr);
   return (this->*found->second)(request);
 }

@@ -2,6 +2,7 @@
 // host, which is asked to stop and start them.
 #include <openssl/evp.h>
 
+#include "environment/configuration.h"
 #include "environment/mdns_settings.h"
 #include "manager/host_requests.h"
 #include "manager/manager_client.h"
@@ -64,7 +65,8 @@ ManagerClient::Result ManagerClient::SetmDNSQueryService(HttpParamRequest* reque
                     JsonCommand::ConvertInt(stack[2].get(), &port) &&
                     JsonCommand::ConvertInt(stack[3].get(), &sslPort);
   if (!good) return WrongParameterType(request);
-  SetEnablemDNSQUeryService(static_cast<bool>(enable), address.c_str(), port, sslPort, "", "");
+  SetEnablemDNSQUeryService(static_cast<bool>(enable), StoredText(address).c_str(), port, sslPort,
+                            "", "");
   AskHost(*request, HOST_STOP_MDNS_QUERY);
   if (enable) AskHost(*request, HOST_START_MDNS_QUERY);
   return EmptyText(request);
@@ -104,9 +106,10 @@ ManagerClient::Result ManagerClient::SetmDNSService(HttpParamRequest* request) {
   const bool stored =
       enable && accessMode == kPasswordProtected && isProtected && !password.empty();
   const std::string value = stored ? DigestOf(password) : "";
-  SetEnablemDNSService(static_cast<bool>(enable), alias.c_str(), tags.c_str(),
-                       static_cast<bool>(flags[0]), static_cast<bool>(flags[1]),
-                       static_cast<bool>(flags[2]), accessMode, value.c_str());
+  SetEnablemDNSService(static_cast<bool>(enable), StoredText(alias).c_str(),
+                       StoredText(tags).c_str(), static_cast<bool>(flags[0]),
+                       static_cast<bool>(flags[1]), static_cast<bool>(flags[2]), accessMode,
+                       value.c_str());
   AskHost(*request, HOST_STOP_MDNS);
   if (enable) AskHost(*request, HOST_START_MDNS);
   return EmptyText(request);

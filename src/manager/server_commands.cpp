@@ -3,6 +3,7 @@
 #include <array>
 
 #include "environment/configuration.h"
+#include "environment/configuration_lock.h"
 #include "environment/logging.h"
 #include "environment/module_identity.h"
 #include "environment/ports.h"
@@ -64,6 +65,8 @@ ManagerClient::Result ManagerClient::SetServerInfo(HttpParamRequest* request) {
                     JsonCommand::ConvertInt(stack[4].get(), &scanning.sslPort);
   if (!good) return WrongTypeAsEmptyObject(request);
 
+  host = StoredText(std::move(host));
+  const WriteHold allFive(ConfigurationLock());  // two pages at once must not mix their values
   SetConfigurationToInitFile("Server", host.c_str(), DEFAULT_SECTION);
   SetNoSSLPort(scanning.port, kScanningModule);
   SetSSLPort(scanning.sslPort, kScanningModule);

@@ -41,7 +41,8 @@ TEST(Users, AddressesAreReducedToTheirOrigin) {
                      "cher.example:1/x",
                      "https://xn--bcher-kva.example:1"},
                     {"https://[::1]:18626/", "https://[::1]:18626"},
-                    {"https://\xFF/x", ""}};
+                    {"https://\xFF/x", ""},
+                    {"http://a:b@b\xC3\xBC.de/", ""}};
   for (const auto& [address, origin] : kAddresses) {
     EXPECT_EQ(GetFullDomain(address), origin) << address;
   }

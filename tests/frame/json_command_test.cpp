@@ -54,6 +54,37 @@ TEST(JsonCommand, SurvivesWhatIsNoCommand) {
   EXPECT_FALSE(command.IfKeyExist("ID"));
 }
 
+TEST(JsonCommand, RefusesTextsThatGrowWhenTheyAreWrittenBack) {
+  const auto times = [](const char* text, int count) {
+    std::string all;
+    for (int i = 0; i < count; ++i) all += text;
+    return all;
+  };
+  const auto command = [](const std::string& parameters) {
+    return R"({"method":"M","parameter":[)" + parameters + "]}";
+  };
+  const std::string tower = times("[", 900) + times("]", 900);
+  const struct {
+    std::string text;
+    bool valid;
+  } kTexts[] = {
+      {command(tower), true},
+      {command(times((tower + ",").c_str(), 20) + "1"), false},
+      {command(times("1,", 1000000) + "1"), true},
+      {command(times("1,", 4000000) + "1"), false},
+      {command('"' + std::string(16 * 1024 * 1024, '[') + '"'), true},
+      {command("\"\\\"" + std::string(100000, '[') + '"'), true},
+      {command("/*\"*/" + times((tower + ",").c_str(), 20) + "1"), false},
+      {command("//\"\n" + times((tower + ",").c_str(), 20) + "1"), false},
+      {command("/*" + std::string(100000, '[') + "*/1"), true},
+      {command("\"x\\\\\"," + times((tower + ",").c_str(), 20) + "1"), false},
+  };
+  for (const auto& [text, valid] : kTexts) {
+    EXPECT_EQ(JsonCommand(text).GetCommandType(), valid ? COMMAND_METHOD : COMMAND_NONE)
+        << text.substr(0, 60);
+  }
+}
+
 TEST(JsonCommand, TellsTheTypeOfEachParameter) {
   const JsonCommand command(
       R"({"parameter":[null,true,-5,4000000000,2.5,"s",[1],{"k":1},10000000000]})");
@@ -97,6 +128,7 @@ TEST(JsonCommand, ConvertsParameters) {
       {R"("99999999999")", "99999999999", true, INT_MAX, false, kUnset},
       {R"("abc")", "abc", false, -1, false, kUnset},
       {R"("TRUE")", "TRUE", false, -1, true, kUnset},
+      {R"("true\u0000x")", nullptr, false, -1, false, kUnset},
       {R"("yes")", "yes", false, -1, false, kUnset},
       {"true", "true", false, -1, true, 1},
       {"false", "false", false, -1, true, 0},
@@ -109,7 +141,10 @@ TEST(JsonCommand, ConvertsParameters) {
     std::string asText = "x";
     int asInt = kUnset;
     signed char asFlag = kUnset;
-    if (std::string(json) == "1e300") {
+    if (value.isString() && text == nullptr) {
+      EXPECT_TRUE(JsonCommand::GetUTF8String(&value, &asText));
+      EXPECT_EQ(asText.size(), 6u) << json;
+    } else if (std::string(json) == "1e300") {
       EXPECT_TRUE(JsonCommand::GetUTF8String(&value, &asText));
       EXPECT_EQ(asText.size(), 255u) << "cut to what fits";
     } else {

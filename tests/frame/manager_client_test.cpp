@@ -100,6 +100,29 @@ TEST_F(ManagerClientTest, EchoesTheCommandOfAnUnknownClientUnrun) {
   EXPECT_TRUE(HostDouble::asked.empty());
 }
 
+// A host that, while it is asked for a restart, runs another command that fails.
+ManagerClient* g_nested = nullptr;
+
+int RunAnother(const char*, const char*, const char*, void*, unsigned int*) {
+  HostDouble host;
+  return g_nested->Function(host.Request(R"({"method":"GetPorts","parameter":["x"]})").get());
+}
+
+TEST_F(ManagerClientTest, KeepsItsOwnErrorWhenTheHostRunsAnotherCommand) {
+  g_nested = &manager_;
+  HostDouble host;
+  HttpParamRequest request(1, &host, R"({"method":"Reboot"})", 1, 0, "", &HostDouble::Wrap,
+                           &HostDouble::Take, &RunAnother, nullptr, nullptr, nullptr, 0, true);
+  manager_.Function(&request);
+  EXPECT_EQ(host.sent.at(0).text.find("exception"), std::string::npos) << host.sent[0].text;
+}
+
+TEST_F(ManagerClientTest, StoresWhatItEchoes) {
+  EXPECT_EQ(Run("SetServerInfo", R"(["a\nb\u0000c\r",1,2,3,4])"),
+            R"({"Host":"abc","hvn":{"port":"3","sslPort":"4"},"qtp":{"port":"1","sslPort":"2"}})");
+  EXPECT_EQ(GetConfigurationfromInitFile("Server", "", DEFAULT_SECTION), "abc");
+}
+
 TEST_F(ManagerClientTest, KnowsUsersAndTheirPorts) {
   EXPECT_EQ(manager_.GetUserSIDBySock(4), "");
   SavePort("ann", "qtp", false, true, 7);

@@ -124,6 +124,7 @@ TEST(Module, RunsCommandsOfBothKindsAndRefusesOthers) {
                 {0, "/qtp/", nullptr, "", &Collect, ""},
                 {0, "/qtp/", command.c_str(), nullptr, &Collect, ""},
                 {0, "/qtp/", command.c_str(), "", nullptr, ""},
+                {0, "/other", command.c_str(), "", nullptr, ""},
                 {1, nullptr, nullptr, "", &Collect, ""}};
   for (const auto& [kind, text1, text2, domain, sendBack, expected] : kCalls) {
     std::vector<std::string> replies;
