@@ -188,10 +188,16 @@ bool GetFullLogging() { return g_fullLogging.load(std::memory_order_relaxed); }
 
 void SetFullLogging(bool full) { g_fullLogging.store(full, std::memory_order_relaxed); }
 
+namespace {
+
+__attribute__((format(printf, 1, 0))) void WritePlatformLine(const char* format,
+                                                             std::va_list arguments) {
+  WriteLog(LOG_LEVEL_DEBUG, format, arguments);
+}
+
+}  // namespace
+
 void ConnectPlatformLog() {
-  static constexpr LogSink kSink = {[] { return IsKept(LOG_LEVEL_DEBUG); },
-                                    [](const char* format, std::va_list arguments) {
-                                      WriteLog(LOG_LEVEL_DEBUG, format, arguments);
-                                    }};
+  static constexpr LogSink kSink = {[] { return IsKept(LOG_LEVEL_DEBUG); }, &WritePlatformLine};
   SetLogSink(&kSink);
 }

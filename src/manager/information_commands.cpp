@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <memory>
 
+#include "discovery/service_list.h"
 #include "environment/access_switches.h"
 #include "environment/configuration.h"
 #include "environment/module_identity.h"
@@ -83,5 +84,6 @@ ManagerClient::Result ManagerClient::GetBinaryFileInfo(HttpParamRequest* request
 
 ManagerClient::Result ManagerClient::GetServiceInfo(HttpParamRequest* request) {
   const std::string services = AskHostForText(*request, HOST_GET_SERVICE_INFO);
+  mdns_wrapper::Deserialize(services);  // nothing is made of the list yet
   return request->GetResultStructByJsonString(services);
 }

@@ -1,0 +1,106 @@
+#include "discovery/service_list.h"
+
+#include <bit>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <string_view>
+
+#include "platform/global_memory.h"
+#include "util/mem_buffer.h"
+
+namespace mdns_wrapper {
+namespace {
+
+// The streams write integers in the order of the machine.
+static_assert(std::endian::native == std::endian::little);
+
+constexpr std::uint32_t kGrowStep = 0x80000;
+constexpr std::uint32_t kIntegers = 2;
+constexpr std::uint32_t kTexts = 9;
+/// Every field takes 4 bytes at least, its value or its length.
+constexpr std::uint32_t kSmallestRecord = (kIntegers + kTexts) * sizeof(std::int32_t);
+
+/// Shows a record's fields to `field`, in the order of the bytes, until one call fails.
+template <class Info, class Field>
+bool EachField(Info& info, Field field) {
+  return field(info.ty) && field(info.accessMode) && field(info.ipv4) && field(info.ipv6) &&
+         field(info.modules) && field(info.os) && field(info.tags) && field(info.type) &&
+         field(info.url) && field(info.id) && field(info.txtvers);
+}
+
+struct Writer {
+  CMemBuffer& stream;
+
+  bool operator()(std::int32_t number) const {
+    return stream.Write(&number, sizeof number) == sizeof number;
+  }
+  bool operator()(const std::string& text) const {
+    return text.size() <= std::numeric_limits<std::uint32_t>::max() &&
+           stream.WriteString(text.data(), static_cast<std::uint32_t>(text.size()));
+  }
+};
+
+struct FreeBlock {
+  void operator()(char* block) const { GlobalFree(static_cast<void*>(block)); }
+};
+
+struct Reader {
+  CMemBuffer& stream;
+
+  bool operator()(std::int32_t& number) const {
+    return stream.Read(&number, sizeof number) == sizeof number;
+  }
+  bool operator()(std::string& text) const {
+    const std::uint32_t start = stream.GetPosition();
+    char* bytes = nullptr;
+    if (!stream.ReadStringEx(&bytes, 0, -1)) return false;
+    const std::unique_ptr<char, FreeBlock> block(bytes);
+    const std::size_t length = stream.GetPosition() - start - sizeof(std::int32_t);
+    text = std::string_view(bytes, length);
+    return true;
+  }
+};
+
+}  // namespace
+
+std::string Serialize(const ServiceList& services) {
+  if (services.size() > MOST_SERVICES) return "";
+  CMemBuffer stream(kGrowStep);
+  const Writer write{stream};
+  if (!write(static_cast<std::int32_t>(services.size()))) return "";
+  for (const DNSServiceInfo& info : services) {
+    if (!EachField(info, write)) return "";
+  }
+  std::string bytes(stream.GetLength(), '\0');
+  stream.Seek(0, 0);
+  stream.Read(bytes.data(), stream.GetLength());
+  return bytes;
+}
+
+ServiceList Deserialize(const std::string& bytes) {
+  if (bytes.size() > std::numeric_limits<std::uint32_t>::max()) return {};
+  const auto size = static_cast<std::uint32_t>(bytes.size());
+  // The stream only reads from the bytes: it neither owns them nor can it grow.
+  auto* block = reinterpret_cast<unsigned char*>(const_cast<char*>(bytes.data()));
+  CMemBuffer stream(block, size, 0, 0);
+  const Reader read{stream};
+  std::int32_t count = 0;
+  if (!read(count) || count < 1) return {};
+  const auto records = static_cast<std::uint32_t>(count);
+  if (records > MOST_SERVICES) return {};
+  if (records > (size - stream.GetPosition()) / kSmallestRecord) return {};
+  ServiceList services(records);
+  for (DNSServiceInfo& info : services) {
+    if (!EachField(info, read)) return {};
+  }
+  return services;
+}
+
+std::string ReadString(CMemBuffer& stream) {
+  std::string text;
+  Reader{stream}(text);
+  return text;
+}
+
+}  // namespace mdns_wrapper
