@@ -1,0 +1,103 @@
+// Where replies go: modules name a connection by its id, at any time and from any thread, also long
+// after the client went away.
+#pragma once
+
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <utility>
+
+namespace host {
+
+struct Reply {
+  std::string text;
+  std::string data;  ///< binary data beside the text, "" for none
+};
+
+/// Something that takes the replies to a client. Any thread may call.
+class ReplyTarget {
+ public:
+  virtual ~ReplyTarget() = default;
+  /// Returns whether the reply was taken.
+  virtual bool Deliver(Reply reply) = 0;
+};
+
+/// The open connections by their ids: positive numbers, each used once before the count begins
+/// anew. Any thread may call.
+class Connections {
+ public:
+  int Add(std::weak_ptr<ReplyTarget> target);
+  void Remove(int id);
+  /// False when the connection is gone or takes no more.
+  bool Deliver(int id, Reply reply);
+
+ private:
+  std::mutex mutex_;
+  int last_ = 0;
+  std::unordered_map<int, std::weak_ptr<ReplyTarget>> targets_;
+};
+
+/// A connection's entry for the time of a scope.
+class Registration {
+ public:
+  Registration(Connections& connections, std::weak_ptr<ReplyTarget> target)
+      : connections_(connections), id_(connections.Add(std::move(target))) {}
+  ~Registration() { connections_.Remove(id_); }
+  Registration(const Registration&) = delete;
+  Registration& operator=(const Registration&) = delete;
+  int id() const { return id_; }
+
+ private:
+  Connections& connections_;
+  int id_;
+};
+
+/// Keeps the first reply: an HTTP request has room for one.
+class FirstReply : public ReplyTarget {
+ public:
+  bool Deliver(Reply reply) override;
+  std::optional<Reply> Take();
+
+ private:
+  std::mutex mutex_;
+  std::optional<Reply> reply_;
+  bool taken_ = false;
+};
+
+/// The bounded queue of a WebSocket's outgoing frames. Filled by any thread, emptied by the one
+/// writer, which is woken when the queue is filled while it rests.
+class Outbox : public ReplyTarget {
+ public:
+  struct Frame {
+    std::string bytes;
+    bool binary = false;
+  };
+
+  /// `wake` is called outside the lock, by the thread that delivers.
+  Outbox(std::size_t limit, std::function<void()> wake) : limit_(limit), wake_(std::move(wake)) {}
+
+  /// A reply that does not fit drops what waits and closes the queue: the client does not keep up.
+  bool Deliver(Reply reply) override;
+  /// The next frame; none puts the writer to rest.
+  std::optional<Frame> Next();
+  /// Takes nothing more; frames that wait are still handed out.
+  void Close();
+  bool overflowed() const;
+
+ private:
+  const std::size_t limit_;
+  const std::function<void()> wake_;
+  mutable std::mutex mutex_;
+  std::deque<Frame> frames_;
+  std::size_t bytes_ = 0;
+  bool writerAwake_ = false;
+  bool closed_ = false;
+  bool overflowed_ = false;
+};
+
+}  // namespace host

@@ -1,0 +1,72 @@
+// The door: who may come in, and what they may ask. Pure policy, without sockets.
+//
+// Any page in any browser on this machine can reach the service, so a request must be addressed to
+// this machine by name (which defeats names that were rebound to it), and a page's origin must be
+// known. Browsers put the origin on every request that can run a command; what carries none comes
+// from a program on this machine, which needs no door to change the settings file.
+//
+// Any thread may call.
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace host {
+
+enum class Rights {
+  None,
+  Ask,     ///< every function that changes nothing of the service
+  Manage,  ///< every function
+};
+
+/// The settings that the operator keeps: comma-separated origins, and whether any may ask.
+struct OriginLists {
+  std::string allowed;
+  std::string manage;
+  bool anyMayAsk = false;
+};
+
+/// Where a request comes from: the page's origin, none for a program of this machine.
+using Origin = std::optional<std::string>;
+
+struct Entry {
+  Rights rights = Rights::None;
+  Origin origin;
+  std::string refusal;  ///< a sentence for the client when the rights are None
+};
+
+class Door {
+ public:
+  /// `lists` is asked on every look at a foreign origin, so that edited lists take effect at once.
+  explicit Door(std::function<OriginLists()> lists) : lists_(std::move(lists)) {}
+
+  /// The ports that the service listens on now: pages of its own origins have full rights.
+  void SetOwnPorts(const std::vector<int>& plain, const std::vector<int>& secure);
+
+  /// Judges a request by all its Host and Origin headers and the port that it came in by.
+  Entry Judge(const std::vector<std::string>& hosts, const std::vector<std::string>& origins,
+              int port, bool secure) const;
+  Rights RightsOf(const Origin& origin) const;
+  /// "" when an origin with these rights may send the command, else the sentence that refuses it.
+  std::string RefuseCommand(const Origin& origin, Rights rights, std::string_view path,
+                            std::string_view text) const;
+
+ private:
+  bool IsOwn(const std::string& origin) const;
+
+  std::function<OriginLists()> lists_;
+  mutable std::mutex mutex_;
+  std::vector<std::string> own_;
+};
+
+/// Whether the function changes the service, so that only a manager may run it.
+bool IsManaging(std::string_view function);
+
+/// The reply to a refused command of a WebSocket, in the form of every reply.
+std::string EncodeRefusal(std::string_view path, std::string_view text, const std::string& reason);
+
+}  // namespace host

@@ -1,0 +1,42 @@
+#include "host/module_handler.h"
+
+#include "environment/logging.h"
+
+namespace host {
+
+namespace {
+
+/// The module's way back. A further text beside reply and data has no place on the wire.
+signed char SendBack(int connectionId, void* host, const char* text, const void* data,
+                     unsigned int length, const char*) {
+  try {
+    Reply reply;
+    if (text != nullptr) reply.text = text;
+    if (data != nullptr) reply.data.assign(static_cast<const char*>(data), length);
+    return static_cast<Connections*>(host)->Deliver(connectionId, std::move(reply)) ? 1 : 0;
+  } catch (const std::exception& problem) {
+    LogErr("A reply was lost: %s", problem.what());
+    return 0;
+  }
+}
+
+}  // namespace
+
+void ModuleHandler::Run(const Command& command) {
+  const bool direct = command.kind == 1;
+  const bool payload = !command.payload.empty();
+  module_.functions().distributeCommand(
+      command.connectionId, &connections_, command.kind,
+      direct ? command.text.c_str() : command.path.c_str(), direct ? "" : command.text.c_str(),
+      payload ? command.payload.data() : nullptr, static_cast<unsigned int>(command.payload.size()),
+      command.browserType, &SendBack, command.socket, command.domain.c_str(), &HostServices::Get,
+      nullptr, nullptr);
+}
+
+void ModuleHandler::Answered() {
+  if (services_.TakeRestart()) restart_();
+}
+
+void ModuleHandler::Closed(int connectionId) { module_.functions().closeWebSocket(connectionId); }
+
+}  // namespace host

@@ -1,0 +1,238 @@
+#include "host/service.h"
+
+#include <boost/asio/io_context.hpp>
+#include <boost/asio/post.hpp>
+#include <boost/asio/signal_set.hpp>
+#include <boost/asio/steady_timer.hpp>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+
+#include "environment/access_switches.h"
+#include "environment/configuration.h"
+#include "environment/program_information.h"
+#include "host/complaint.h"
+#include "host/health.h"
+#include "host/module_handler.h"
+#include "host/tls_identity.h"
+#include "platform/os.h"
+
+namespace host {
+
+namespace {
+
+namespace net = boost::asio;
+
+constexpr auto kCertificateCheck = std::chrono::hours(12);
+
+OriginLists ReadOriginLists() {
+  return {GetConfigurationfromInitFile("AllowedOrigins", "", DEFAULT_SECTION),
+          GetConfigurationfromInitFile("ManageOrigins", "", DEFAULT_SECTION), GetEnableCORSAll()};
+}
+
+Limits LimitsFrom(const Options& options) {
+  Limits limits;
+  limits.patience = options.patience.value_or(limits.patience);
+  return limits;
+}
+
+/// The modules of the service, started and ended together.
+class Modules {
+ public:
+  /// False, with the reason told, when one cannot be loaded or does not start.
+  bool Start(const std::vector<std::string>& files, const std::string& program);
+  void AnnounceStop() {
+    for (const auto& module : modules_) module->AnnounceStop();
+  }
+  void Finish() {
+    for (const auto& module : modules_) module->Finish();
+  }
+  const std::vector<std::unique_ptr<ModuleLibrary>>& all() const { return modules_; }
+
+ private:
+  std::vector<std::unique_ptr<ModuleLibrary>> modules_;
+};
+
+bool Modules::Start(const std::vector<std::string>& files, const std::string& program) {
+  const unsigned int seed = std::random_device()();
+  for (const std::string& file : files) {
+    std::string error;
+    auto module = ModuleLibrary::Load(std::filesystem::absolute(file).string(), error);
+    if (module != nullptr && !module->Start(program, seed)) {
+      error = "The module " + module->file() + " does not start.";
+    }
+    if (!error.empty()) {
+      Complain(error);
+      return false;
+    }
+    modules_.push_back(std::move(module));
+  }
+  return true;
+}
+
+std::vector<BinaryFile> BinaryFiles(const std::string& program, const Modules& modules) {
+  std::vector<BinaryFile> files = {{program, HOST_VERSION}};
+  for (const auto& module : modules.all()) {
+    files.push_back({module->file(), module->VersionDescription()});
+  }
+  return files;
+}
+
+/// Everything that lives while the service serves. The members are in the order of their making;
+/// the server, whose threads use all the others, is the last to come and the first to go.
+class Service {
+ public:
+  Service(const Options& options, Modules& modules, Connections& connections,
+          HostServices& services);
+  /// Serves until a signal. Returns whether the end was in good order: then nothing runs any more.
+  bool Serve();
+
+  bool IsListening() const { return ports_.IsListening(); }
+
+ private:
+  std::string RefreshCertificate();
+  void WatchCertificate();
+  std::string HealthNow() const;
+  bool Stop();
+
+  const Limits limits_;
+  const std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
+  Modules& modules_;
+  Connections& connections_;
+  HostServices& services_;
+  net::io_context control_;
+  net::signal_set signals_;
+  net::steady_timer certificateTimer_;
+  Door door_{ReadOriginLists};
+  TlsIdentity identity_;
+  std::vector<std::unique_ptr<ModuleHandler>> handlers_;
+  Server server_;
+  ListeningPorts ports_;
+};
+
+Service::Service(const Options& options, Modules& modules, Connections& connections,
+                 HostServices& services)
+    : limits_(LimitsFrom(options)),
+      modules_(modules),
+      connections_(connections),
+      services_(services),
+      signals_(control_, SIGINT, SIGTERM),
+      certificateTimer_(control_),
+      server_({limits_, door_, connections_, [this] { return identity_.Context(); },
+               [this] { return HealthNow(); }}),
+      ports_(server_, door_) {
+  std::optional<int> port = options.port, sslPort = options.sslPort;
+  for (const auto& module : modules_.all()) {
+    handlers_.push_back(std::make_unique<ModuleHandler>(*module, connections_, services_, [this] {
+      net::post(control_, [this] { ports_.Reopen(RefreshCertificate()); });
+    }));
+    ports_.Add(module->alias(), false, port.value_or(-1), module->DefaultPort(false),
+               *handlers_.back());
+    ports_.Add(module->alias(), true, sslPort.value_or(-1), module->DefaultPort(true),
+               *handlers_.back());
+    port = sslPort = std::nullopt;
+  }
+  ports_.Open(RefreshCertificate());
+  if (const std::string file = identity_.File(); !file.empty()) {
+    std::printf("The certificate is %s\n", file.c_str());
+    std::fflush(stdout);
+  }
+}
+
+std::string Service::RefreshCertificate() {
+  std::string error, warning;
+  const bool usable = identity_.Refresh(error, warning) || identity_.Context() != nullptr;
+  if (!warning.empty()) Complain(warning);
+  if (usable && !error.empty()) Complain(error);
+  return usable ? "" : error;
+}
+
+void Service::WatchCertificate() {
+  certificateTimer_.expires_after(kCertificateCheck);
+  certificateTimer_.async_wait([this](boost::system::error_code ec) {
+    if (ec) return;
+    ports_.Open(RefreshCertificate());
+    WatchCertificate();
+  });
+}
+
+bool Service::Serve() {
+  bool clean = false;
+  signals_.async_wait([this, &clean](boost::system::error_code, int) {
+    // A second signal ends the program at once.
+    signals_.clear();
+    certificateTimer_.cancel();
+    clean = Stop();
+    control_.stop();
+  });
+  WatchCertificate();
+  control_.run();
+  return clean;
+}
+
+bool Service::Stop() {
+  ports_.CloseAll();
+  modules_.AnnounceStop();
+  server_.RefuseCommands();
+  const bool idle = server_.WaitForCommands(limits_.stopping);
+  if (!idle) Complain("A command did not end: the service leaves without unloading its modules.");
+  server_.CloseConnections();
+  return idle;
+}
+
+std::string Service::HealthNow() const {
+  Health health;
+  health.name = GetServiceName();
+  health.version = GetServiceVersion();
+  for (const auto& module : modules_.all()) {
+    const ModuleFunctions& functions = module->functions();
+    health.modules.push_back(
+        {module->alias(), module->VersionDescription(), functions.getWaitTimeout() == 1});
+  }
+  health.ports = ports_.Snapshot();
+  health.certificate = identity_.Facts();
+  health.started = started_;
+  health.connections = server_.ConnectionCount();
+  return HealthText(health);
+}
+
+}  // namespace
+
+int RunService(const Options& options) {
+  // A client that goes away must not end the service.
+  std::signal(SIGPIPE, SIG_IGN);
+  InitProgramInfo();
+  const std::string program = os::ExecutablePath();
+  std::vector<std::string> files = options.modules;
+  if (files.empty()) files.push_back(program.substr(0, program.rfind('/') + 1) + DEFAULT_MODULE);
+
+  // Modules may answer and ask until they are finished, so what they call outlives that.
+  Connections connections;
+  Modules modules;
+  if (!modules.Start(files, program)) {
+    modules.Finish();
+    return 1;
+  }
+  HostServices services(BinaryFiles(program, modules));
+  bool served = false;
+  {
+    Service service(options, modules, connections, services);
+    if (service.IsListening()) {
+      served = true;
+      if (!service.Serve()) {
+        // A module still runs: neither its code nor what it refers to may be taken away.
+        std::fflush(nullptr);
+        std::_Exit(1);
+      }
+    } else {
+      Complain("The service listens nowhere and ends.");
+      modules.AnnounceStop();
+    }
+  }
+  modules.Finish();
+  return served ? 0 : 1;
+}
+
+}  // namespace host

@@ -1,0 +1,120 @@
+"""Ports: chosen, stored, moved by a restart, in use by another program."""
+
+import json
+import socket
+import unittest
+
+from service import Service, ServiceTest, wait_until
+
+
+def free_port():
+    with socket.socket() as probe:
+        probe.bind(("127.0.0.1", 0))
+        return probe.getsockname()[1]
+
+
+class Ports(ServiceTest):
+    settings = "[QV]\nPort=1\nPort_mn_0=hvn\nPort_mp_0=20100\n"
+
+    def move(self, plain, secure):
+        """Stores new ports and restarts; the reply to the restart still comes on the old one."""
+        self.service.ask("SetServerInfo", "", plain, secure, 20100, 20101)
+        self.assertEqual(self.service.ask("Reboot")["result"], [True])
+
+    def stored(self):
+        info = self.service.ask("GetServerInfo")
+        return {name: (int(info[name]["port"]), int(info[name]["sslPort"]))
+                for name in ("qtp", "hvn")}
+
+    def test_reboot_moves_to_the_stored_ports(self):
+        s = self.service
+        self.assertEqual(self.stored(), {"qtp": (s.plain, s.secure), "hvn": (20100, -1)})
+        old = s.http()
+        old.connect()
+        before = (s.plain, s.secure)
+        plain, secure = free_port(), free_port()
+        self.move(plain, secure)
+        s.plain, s.secure = s.listening("http", 2), s.listening("https", 2)
+        self.assertEqual((s.plain, s.secure), (plain, secure))
+        self.assertEqual(self.stored(), {"qtp": (plain, secure), "hvn": (20100, 20101)})
+        self.assertEqual(s.request("GET", "/health", secure=True)[0], 200)
+        for port in before:
+            with self.assertRaises(ConnectionRefusedError):
+                socket.create_connection(("127.0.0.1", port)).close()
+        old.request("GET", "/health")
+        self.assertEqual(old.getresponse().status, 200, "open connections live on")
+        old.close()
+
+    def test_ports_change_places(self):
+        s = self.service
+        plain, secure = s.plain, s.secure
+        self.move(secure, plain)
+        s.plain, s.secure = s.listening("http", 2), s.listening("https", 2)
+        self.assertEqual((s.plain, s.secure), (secure, plain))
+        self.assertEqual(self.stored()["qtp"], (secure, plain))
+
+    def test_a_port_that_cannot_be_had_leaves_the_old_one(self):
+        s = self.service
+        with socket.socket() as other:
+            other.bind(("127.0.0.1", 0))
+            other.listen()
+            taken = other.getsockname()[1]
+            self.move(taken, s.secure)
+            wait_until(lambda: str(taken) in s.errors(), "it says which port is taken")
+            wait_until(lambda: self.stored()["qtp"] == (s.plain, s.secure), "the truth is stored")
+            port = json.loads(s.request("GET", "/health")[2])["ports"][0]
+            self.assertEqual((port["requested"], port["actual"]), (taken, s.plain))
+            self.assertIn("in use", port["state"])
+
+
+class PortsAtStart(unittest.TestCase):
+    def test_one_port_in_use(self):
+        with socket.socket() as other, Service(arguments=()) as s:
+            other.bind(("127.0.0.1", 0))
+            other.listen()
+            taken = other.getsockname()[1]
+            s.start("--port", str(taken), "--ssl-port", "0", expect_plain=False)
+            self.assertEqual(s.request("GET", "/health", secure=True)[0], 200)
+            self.assertIn(f"Port {taken} cannot be opened: Address already in use", s.errors())
+
+    def test_no_port_at_all(self):
+        with socket.socket() as other, Service(arguments=()) as s:
+            other.bind(("127.0.0.1", 0))
+            other.listen()
+            taken = str(other.getsockname()[1])
+            s.start("--port", taken, "--ssl-port", taken, expect_plain=False, expect_secure=False)
+            s.finish(1)
+            self.assertIn("listens nowhere", s.errors())
+
+    def test_stored_ports_are_used_again_and_nonsense_is_not(self):
+        port = free_port()
+        settings = f"[QV]\nPort=1\nPort_mn_0=qtp\nPort_mp_0=70000\n" \
+                   f"SSLPort=1\nSSLPort_mn_0=qtp\nSSLPort_mp_0={port}\n"
+        with Service(settings, arguments=("--port", "0")) as s:
+            s.start()
+            self.assertEqual(s.secure, port)
+            first = s.plain
+            s.stop()
+            s.arguments = []
+            s.start()
+            self.assertEqual((s.plain, s.secure), (first, port))
+        with Service(settings, arguments=("--ssl-port", "0")) as s:
+            s.start(expect_plain=False)  # the module's own port may be in use here
+            self.assertIn("70000, is no port number", s.errors())
+
+    def test_a_module_that_is_none(self):
+        with Service(arguments=("--module", "/dev/null")) as s:
+            s.start(expect_plain=False, expect_secure=False)
+            s.finish(1)
+            self.assertIn("/dev/null cannot be loaded", s.errors())
+        library = "libc.so.6"
+        with Service() as s:
+            with open("/proc/self/maps", encoding="utf-8") as maps:
+                s.arguments = ["--module", next(l.split()[-1] for l in maps if library in l)]
+            s.start(expect_plain=False, expect_secure=False)
+            s.finish(1)
+            self.assertIn("lacks DoAction, DistributeCommand", s.errors())
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,171 @@
+"""The program under test in a folder of its own: started, spoken to, and stopped in good order."""
+
+import http.client
+import json
+import os
+import pathlib
+import re
+import shutil
+import signal
+import socket
+import ssl
+import subprocess
+import tempfile
+import time
+import unittest
+
+BIN = pathlib.Path(os.environ["QV_BIN"])
+MODULE = os.environ["QV_MODULE"]
+PATIENCE = 30  # seconds; sanitized programs on a busy machine are slow
+
+
+def command(method, *parameters, **members):
+    """The text of a command."""
+    return json.dumps({"id": "1", "method": method, "parameter": list(parameters), **members})
+
+
+def wait_until(condition, what):
+    end = time.monotonic() + PATIENCE
+    while time.monotonic() < end:
+        result = condition()
+        if result:
+            return result
+        time.sleep(0.02)
+    raise AssertionError("waited in vain until " + what)
+
+
+class Service:
+    """A context: the folder is made on entry and removed on exit, where the program, if it still
+    runs, must end with code 0 and without a word of the sanitizers."""
+
+    def __init__(self, settings="", arguments=("--port", "0", "--ssl-port", "0")):
+        self.folder = pathlib.Path(tempfile.mkdtemp(prefix="qv_service_"))
+        for name in ("marvique-service", MODULE):
+            try:
+                os.link(BIN / name, self.folder / name)
+            except OSError:
+                shutil.copy2(BIN / name, self.folder / name)
+        self.ini = self.folder / "QVConfiguration.ini"
+        if settings:
+            self.ini.write_text(settings)
+        self.arguments = list(arguments)
+        self.process = None
+        self.plain = self.secure = None
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, kind, *_):
+        try:
+            if self.process is not None:
+                if kind is None:
+                    self.stop()
+                else:
+                    self.process.kill()
+                    self.process.wait()
+        finally:
+            shutil.rmtree(self.folder)
+
+    def path(self, name):
+        return self.folder / name
+
+    def start(self, *more, expect_plain=True, expect_secure=True):
+        """Starts the program and waits for the ports that it is expected to open."""
+        with open(self.path("out"), "w") as out, open(self.path("err"), "w") as err:
+            self.process = subprocess.Popen(
+                [self.path("marvique-service"), *self.arguments, *more], stdout=out, stderr=err)
+        if expect_plain:
+            self.plain = self.listening("http")
+        if expect_secure:
+            self.secure = self.listening("https")
+        return self
+
+    def listening(self, scheme, count=1):
+        """The port of the scheme that was announced last, once there are `count` of them."""
+        def look():
+            if self.process.poll() is not None:
+                raise AssertionError("ended early: " + self.errors())
+            found = re.findall(rf"^Listening on {scheme}://127\.0\.0\.1:(\d+)$",
+                               self.path("out").read_text(), re.M)
+            return found if len(found) >= count else None
+        return int(wait_until(look, f"it listens for {scheme}")[-1])
+
+    def errors(self):
+        return self.path("err").read_text()
+
+    def stop(self, code=0):
+        self.process.send_signal(signal.SIGTERM)
+        self.finish(code)
+
+    def finish(self, code):
+        try:
+            ended = self.process.wait(PATIENCE + 10)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            raise AssertionError("it does not stop")
+        finally:
+            self.process = self.process if self.process.poll() is None else None
+        errors = self.errors()
+        assert ended == code, f"exit code {ended} instead of {code}: {errors}"
+        assert not re.search("Sanitizer|runtime error", errors), errors
+
+    def tls(self):
+        context = ssl.create_default_context(cafile=self.path("cert/server.pem"))
+        return context
+
+    def http(self, secure=False):
+        if secure:
+            return http.client.HTTPSConnection(
+                "127.0.0.1", self.secure, context=self.tls(), timeout=PATIENCE)
+        return http.client.HTTPConnection("127.0.0.1", self.plain, timeout=PATIENCE)
+
+    def request(self, method, path, body=None, headers=None, secure=False):
+        """Status, headers and body of one request."""
+        connection = self.http(secure)
+        try:
+            connection.request(method, path, body, {"User-Agent": "test", **(headers or {})})
+            response = connection.getresponse()
+            return response.status, response.headers, response.read()
+        finally:
+            connection.close()
+
+    def ask(self, method, *parameters, headers=None, secure=False):
+        """The parsed reply to a command that must be answered."""
+        status, _, body = self.request(
+            "POST", "/qtp/", command(method, *parameters), headers, secure)
+        assert status == 200, (status, body)
+        return json.loads(body)
+
+    def raw(self, data, port=None):
+        """All that comes back, until the other side closes, for bytes sent as they are."""
+        with socket.create_connection(("127.0.0.1", port or self.plain), PATIENCE) as connection:
+            try:
+                connection.sendall(data)
+            except ConnectionError:
+                pass
+            return drain(connection)
+
+
+def drain(connection):
+    received = b""
+    try:
+        while chunk := connection.recv(65536):
+            received += chunk
+    except ConnectionError:
+        pass
+    return received
+
+
+class ServiceTest(unittest.TestCase):
+    """A running service for each test of the class."""
+
+    settings = ""
+    arguments = ()
+
+    def setUp(self):
+        self.service = Service(self.settings)
+        self.addCleanup(lambda: self.service.__exit__(None))
+        self.service.start(*self.arguments)
+
+    def assert_alive(self):
+        self.assertIn("qtp", self.service.ask("GetServerInfo"))

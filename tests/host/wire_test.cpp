@@ -1,0 +1,167 @@
+// Texts from and to the wire, the way of replies, and the services that modules ask for.
+#include <gtest/gtest.h>
+
+#include <thread>
+
+#include "host/connections.h"
+#include "host/host_services.h"
+#include "host/options.h"
+#include "host/wire_text.h"
+
+namespace {
+
+TEST(WireText, OnlyValidUtf8LeavesTheService) {
+  const std::string mark = "\xEF\xBF\xBD";
+  const struct {
+    std::string given, sent;
+  } cases[] = {
+      {"", ""},
+      {"plain", "plain"},
+      {"h\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80", "h\xC3\xA9 \xE2\x82\xAC \xF0\x9F\x98\x80"},
+      {"a\xFFz", "a" + mark + "z"},
+      {"\xC3", mark},
+      {"\xE2\x82", mark + mark},
+      {"x\xC0\xAFy", "x" + mark + mark + "y"},                 // overlong
+      {"\xED\xA0\x80", mark + mark + mark},                    // surrogate
+      {"\xF4\x90\x80\x80.", mark + mark + mark + mark + "."},  // beyond the last character
+      {"\xF0\x9F\x98\x80\x80", "\xF0\x9F\x98\x80" + mark},
+  };
+  for (const auto& c : cases) EXPECT_EQ(host::ToValidUtf8(c.given), c.sent);
+}
+
+TEST(WireText, BrowsersAreToldApartByTheirOwnNames) {
+  const struct {
+    const char* agent;
+    int type;
+  } cases[] = {
+      {"", 0},
+      {"Mozilla/5.0 (X11) AppleWebKit/537.36 (KHTML) Chrome/120.0 Safari/537.36", 1},
+      {"Mozilla/5.0 (X11; rv:120.0) Gecko/20100101 Firefox/120.0", 2},
+      {"Mozilla/5.0 (Macintosh) AppleWebKit/605.1 (KHTML) Version/17.0 Safari/605.1", 3},
+      {"Mozilla/5.0 AppleWebKit/537.36 (KHTML) Chrome/120.0 Safari/537.36 Edg/120.0", 4},
+      {"curl/7.88", 5},
+  };
+  for (const auto& c : cases) EXPECT_EQ(host::BrowserTypeOf(c.agent), c.type) << c.agent;
+}
+
+TEST(WireText, OnlyPlainHeaderNamesAreEchoed) {
+  EXPECT_TRUE(host::IsTokenList("content-type, X-Some_Thing.1"));
+  for (const char* bad : {"", " , ", "a;b", "a:b", "a\r\nb", "\xC3\xA9", "\"a\""}) {
+    EXPECT_FALSE(host::IsTokenList(bad)) << bad;
+  }
+}
+
+TEST(Replies, GoToTheConnectionThatIsStillThere) {
+  host::Connections connections;
+  auto first = std::make_shared<host::FirstReply>();
+  auto second = std::make_shared<host::FirstReply>();
+  const int one = connections.Add(first), two = connections.Add(second);
+  EXPECT_EQ(one, 1);
+  EXPECT_EQ(two, 2);
+  EXPECT_TRUE(connections.Deliver(one, {"a", ""}));
+  EXPECT_FALSE(connections.Deliver(one, {"b", ""})) << "a request has room for one reply";
+  EXPECT_EQ(first->Take()->text, "a");
+  EXPECT_FALSE(first->Deliver({"late", ""}));
+  second.reset();
+  EXPECT_FALSE(connections.Deliver(two, {"x", ""})) << "its client is gone";
+  connections.Remove(one);
+  EXPECT_FALSE(connections.Deliver(one, {"x", ""}));
+  EXPECT_FALSE(connections.Deliver(99, {"x", ""}));
+}
+
+TEST(Replies, WakeARestingWriterOnceAndOverflowIsTold) {
+  int woken = 0;
+  host::Outbox outbox(10, [&woken] { ++woken; });
+  EXPECT_TRUE(outbox.Deliver({"1234", "56"}));
+  EXPECT_TRUE(outbox.Deliver({"7", ""}));
+  EXPECT_EQ(woken, 1);
+  EXPECT_EQ(outbox.Next()->bytes, "1234");
+  EXPECT_TRUE(outbox.Next()->binary);
+  EXPECT_EQ(outbox.Next()->bytes, "7");
+  EXPECT_FALSE(outbox.Next());
+  EXPECT_TRUE(outbox.Deliver({"1234567890", ""}));
+  EXPECT_EQ(woken, 2);
+  EXPECT_FALSE(outbox.Deliver({"x", ""}));
+  EXPECT_TRUE(outbox.overflowed());
+  EXPECT_FALSE(outbox.Next()) << "what waited is dropped with it";
+  EXPECT_FALSE(outbox.Deliver({"", ""}));
+}
+
+TEST(Replies, ArriveFromManyThreadsOnceEach) {
+  constexpr int kThreads = 4, kEach = 500;
+  std::atomic<int> woken = 0;
+  host::Outbox outbox(1 << 20, [&woken] { ++woken; });
+  std::atomic<bool> done = false;
+  int received = 0;
+  std::thread writer([&] {
+    while (!done || woken > 0) {
+      if (woken == 0) {
+        std::this_thread::yield();
+        continue;
+      }
+      --woken;
+      while (outbox.Next()) ++received;
+    }
+  });
+  std::vector<std::thread> modules;
+  for (int t = 0; t < kThreads; ++t) {
+    modules.emplace_back([&] {
+      for (int i = 0; i < kEach; ++i) outbox.Deliver({"x", ""});
+    });
+  }
+  for (std::thread& thread : modules) thread.join();
+  done = true;
+  writer.join();
+  EXPECT_EQ(received, kThreads * kEach);
+}
+
+TEST(HostServices, AnswerInTwoCallsAndNeverBeyondTheBuffer) {
+  host::HostServices services({{"/proc/self/exe", "1.2"}, {"/no/such/file", "3"}});
+  unsigned int length = 0;
+  ASSERT_EQ(services.Get(nullptr, nullptr, "getBinaryFileInfo", nullptr, &length), 0);
+  std::string info(length, '\0');
+  ASSERT_EQ(services.Get(nullptr, nullptr, "getBinaryFileInfo", info.data(), &length), 0);
+  EXPECT_EQ(length, info.size());
+  EXPECT_NE(info.find("\"name\":\"exe\""), info.npos) << info;
+  EXPECT_EQ(info.find('\n'), info.npos);
+  char small[4] = {'#', '#', '#', '#'};
+  length = 3;
+  EXPECT_EQ(services.Get(nullptr, nullptr, "getBinaryFileInfo", small, &length), 0);
+  EXPECT_EQ(length, 3u);
+  EXPECT_EQ(small[3], '#');
+
+  length = 4;
+  EXPECT_EQ(services.Get(nullptr, nullptr, "getServiceInfo", small, &length), 0);
+  EXPECT_EQ(std::string(small, 4), std::string(4, '\0'));
+  for (const char* name : {"startmDNS", "reloadNginx", "nonsense", ""}) {
+    EXPECT_EQ(services.Get(nullptr, nullptr, name, nullptr, nullptr), -1) << name;
+  }
+  EXPECT_EQ(services.Get(nullptr, nullptr, nullptr, nullptr, nullptr), -1);
+  EXPECT_FALSE(services.TakeRestart());
+  EXPECT_EQ(services.Get(nullptr, nullptr, "restartService", nullptr, nullptr), 0);
+  EXPECT_TRUE(services.TakeRestart());
+  EXPECT_FALSE(services.TakeRestart());
+}
+
+TEST(Options, SayWhatIsWrong) {
+  const struct {
+    std::vector<const char*> words;
+    const char* error;
+  } cases[] = {
+      {{"--port", "0", "--ssl-port=65535", "--module", "a.so", "--module=b.so"}, ""},
+      {{"--port", "65536"}, "--port takes a number from 0 to 65535"},
+      {{"--port", "1x"}, "--port takes a number from 0 to 65535"},
+      {{"--ssl-port", "-1"}, "--ssl-port takes a number from 0 to 65535"},
+      {{"--port"}, "--port needs a value"},
+      {{"--module"}, "--module needs the file of a module"},
+      {{"--idle-timeout", "0"}, "--idle-timeout takes seconds from 1 to 86400"},
+      {{"-x"}, "-x is not an option; --help lists them"},
+  };
+  for (const auto& c : cases) {
+    std::vector<const char*> words = {"program"};
+    words.insert(words.end(), c.words.begin(), c.words.end());
+    EXPECT_EQ(host::ParseOptions(static_cast<int>(words.size()), words.data()).error, c.error);
+  }
+}
+
+}  // namespace
