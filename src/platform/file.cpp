@@ -25,15 +25,18 @@ struct StreamCloser {
 };
 using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 
-/// A folder can be opened for reading, but it is no file.
+/// A folder can be opened for reading, but it is no file; nor is a pipe, for whose other end the
+/// open, or later a read, could wait for ever.
 Descriptor OpenFile(const char* name, int flags) {
   if (name == nullptr) return Descriptor();
-  Descriptor file(::open(name, flags | O_CLOEXEC, kNewFileMode));
+  Descriptor file(::open(name, flags | O_NONBLOCK | O_CLOEXEC, kNewFileMode));
   struct stat status {};
-  if (file && ::fstat(file.get(), &status) == 0 && S_ISDIR(status.st_mode)) {
-    errno = EISDIR;
+  if (!file || ::fstat(file.get(), &status) != 0) return Descriptor();
+  if (S_ISDIR(status.st_mode) || S_ISFIFO(status.st_mode)) {
+    errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
     return Descriptor();
   }
+  if (::fcntl(file.get(), F_SETFL, flags) != 0) return Descriptor();
   return file;
 }
 
@@ -135,7 +138,7 @@ BOOL CopyFile(const char* source, const char* target, BOOL) {
   std::string content;
   if (ReadWholeFile(source, &content) != 0) return 1;
   if (content.empty()) return 0;
-  const int error = WriteWholeFile(target, content, kCopiedFileMode);
+  const int error = WriteWholeFile(target, content, kCopiedFileMode, Flush::Later);
   if (error != 0) errno = error;
   return error == 0;
 }

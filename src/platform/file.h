@@ -1,8 +1,8 @@
 // Files: stdio streams behind Win32-style calls, and operations on whole files.
 //
-// Descriptors are close-on-exec, and opening a folder as a file fails. Two result conventions live
-// side by side here and are kept: ReadFileEx and the three-argument ReadFile return 0 for good,
-// everything else returns 1 for good.
+// Descriptors are close-on-exec, and opening a folder or a pipe as a file fails at once. Two result
+// conventions live side by side here and are kept: ReadFileEx and the three-argument ReadFile
+// return 0 for good, everything else returns 1 for good.
 #pragma once
 
 #include <cstdio>
@@ -40,7 +40,8 @@ BOOL WriteFile(FileHandle file, const void* buffer, DWORD count, DWORD* written,
 /// Moves the position; `whence` is that of fseek and the high part is ignored. Returns the new
 /// position, cut to 32 bits.
 DWORD SetFilePointer(FileHandle file, int offset, int* high, int whence);
-/// The size, cut to 32 bits; the position is kept and the high part untouched.
+/// The size, cut to 32 bits; the position is kept and the high part untouched. 0 for null,
+/// 0xFFFFFFFF for what has no size.
 DWORD GetFileSize(FileHandle file, DWORD* high);
 
 /// Reads a whole file, or its first `maxBytes`, from its start into one block with a NUL behind it.
@@ -52,8 +53,9 @@ BOOL ReadFileByName(const char* path, unsigned char** buffer, DWORD* length);
 BOOL ReadFileByNameEx(const char* path, DWORD maxBytes, unsigned char** buffer, DWORD* length);
 
 /// Replaces `target` by a copy of `source` in one step: a program that has the old target open or
-/// mapped keeps it whole. `failIfExists` is ignored. Returns 1; 0 when the source is empty or the
-/// target cannot be written. A source that cannot be read counts as nothing to copy: 1.
+/// mapped keeps it whole. The copy reaches the disk when the system writes it there. `failIfExists`
+/// is ignored. Returns 1; 0 when the source is empty or the target, or its folder, cannot be
+/// written. A source that cannot be read counts as nothing to copy: 1.
 BOOL CopyFile(const char* source, const char* target, BOOL failIfExists);
 BOOL DeleteFile(const char* path);
 /// -1 for nothing there or an empty path, FILE_ATTRIBUTE_DIRECTORY for a folder, else 0.

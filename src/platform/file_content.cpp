@@ -1,24 +1,32 @@
 #include "platform/file_content.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
+#include <exception>
 #include <filesystem>
 #include <memory>
-#include <new>
 
 #include "platform/descriptor.h"
+#include "platform/file_lock.h"
+#include "platform/identifier.h"
 #include "platform/os.h"
 
 namespace {
 
-constexpr std::size_t kFirstRead = 16 * 1024;
-constexpr std::size_t kNextRead = 256 * 1024;
+constexpr std::size_t kLeastRead = 16 * 1024;
+constexpr std::size_t kMostRead = 256 * 1024;
 constexpr mode_t kModeBits = 07777;
+
+/// Not waiting for writers keeps a pipe in place of a settings file from stopping the service.
+Descriptor OpenForReading(const char* path) {
+  return Descriptor(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+}
 
 ssize_t Read(int descriptor, char* target, std::size_t room) {
   ssize_t count = 0;
@@ -27,36 +35,28 @@ ssize_t Read(int descriptor, char* target, std::size_t room) {
   return count;
 }
 
-/// Reads a file into `first`, or into `large` when it does not fit there; `text` is what was read.
-/// Not waiting for writers keeps a pipe in place of a settings file from stopping the service.
-int ReadContent(const char* path, char (&first)[kFirstRead], std::string* large,
-                std::string_view* text) {
-  if (path == nullptr) return EINVAL;
-  const Descriptor file(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file) return errno;
-  ssize_t count = Read(file.get(), first, sizeof first);
-  if (count < 0) return errno;
-  *text = {first, static_cast<std::size_t>(count)};
-  if (text->size() < sizeof first) return 0;
-
+/// Appends a file's content from its position to its end, which a read of nothing tells, not a
+/// short one. Returns 0 or an errno.
+int ReadToEnd(int descriptor, std::string* content) {
   struct stat status {};
-  if (::fstat(file.get(), &status) != 0) return errno;
+  if (::fstat(descriptor, &status) != 0) return errno;
+  if (S_ISDIR(status.st_mode)) return EISDIR;
   if (!S_ISREG(status.st_mode)) return EINVAL;
+  const auto size = static_cast<std::size_t>(status.st_size);
   try {
-    large->reserve(static_cast<std::size_t>(status.st_size) + kNextRead);
-    large->assign(*text);
-    while (count > 0) {
-      const std::size_t end = large->size();
-      large->resize(end + kNextRead);
-      count = Read(file.get(), large->data() + end, kNextRead);
+    content->reserve(size + kLeastRead);
+    for (;;) {
+      const std::size_t end = content->size();
+      const std::size_t room = std::clamp(size > end ? size - end : 0, kLeastRead, kMostRead);
+      content->resize(end + room);
+      const ssize_t count = Read(descriptor, content->data() + end, room);
       if (count < 0) return errno;
-      large->resize(end + static_cast<std::size_t>(count));
+      content->resize(end + static_cast<std::size_t>(count));
+      if (count == 0) return 0;
     }
   } catch (const std::exception&) {
     return ENOMEM;
   }
-  *text = *large;
-  return 0;
 }
 
 int WriteAll(int descriptor, std::string_view content) {
@@ -70,22 +70,25 @@ int WriteAll(int descriptor, std::string_view content) {
   return 0;
 }
 
-int Lock(int descriptor) {
-  while (::flock(descriptor, LOCK_EX) != 0) {
-    if (errno != EINTR) return errno;
-  }
-  return 0;
+/// The start of a name, cut where a UTF-8 character begins: some file systems refuse other names.
+std::string_view Start(std::string_view name, std::size_t length) {
+  if (name.size() <= length) return name;
+  while (length > 0 && (static_cast<unsigned char>(name[length]) & 0xC0) == 0x80) --length;
+  return name.substr(0, length);
 }
 
 /// The new content on its way to its place. Its name belongs to the target, and its writer holds a
 /// lock on it: writers of one target take turns, and a file that can be locked while its name still
 /// stands was left behind by a writer that was killed, and is removed. So at most one such file
-/// ever lies beside a target, until the next write.
+/// ever lies beside a target, until the next write. Where that name cannot be had in time, because
+/// something else stands there or somebody keeps it locked, a name that nobody else knows serves.
 class Replacement {
  public:
   explicit Replacement(const std::string& target) : target_(target) {
     const std::size_t name = target.rfind('/') + 1;  // 0 when there is no '/'
-    path_ = target.substr(0, name) + "." + target.substr(name, kNameLength) + ".replacement";
+    stem_ = target.substr(0, name) + ".";
+    stem_ += Start(std::string_view(target).substr(name), kNameLength);
+    path_ = stem_ + kEnding;
   }
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
@@ -94,18 +97,16 @@ class Replacement {
   }
 
   int Open(mode_t mode) {
-    for (;;) {
-      const int create = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-      Descriptor created(::open(path_.c_str(), create, mode));
-      if (created) {
-        Lock(created.get());  // without locks on this file system, being the creator must do
-        if (!HasName(created.get())) continue;
-        file_ = std::move(created);
-        return 0;
-      }
-      if (errno != EEXIST) return errno;
-      if (const int error = WaitForOther()) return error;
-    }
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    do {
+      file_ = Create(mode);
+      if (!file_ && errno != EEXIST) return errno;
+      if (file_ && KeepsNameLocked(end)) return 0;
+      file_ = Descriptor();
+    } while (RemoveLeftBehind(end) && std::chrono::steady_clock::now() < end);
+    path_ = stem_ + "." + MakeIdentifier().data() + kEnding;
+    file_ = Create(mode);
+    return file_ ? 0 : errno;
   }
 
   int descriptor() const { return file_.get(); }
@@ -117,9 +118,17 @@ class Replacement {
   }
 
  private:
+  using Time = std::chrono::steady_clock::time_point;
+  static constexpr std::chrono::seconds kPatience{1};
+  static constexpr const char* kEnding = ".replacement";
   /// Leaves room for what is added below the usual limit of 255; targets whose names agree in so
   /// many characters merely take turns with each other.
   static constexpr std::size_t kNameLength = 200;
+
+  Descriptor Create(mode_t mode) const {
+    return Descriptor(
+        ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+  }
 
   bool HasName(int descriptor) const {
     struct stat open {};
@@ -128,15 +137,22 @@ class Replacement {
            open.st_dev == named.st_dev && open.st_ino == named.st_ino;
   }
 
-  int WaitForOther() const {
+  /// Another writer may have taken the file for one left behind before it was locked. Without locks
+  /// on this file system, being the creator must do.
+  bool KeepsNameLocked(Time end) const {
+    return LockUntil(end, file_.get()) != EWOULDBLOCK && HasName(file_.get());
+  }
+
+  /// Waits for the other writer and removes what it has left. False when that cannot be done.
+  bool RemoveLeftBehind(Time end) const {
     const Descriptor other(::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!other) return errno == ENOENT ? 0 : errno;
-    if (const int error = Lock(other.get())) return error;
-    if (HasName(other.get()) && ::unlink(path_.c_str()) != 0) return errno;
-    return 0;
+    if (!other) return errno == ENOENT;
+    return LockUntil(end, other.get()) == 0 &&
+           (!HasName(other.get()) || ::unlink(path_.c_str()) == 0);
   }
 
   std::string target_;
+  std::string stem_;
   std::string path_;
   Descriptor file_;
 };
@@ -180,24 +196,26 @@ std::string FollowLinks(const char* path) {
 }
 
 int ReadWholeFile(const char* path, std::string* content) {
-  char first[kFirstRead];
-  std::string large;
-  std::string_view text;
-  if (const int error = ReadContent(path, first, &large, &text)) return error;
-  if (large.empty()) {
-    content->assign(text);
-  } else {
-    *content = std::move(large);
-  }
+  if (path == nullptr) return EINVAL;
+  const Descriptor file = OpenForReading(path);
+  if (!file) return errno;
+  std::string read;
+  if (const int error = ReadToEnd(file.get(), &read)) return error;
+  *content = std::move(read);
   return 0;
 }
 
 FileView::FileView(const char* path) {
-  static_assert(kInlineBytes == kFirstRead);
-  if (ReadContent(path, inline_, &large_, &text_) != 0) text_ = {};
+  const Descriptor file = path != nullptr ? OpenForReading(path) : Descriptor();
+  const ssize_t count = file ? Read(file.get(), inline_, sizeof inline_) : -1;
+  if (count < 0) return;
+  text_ = {inline_, static_cast<std::size_t>(count)};
+  if (text_.size() < sizeof inline_) return;  // so short a read is the end of a file on a disk
+  text_ = {};
+  if (::lseek(file.get(), 0, SEEK_SET) == 0 && ReadToEnd(file.get(), &large_) == 0) text_ = large_;
 }
 
-int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew) {
+int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew, Flush flush) {
   if (path == nullptr) return EINVAL;
   const std::string target = FollowLinks(path);
   struct stat old {};
@@ -212,6 +230,8 @@ int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew)
   if (replaces) {
     if (const int error = TakeOver(file, old)) return error;
   }
-  if (const int error = os::FlushToDisk(file)) return error;
+  if (flush == Flush::ToDisk) {
+    if (const int error = os::FlushToDisk(file)) return error;
+  }
   return replacement.MoveToTarget();
 }

@@ -1,7 +1,9 @@
-// What differs between operating systems, and nothing else. Each system has one body of this page
-// (os_linux.cpp, os_macos.cpp); the build picks it. A port to a further system fulfils every line.
+// What may differ between operating systems, and nothing else. Each system has one body of this
+// page (os_linux.cpp, os_macos.cpp), which the build picks, beside what they have in common
+// (os_posix.cpp). A port to a further system fulfils every line.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <ctime>
 #include <string>
@@ -19,11 +21,14 @@ std::uint32_t ThreadNumber();
 std::uint32_t TickCount();
 /// The process's physical footprint in bytes, 0 when unknown.
 std::uint64_t PhysicalFootprint();
-/// Name and home folder (no trailing "/") of the user this process runs as, "" when unknown.
+/// Name and home folder of the user this process runs as, "" when unknown. The folder is $HOME if
+/// that is a full path, else the user record's, without a trailing "/" (but "/" itself).
 std::string UserName();
 std::string HomeFolder();
 /// The current environment, for starting programs.
 char** Environment();
+/// Fills up to 256 bytes with random ones fit for secrets. Returns false if the system gives none.
+bool FillRandom(void* target, std::size_t size);
 /// Makes a file's written bytes reach the disk. Returns 0 or an errno.
 int FlushToDisk(int descriptor);
 /// The modification time in a file's status.

@@ -1,17 +1,14 @@
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
 #include <cstdio>
-#include <cstdlib>
 #include <string_view>
 
 #include "platform/file_content.h"
 #include "platform/os.h"
-#include "platform/user_record.h"
 
 namespace os {
 
@@ -34,13 +31,6 @@ std::uint32_t ThreadNumber() {
   return number;
 }
 
-std::uint32_t TickCount() {
-  std::timespec now{};
-  ::clock_gettime(CLOCK_MONOTONIC, &now);
-  return static_cast<std::uint32_t>(static_cast<std::uint64_t>(now.tv_sec) * 1000 +
-                                    static_cast<std::uint64_t>(now.tv_nsec) / 1'000'000);
-}
-
 std::uint64_t PhysicalFootprint() {
   std::string text;
   unsigned long long total = 0;
@@ -52,15 +42,9 @@ std::uint64_t PhysicalFootprint() {
   return resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
 }
 
-std::string UserName() { return ReadUserRecord(&passwd::pw_name); }
-
-std::string HomeFolder() {
-  const char* home = std::getenv("HOME");
-  const bool given = home != nullptr && home[0] == '/';
-  return WithoutTrailingSlash(given ? home : ReadUserRecord(&passwd::pw_dir));
-}
-
 char** Environment() { return ::environ; }
+
+bool FillRandom(void* target, std::size_t size) { return ::getentropy(target, size) == 0; }
 
 int FlushToDisk(int descriptor) { return ::fdatasync(descriptor) == 0 ? 0 : errno; }
 

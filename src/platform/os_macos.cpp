@@ -1,18 +1,15 @@
-#include <Carbon/Carbon.h>
-#include <CoreFoundation/CoreFoundation.h>
 #include <crt_externs.h>
 #include <fcntl.h>
 #include <libproc.h>
 #include <mach/mach.h>
 #include <pthread.h>
+#include <sys/random.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <climits>
 
 #include "platform/os.h"
-#include "platform/user_record.h"
 
 namespace os {
 
@@ -24,11 +21,6 @@ std::string ExecutablePath() {
 
 std::uint32_t ThreadNumber() { return ::pthread_mach_thread_np(::pthread_self()); }
 
-std::uint32_t TickCount() {
-  // Ticks are sixtieths of a second; the product wraps in 32 bits.
-  return static_cast<std::uint32_t>(::TickCount()) * 1000u / 60u;
-}
-
 std::uint64_t PhysicalFootprint() {
   task_vm_info_data_t information{};
   mach_msg_type_number_t count = TASK_VM_INFO_COUNT;
@@ -37,20 +29,9 @@ std::uint64_t PhysicalFootprint() {
   return result == KERN_SUCCESS ? information.phys_footprint : 0;
 }
 
-std::string UserName() { return ReadUserRecord(&passwd::pw_name); }
-
-std::string HomeFolder() {
-  // Inside a sandbox this is the container, where the record of the user would mislead.
-  const CFURLRef url = ::CFCopyHomeDirectoryURL();
-  UInt8 path[PATH_MAX] = {};
-  const bool told =
-      url != nullptr && ::CFURLGetFileSystemRepresentation(url, true, path, sizeof path);
-  if (url != nullptr) ::CFRelease(url);
-  return WithoutTrailingSlash(told ? std::string(reinterpret_cast<const char*>(path))
-                                   : ReadUserRecord(&passwd::pw_dir));
-}
-
 char** Environment() { return *::_NSGetEnviron(); }
+
+bool FillRandom(void* target, std::size_t size) { return ::getentropy(target, size) == 0; }
 
 int FlushToDisk(int descriptor) {
   // fsync stops at the drive's own cache here. File systems without the full flush have fsync.

@@ -1,14 +1,15 @@
 #include "platform/profile.h"
 
 #include <fcntl.h>
-#include <sys/file.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <string>
 
 #include "platform/descriptor.h"
 #include "platform/file_content.h"
+#include "platform/file_lock.h"
 #include "platform/ini_file.h"
 
 namespace {
@@ -68,19 +69,22 @@ std::string OneLine(std::string_view text) {
 
 /// Keeps other writers of settings out of the file's folder. A lock on the folder leaves nothing
 /// behind, however the writer ends. Where the file system has no locks, there is none to wait for.
-Descriptor LockFolderOf(const std::string& file) {
+/// Returns 0, or EWOULDBLOCK when another holder kept it all the time.
+int LockFolderOf(const std::string& file, Descriptor* lock) {
+  constexpr std::chrono::seconds kPatience(4);
   const std::size_t slash = file.rfind('/');
   const std::string folder = slash == file.npos ? "." : file.substr(0, slash + 1);
-  Descriptor lock(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  while (lock && ::flock(lock.get(), LOCK_EX) != 0 && errno == EINTR) {
-  }
-  return lock;
+  *lock = Descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!*lock) return 0;  // the write itself tells what is wrong with the folder
+  const int error = LockUntil(std::chrono::steady_clock::now() + kPatience, lock->get());
+  return error == EWOULDBLOCK ? error : 0;
 }
 
 int Store(std::string_view section, std::span<const ProfileEntry> entries, const char* file) {
   if (file == nullptr) return EINVAL;
   const std::string target = FollowLinks(file);
-  const Descriptor lock = LockFolderOf(target);
+  Descriptor lock;
+  if (const int busy = LockFolderOf(target, &lock)) return busy;
   std::string text;
   const int error = ReadWholeFile(target.c_str(), &text);
   if (error != 0 && error != ENOENT) return error;

@@ -2,7 +2,8 @@
 //
 // Nothing is cached: every read reads the file, every write rewrites it. The callers order their
 // threads (the configuration lock does for the service's own files); writers of several processes
-// and of several copies of this layer in one process take turns by a lock on the file's folder.
+// and of several copies of this layer in one process take turns by a lock on the file's folder. A
+// stranger may hold such a lock too, so a write waits about five seconds at most, then it fails.
 #pragma once
 
 #include <cstddef>
@@ -25,7 +26,8 @@ struct ProfileEntry {
 
 /// Stores a value, creating file, section and key as needed. CR, LF and NUL are dropped from all
 /// three texts, so that no text can pose as a line of its own. Returns 1; 0 with errno set when
-/// the file could not be loaded or replaced, and then its old content is untouched.
+/// the file could not be loaded or replaced (EWOULDBLOCK: another holder kept the folder locked),
+/// and then its old content is untouched. The file's folder must be writable.
 BOOL WritePrivateProfileStringA(const char* section, const char* key, const char* value,
                                 const char* file);
 /// Stores several values of one section with a single rewrite of the file: all of them or none.

@@ -9,15 +9,26 @@
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
-#include <string>
+#include <memory>
+#include <new>
 
 #include "platform/diagnostics.h"
 #include "platform/system_time.h"
+#include "platform/text.h"
 
+namespace {
+
+/// Names given by callers are cut to fit; built ones leave one byte more unused.
+constexpr std::size_t kEventNameBytes = 32;
+constexpr std::size_t kSemaphoreNameBytes = 1024;
+
+}  // namespace
+
+/// Records are made before their semaphores: without memory for one there is nothing to take back.
 struct EventRecord {
   sem_t* semaphore;
   bool manualReset;
-  std::string name;  ///< Empty once the name is gone from the system.
+  char name[kEventNameBytes];  ///< "" when the system has no such name (any more).
 };
 
 struct SemaphoreRecord {
@@ -27,28 +38,25 @@ struct SemaphoreRecord {
 
 namespace {
 
-constexpr std::size_t kEventNameLength = 31;
-constexpr std::size_t kSemaphoreNameLength = 1023;
 constexpr std::uint32_t kNanosecondsPerMs = 1'000'000;
 
 std::atomic<int> globalSeed{0};
 std::atomic<unsigned int> eventCounter{0};
 std::atomic<unsigned int> semaphoreCounter{0};
 
-sem_t* Create(const std::string& name, int count) {
-  return ::sem_open(name.c_str(), O_CREAT | O_EXCL, 0666, static_cast<unsigned int>(count));
+sem_t* Create(const char* name, int count) {
+  return ::sem_open(name, O_CREAT | O_EXCL, 0666, static_cast<unsigned int>(count));
 }
 
 /// Creates a semaphore that nobody else can open. Another copy of this layer in the process counts
 /// by itself and may hold a built name for a moment, so a taken name means trying the next one.
-sem_t* CreatePrivate(const char* prefix, std::size_t nameBytes, std::atomic<unsigned int>& counter,
-                     int count, std::string* name) {
+sem_t* CreatePrivate(const char* prefix, std::atomic<unsigned int>& counter, int count, char* name,
+                     std::size_t nameBytes) {
   for (;;) {
-    *name = prefix + std::to_string(static_cast<unsigned int>(::getpid())) + "_" +
-            std::to_string(++counter) + "_" + std::to_string(globalSeed.load());
-    if (name->size() >= nameBytes) name->resize(nameBytes - 1);
-    sem_t* semaphore = Create(*name, count);
-    if (semaphore != SEM_FAILED) ::sem_unlink(name->c_str());
+    std::snprintf(name, nameBytes - 1, "%s%u_%u_%d", prefix, static_cast<unsigned int>(::getpid()),
+                  ++counter, globalSeed.load());
+    sem_t* semaphore = Create(name, count);
+    if (semaphore != SEM_FAILED) ::sem_unlink(name);
     if (semaphore != SEM_FAILED || errno != EEXIST) return semaphore;
   }
 }
@@ -71,29 +79,37 @@ void Check(int error, const char* operation) {
 }  // namespace
 
 EventHandle CreateEvent(void*, BOOL manualReset, BOOL initialState, const char* name) {
-  std::string used;
-  sem_t* semaphore = SEM_FAILED;
-  if (name != nullptr) {
-    used = std::string(name).substr(0, kEventNameLength);
-    semaphore = Create(used, initialState);
-  } else {
-    semaphore = CreatePrivate("ce0", kEventNameLength, eventCounter, initialState, &used);
-  }
-  if (semaphore == SEM_FAILED) {
-    PrintFailure("CreateEvent sem_open failed %d name %s\n", errno, used.c_str());
+  std::unique_ptr<EventRecord> event(new (std::nothrow)
+                                         EventRecord{SEM_FAILED, manualReset != 0, {}});
+  if (event == nullptr) {
+    ReportErrno("CreateEvent");
     return nullptr;
   }
-  return new EventRecord{semaphore, manualReset != 0, name != nullptr ? used : std::string()};
+  if (name != nullptr) {
+    event->semaphore = Create(lstrcpyn(event->name, name, sizeof event->name), initialState);
+  } else {
+    event->semaphore =
+        CreatePrivate("ce0", eventCounter, initialState, event->name, sizeof event->name);
+  }
+  if (event->semaphore == SEM_FAILED) {
+    PrintFailure("CreateEvent sem_open failed %d name %s\n", errno, event->name);
+    return nullptr;
+  }
+  if (name == nullptr) event->name[0] = '\0';
+  return event.release();
 }
 
 EventHandle OpenEvent(DWORD, BOOL, const char* name) {
-  const std::string used = std::string(name != nullptr ? name : "").substr(0, kEventNameLength);
-  sem_t* semaphore = ::sem_open(used.c_str(), 0);
-  if (semaphore == SEM_FAILED) {
+  std::unique_ptr<EventRecord> event(new (std::nothrow) EventRecord{SEM_FAILED, false, {}});
+  if (event != nullptr) {
+    lstrcpyn(event->name, name != nullptr ? name : "", sizeof event->name);
+    event->semaphore = ::sem_open(event->name, 0);
+  }
+  if (event == nullptr || event->semaphore == SEM_FAILED) {
     ReportErrno("OpenEvent sem_open");
     return nullptr;
   }
-  return new EventRecord{semaphore, false, used};
+  return event.release();
 }
 
 BOOL SetEvent(EventHandle event) {
@@ -136,24 +152,23 @@ int WaitForEvents(unsigned int, EventHandle*, BOOL, unsigned int) { return 0; }
 void CloseEvent(EventHandle event) {
   if (event == nullptr) return;
   ::sem_close(event->semaphore);
-  if (!event->name.empty()) ::sem_unlink(event->name.c_str());
+  if (event->name[0] != '\0') ::sem_unlink(event->name);
   delete event;
 }
 
 SemaphoreHandle CreateSemaphore(void*, int initialCount, int, const char* name) {
-  std::string used;
-  sem_t* semaphore = SEM_FAILED;
-  if (name != nullptr) {
-    used = std::string(name).substr(0, kSemaphoreNameLength);
-    semaphore = Create(used, initialCount);
-  } else {
-    semaphore = CreatePrivate("Sem", kSemaphoreNameLength, semaphoreCounter, initialCount, &used);
+  std::unique_ptr<SemaphoreRecord> semaphore(new (std::nothrow) SemaphoreRecord{SEM_FAILED, 0});
+  if (semaphore != nullptr) {
+    char used[kSemaphoreNameBytes];
+    semaphore->semaphore =
+        name != nullptr ? Create(lstrcpyn(used, name, sizeof used), initialCount)
+                        : CreatePrivate("Sem", semaphoreCounter, initialCount, used, sizeof used);
   }
-  if (semaphore == SEM_FAILED) {
+  if (semaphore == nullptr || semaphore->semaphore == SEM_FAILED) {
     ReportErrno("sem_open");
     return nullptr;
   }
-  return new SemaphoreRecord{semaphore, 0};
+  return semaphore.release();
 }
 
 BOOL ReleaseSemaphore(SemaphoreHandle semaphore, int, int* previousCount) {

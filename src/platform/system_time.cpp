@@ -17,6 +17,7 @@ thread_local constinit LocalSecond t_last{};
 
 void StoreLocalTime(std::time_t seconds, _SYSTEMTIME* systemTime) {
   if (!t_last.known || t_last.seconds != seconds) {
+    ::tzset();  // localtime_r alone would keep the zone that it met first
     t_last.known = ::localtime_r(&seconds, &t_last.local) != nullptr;
     t_last.seconds = seconds;
     if (!t_last.known) t_last.local = {};

@@ -5,12 +5,12 @@
 
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
 
 #include "platform/os.h"
+#include "platform/text.h"
 
 ThreadHandle CreateThread(void*, unsigned int, ThreadStart start, void* argument, DWORD, DWORD*,
                           ThreadHandle handleCell) {
@@ -70,5 +70,5 @@ int parseLine(char* line) {
   const std::size_t length = std::strlen(line);
   const char* digits = line + std::strcspn(line, "0123456789");
   if (length >= kUnit) line[length - kUnit] = '\0';
-  return std::atoi(digits);
+  return TextToInt(digits);
 }

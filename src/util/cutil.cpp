@@ -1,14 +1,13 @@
 #include "util/cutil.h"
 
-#include <fcntl.h>
 #include <idn2.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
 #include <memory>
 #include <string_view>
 
+#include "platform/identifier.h"
 #include "platform/os.h"
 #include "platform/system_time.h"
 #include "platform/text.h"
@@ -60,25 +59,9 @@ void CUtil::GetDllPath(char* out) {
 }
 
 int CUtil::CreateUUID(char* out) {
-  constexpr char kDigits[] = "0123456789abcdef";
-  unsigned char random[16] = {};
-  const int device = ::open("/dev/urandom", O_RDONLY | O_CLOEXEC);
-  if (device >= 0) {
-    std::size_t filled = 0;
-    while (filled < sizeof random) {
-      const ssize_t n = ::read(device, random + filled, sizeof random - filled);
-      if (n <= 0) break;
-      filled += static_cast<std::size_t>(n);
-    }
-    ::close(device);
-  }
   std::memset(out, 0, kPathBytes);
-  char* to = out;
-  for (const unsigned char byte : random) {
-    *to++ = kDigits[byte >> 4];
-    *to++ = kDigits[byte & 0xF];
-  }
-  return static_cast<int>(to - out);
+  std::memcpy(out, MakeIdentifier().data(), kIdentifierLength);
+  return static_cast<int>(kIdentifierLength);
 }
 
 _SYSTEMTIME CUtil::GetLocalTime() {

@@ -1,5 +1,6 @@
-// CUtil: the static helpers that every room of the house shares. None throws, none logs; each tells
-// its outcome by its result. Any thread may call.
+// CUtil: the static helpers that every room of the house shares. None logs; each tells its outcome
+// by its result. Nothing is thrown but std::bad_alloc, by those that need room for a path or a
+// text. Any thread may call.
 #pragma once
 
 #include <string>
@@ -13,8 +14,8 @@ class CUtil {
   static void GetModulePath(char* out);
   /// The folder of GetModulePath with its trailing "/", "" when there is none. `out` has 1,024.
   static void GetDllPath(char* out);
-  /// 32 lower-case hexadecimal digits of 16 random bytes, without dashes. `out` has 1,024 bytes.
-  /// Returns the length, 32.
+  /// 32 lower-case hexadecimal digits of 16 random bytes, without dashes; unique also where the
+  /// system gives no random bytes. `out` has 1,024 bytes. Returns the length, 32.
   static int CreateUUID(char* out);
   /// Local time with milliseconds; the day of the week is 0.
   static _SYSTEMTIME GetLocalTime();
@@ -28,24 +29,28 @@ class CUtil {
   /// Replaces every `from` by `to`, left to right; replacements are not looked at again.
   static void find_and_replace(std::string& s, const std::string& from, const std::string& to);
   /// The ASCII form of a host name: labels with other characters become "xn--" and their Punycode
-  /// (RFC 3492, with the mapping of RFC 5895 before it), the others stay as they are. Returns
-  /// false, `out` untouched, for text that has no such form. `out` has room for 1,024 bytes.
+  /// (RFC 3492, after the non-transitional mapping of UTS #46, as libidn2 does both), the others
+  /// stay as they are. Returns false, `out` untouched, for text that has no such form. `out` has
+  /// room for 1,024 bytes.
   static bool IdnToAscii(const char* in, char* out);
 
   /// Makes every missing folder above the path's last "/": a path that ends in "/" gets itself, a
   /// path that names a file gets its folders. The flag is not used. Returns 1 or 0.
   static BOOL CreateDirectory(const char* path, bool);
-  /// Deletes a folder's content and, with `removeSelf`, the folder, or the file of that name. Links
-  /// are deleted, never followed. Prints each path that it visits. Returns false at the first
-  /// failure; a folder that cannot be opened is one only when it was to be removed.
+  /// Deletes a folder's content and, with `removeSelf`, the folder, or the file of that name. Of a
+  /// link to a folder given as the path the target is emptied and, with `removeSelf`, the link
+  /// deleted; links below it are deleted, never followed. Prints each path that it visits. Returns
+  /// false at the first failure; a folder that cannot be opened is one only when it, or the folder
+  /// above it, was to be removed.
   static bool DeleteDirectory(const char* path, bool removeSelf);
   /// Copies a folder's files, and with `recursive` its subfolders, into another folder, replacing
-  /// what is there. A source that is missing or empty is a success. Otherwise returns the result of
-  /// the last file, or false at the first folder that could not be made or copied.
+  /// what is there. Links to files are copied as files; links to folders are left out. A source
+  /// that is missing or empty is a success. Otherwise returns the result of the last file, or false
+  /// at the first folder that could not be made or copied.
   static bool CopyDirectoryFiles(const char* src, const char* dst, bool recursive);
   /// Writes `len` bytes to a file whose folders are made as needed: a new file with offset 0, else
-  /// into an existing file at that offset. Returns 0, 16 (not opened or not written; the file is
-  /// deleted) or 22 (no path).
+  /// into an existing file at that offset. Returns 0; 22 for no path with offset 0; else 16, and
+  /// only when writing failed (not when the file could not be opened) the file is deleted.
   static int SaveDataToFileInner(const char* path, const unsigned char* data, unsigned int len,
                                  unsigned int offset);
 };

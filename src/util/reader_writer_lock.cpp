@@ -13,6 +13,7 @@ constexpr unsigned int kSliceMs = 1000;
 constexpr unsigned int kPauseWithoutEventMs = 2;
 
 constexpr std::uint32_t kReadMask = 0xFFFF;
+constexpr std::uint32_t kOneRead = 1;
 constexpr std::uint32_t kOneWrite = 0x10000;
 
 class SectionHold {
@@ -53,10 +54,10 @@ CReaderWriterLockNonReentrance::~CReaderWriterLockNonReentrance() {
   DeleteCriticalSection(&section_);
 }
 
-void CReaderWriterLockNonReentrance::Sleep(EventHandle event, unsigned int timeoutMs) {
+void CReaderWriterLockNonReentrance::WaitOutsideSection(EventHandle event, unsigned int timeoutMs) {
   LeaveCS();
   if (event == nullptr || WaitForEvent(event, std::min(timeoutMs, kSliceMs)) == WAIT_FAILED) {
-    ::Sleep(std::min(timeoutMs, kPauseWithoutEventMs));
+    Sleep(std::min(timeoutMs, kPauseWithoutEventMs));
   }
   EnterCS();
 }
@@ -88,7 +89,7 @@ bool CReaderWriterLockNonReentrance::WaitAsReader(unsigned int timeoutMs) {
   bool entered = false;
   while (!entered) {
     const unsigned int remaining = deadline.RemainingMs();
-    if (remaining > 0) Sleep(readerEvent_, remaining);
+    if (remaining > 0) WaitOutsideSection(readerEvent_, remaining);
     if (writers_ == 0) {
       ++readers_;
       entered = true;
@@ -121,7 +122,7 @@ bool CReaderWriterLockNonReentrance::WaitAsWriter(unsigned int timeoutMs) {
   if (writerEvent_ == nullptr) writerEvent_ = CreateEvent(nullptr, 0, 0, nullptr);
   while (true) {
     const unsigned int remaining = deadline.RemainingMs();
-    if (remaining > 0) Sleep(writerEvent_, remaining);
+    if (remaining > 0) WaitOutsideSection(writerEvent_, remaining);
     if (!writing_ && readers_ == 0) {
       writing_ = true;
       return true;
@@ -218,6 +219,16 @@ void CReaderWriterLock::Remove(SThreadStateInfo* record) {
   threads_.erase(threads_.begin() + (record - threads_.data()));
 }
 
+bool CReaderWriterLock::AddHold(std::uint32_t threadId, std::uint32_t hold, bool entered) {
+  SThreadStateInfo* record = Find(threadId);  // others came and went during the wait
+  if (entered) {
+    record->state += hold;
+  } else if (record->state == 0) {
+    Remove(record);
+  }
+  return entered;
+}
+
 bool CReaderWriterLock::AcquireReaderLock(unsigned int timeoutMs) {
   const std::uint32_t self = GetCurrentThreadId();
   const SectionHold section(*this);
@@ -226,9 +237,8 @@ bool CReaderWriterLock::AcquireReaderLock(unsigned int timeoutMs) {
     ++record->state;
     return true;
   }
-  if (!EnterAsReader(timeoutMs)) return false;
-  threads_.push_back({self, 1});
-  return true;
+  threads_.push_back({self, 0});
+  return AddHold(self, kOneRead, EnterAsReader(timeoutMs));
 }
 
 void CReaderWriterLock::ReleaseReaderLock() {
@@ -244,19 +254,13 @@ void CReaderWriterLock::ReleaseReaderLock() {
 bool CReaderWriterLock::AcquireWriterLock(unsigned int timeoutMs) {
   const std::uint32_t self = GetCurrentThreadId();
   const SectionHold section(*this);
-  SThreadStateInfo* record = Find(self);
+  const SThreadStateInfo* record = Find(self);
   if (record == nullptr) {
-    if (!EnterAsWriter(timeoutMs)) return false;
-    threads_.push_back({self, kOneWrite});
-    return true;
+    threads_.push_back({self, 0});
+    return AddHold(self, kOneWrite, EnterAsWriter(timeoutMs));
   }
   if (record->state >= kReadMask * kOneWrite) return false;
-  if (record->state < kOneWrite) {
-    if (!Upgrade(timeoutMs)) return false;
-    record = Find(self);  // others came and went during the wait
-  }
-  record->state += kOneWrite;
-  return true;
+  return AddHold(self, kOneWrite, record->state >= kOneWrite || Upgrade(timeoutMs));
 }
 
 void CReaderWriterLock::ReleaseWriterLock() {

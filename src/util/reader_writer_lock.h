@@ -31,7 +31,8 @@ class CReaderWriterLockNonReentrance {
   /// True when the lock was acquired, false when the time ran out.
   bool AcquireReaderLock(unsigned int timeoutMs);
   void ReleaseReaderLock();
-  /// A writer whose time runs out while nobody holds the lock gets it all the same.
+  /// A writer that waited, and whose time runs out while nobody holds the lock, gets it all the
+  /// same.
   bool AcquireWriterLock(unsigned int timeoutMs);
   void ReleaseWriterLock();
 
@@ -59,7 +60,7 @@ class CReaderWriterLockNonReentrance {
   class Deadline;
   bool WaitAsReader(unsigned int timeoutMs);
   bool WaitAsWriter(unsigned int timeoutMs);
-  void Sleep(EventHandle event, unsigned int timeoutMs);
+  void WaitOutsideSection(EventHandle event, unsigned int timeoutMs);
   void CountWriter();
   void UncountWriter();
   void ConvertOnlyReader();
@@ -74,7 +75,8 @@ class CReaderWriterLockNonReentrance {
 };
 
 /// The lock that knows its owners: a thread may acquire it again, read while it writes, and write
-/// while it reads (an upgrade, as above). Holds are counted per thread, up to 65,535 of a kind.
+/// while it reads (an upgrade, as above). Holds are counted per thread, up to 65,535 of a kind. A
+/// thread's first acquisition needs memory: std::bad_alloc leaves the lock as it was.
 class CReaderWriterLock : private CReaderWriterLockNonReentrance {
  public:
   bool AcquireReaderLock(unsigned int timeoutMs);
@@ -96,8 +98,11 @@ class CReaderWriterLock : private CReaderWriterLockNonReentrance {
   };
   SThreadStateInfo* Find(std::uint32_t threadId);
   void Remove(SThreadStateInfo* record);
+  bool AddHold(std::uint32_t threadId, std::uint32_t hold, bool entered);
 
-  std::vector<SThreadStateInfo> threads_;  // in the order of their first holds
+  // Every thread that holds something or tries to: its record comes before its count, so that a
+  // lack of memory cannot leave a count that nobody gives back.
+  std::vector<SThreadStateInfo> threads_;
 };
 
 /// Holds a lock for reading, or for writing, for the time of a scope; waits without limit.

@@ -1,6 +1,7 @@
 #include "util/cutil.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <filesystem>
@@ -100,10 +101,15 @@ TEST(CUtil, DeletesATreeAndNothingThatItPointsTo) {
   EXPECT_FALSE(fs::exists(temp / "tree"));
   EXPECT_EQ(Slurp(elsewhere / "kept"), "x");
 
+  // A link at the top stands for the folder that it leads to.
   fs::create_directory_symlink(elsewhere.path(), temp / "link");
-  EXPECT_TRUE(CUtil::DeleteDirectory((temp / "link/").c_str(), true));
+  EXPECT_TRUE(CUtil::DeleteDirectory((temp / "link/").c_str(), false));
+  EXPECT_TRUE(fs::is_symlink(temp / "link"));
+  EXPECT_TRUE(fs::is_empty(elsewhere.path()));
+  Spit(elsewhere / "more", "x");
+  EXPECT_TRUE(CUtil::DeleteDirectory((temp / "link/\\").c_str(), true));
   EXPECT_FALSE(fs::is_symlink(temp / "link"));
-  EXPECT_EQ(Slurp(elsewhere / "kept"), "x");
+  EXPECT_TRUE(fs::is_empty(elsewhere.path()));
 
   fs::create_directories(temp / "kept/sub");
   EXPECT_TRUE(CUtil::DeleteDirectory((temp / "kept").c_str(), false));
@@ -118,6 +124,10 @@ TEST(CUtil, CopiesAFolderWithOrWithoutItsSubfolders) {
   fs::create_directories(temp / "from/sub/empty");
   Spit(temp / "from/top", "1");
   Spit(temp / "from/sub/deep", "2");
+  fs::create_symlink("deep", temp / "from/sub/file link");
+  for (const char* loop : {"from/sub/up", "from/sub/up again"}) {
+    fs::create_directory_symlink("..", temp / loop);
+  }
   EXPECT_TRUE(CUtil::CopyDirectoryFiles((temp / "from/").c_str(), (temp / "flat/").c_str(), false));
   EXPECT_EQ(Slurp(temp / "flat/top"), "1");
   EXPECT_FALSE(fs::exists(temp / "flat/sub"));
@@ -126,6 +136,9 @@ TEST(CUtil, CopiesAFolderWithOrWithoutItsSubfolders) {
   Spit(temp / "all/sub/deep", "old");
   EXPECT_TRUE(CUtil::CopyDirectoryFiles((temp / "from").c_str(), (temp / "all").c_str(), true));
   EXPECT_EQ(Slurp(temp / "all/sub/deep"), "2");
+  EXPECT_EQ(Slurp(temp / "all/sub/file link"), "2");
+  EXPECT_FALSE(fs::is_symlink(temp / "all/sub/file link"));
+  EXPECT_FALSE(fs::exists(temp / "all/sub/up"));
 
   EXPECT_TRUE(CUtil::CopyDirectoryFiles((temp / "none").c_str(), (temp / "x").c_str(), true));
   EXPECT_FALSE(fs::exists(temp / "x"));
@@ -149,7 +162,11 @@ TEST(CUtil, SavesBytesWithTheirFolders) {
   EXPECT_EQ(save("missing", "x", 3), 16);
   EXPECT_FALSE(fs::exists(temp / "missing"));
   EXPECT_EQ(save("a/b/file/below", "x", 0), 16);
+  ASSERT_EQ(::mkfifo((temp / "pipe").c_str(), 0600), 0);
+  EXPECT_EQ(save("pipe", "x", 0), 16);
+  EXPECT_TRUE(fs::is_fifo(temp / "pipe")) << "only a failed write deletes";
   EXPECT_EQ(CUtil::SaveDataToFileInner(nullptr, nullptr, 0, 0), 22);
+  EXPECT_EQ(CUtil::SaveDataToFileInner(nullptr, nullptr, 0, 1), 16);
 }
 
 }  // namespace
