@@ -56,6 +56,7 @@ void ListeningPorts::Reopen(const std::string& secureProblem) {
   }
   // Two ports that change places are in each other's way.
   std::vector<Slot> old;
+  old.reserve(moving.size());
   for (const Slot* slot : moving) old.push_back(*slot);
   for (Slot* slot : moving) {
     const bool inTheWay = std::any_of(moving.begin(), moving.end(), [slot](const Slot* other) {

@@ -102,6 +102,7 @@ void SavePort(const PortMap& map, const char* baseKey) {
   }
   texts.emplace_back(baseKey, std::to_string(map.size()));
   std::vector<ProfileEntry> entries;
+  entries.reserve(texts.size());
   for (const auto& [key, value] : texts) entries.push_back({key, value});
   SetConfigurationToInitFile(entries, DEFAULT_SECTION);
 }

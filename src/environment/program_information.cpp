@@ -130,7 +130,7 @@ std::string GetServiceGUID() {
   const WriteHold hold(ConfigurationLock());
   std::string stored = GetConfigurationfromInitFile("ServiceGuid", "", DEFAULT_SECTION);
   if (!stored.empty()) return stored;
-  const std::string fresh = CopyOf(TheInformation().freshGuid);
+  std::string fresh = CopyOf(TheInformation().freshGuid);
   SetConfigurationToInitFile("ServiceGuid", fresh.c_str(), DEFAULT_SECTION);
   return fresh;
 }

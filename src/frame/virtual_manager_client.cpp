@@ -22,7 +22,8 @@ std::shared_ptr<VirtualManagerClient> VirtualManagerClient::m_pVirtualManagerCli
 signed char SendBack(SendBackFunc fn, int connectionId, void* host, const char* text,
                      const void* data, unsigned int len, const char* extra) {
   VirtualManagerClient::GetInstance()->ResetTimeout();
-  return fn == nullptr ? 0 : fn(connectionId, host, text, data, len, extra);
+  if (fn == nullptr) return 0;
+  return fn(connectionId, host, text, data, len, extra);
 }
 
 VirtualManagerClient::VirtualManagerClient(Clock clock)

@@ -119,5 +119,5 @@ ManagerClient::Result ManagerClient::WrongParameterType(HttpParamRequest* reques
 }
 
 ManagerClient::Result ManagerClient::BoolResult(HttpParamRequest* request, bool value) {
-  return request->GetBOOLResultStruct(value, nullptr, 0, GetErrorCode(), GetErrorMessage());
+  return request->GetBOOLResultStruct(value ? 1 : 0, nullptr, 0, GetErrorCode(), GetErrorMessage());
 }

@@ -165,7 +165,7 @@ BOOL GetFileTime(const char* path, _FILETIME*, _FILETIME*, _FILETIME* written) {
 
 std::string MakeSureFileCanBeWritten(const char* folder, const char* fileName) {
   const std::string name = fileName;
-  const std::string path = folder + name;
+  std::string path = folder + name;
   if (OpenFile(path.c_str(), O_RDWR | O_CREAT | O_APPEND)) return path;
   const std::size_t dot = name.rfind('.');
   if (dot == name.npos) return path;

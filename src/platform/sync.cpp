@@ -101,11 +101,10 @@ EventHandle CreateEvent(void*, BOOL manualReset, BOOL initialState, const char* 
 
 EventHandle OpenEvent(DWORD, BOOL, const char* name) {
   std::unique_ptr<EventRecord> event(new (std::nothrow) EventRecord{SEM_FAILED, false, {}});
-  if (event != nullptr) {
-    lstrcpyn(event->name, name != nullptr ? name : "", sizeof event->name);
-    event->semaphore = ::sem_open(event->name, 0);
-  }
-  if (event == nullptr || event->semaphore == SEM_FAILED) {
+  if (event == nullptr) return nullptr;
+  lstrcpyn(event->name, name != nullptr ? name : "", sizeof event->name);
+  event->semaphore = ::sem_open(event->name, 0);
+  if (event->semaphore == SEM_FAILED) {
     ReportErrno("OpenEvent sem_open");
     return nullptr;
   }

@@ -5,32 +5,12 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <functional>
 #include <future>
-#include <new>
 #include <string>
 #include <thread>
 
 #include "platform/sync.h"
-
-namespace {
-
-thread_local bool t_outOfMemory = false;
-
-void* Allocate(std::size_t size) noexcept {
-  return t_outOfMemory ? nullptr : std::malloc(size + 1);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (void* memory = Allocate(size)) return memory;
-  throw std::bad_alloc();
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -183,33 +163,6 @@ TYPED_TEST(AnyLock, GuardsDataUnderLoadAndLosesNoThread) {
   EXPECT_EQ(torn, 0);
   EXPECT_EQ(left + timedOut, kThreads * kRounds / 3);
   EXPECT_TRUE(OtherCanWrite(lock)) << "a count leaked";
-}
-
-TYPED_TEST(AnyLock, LeaksNoCountWithoutMemory) {
-  const auto attempt = [](auto& lock, auto acquire, auto release) {
-    return OnOtherThread<bool>([&] {
-      t_outOfMemory = true;
-      bool acquired = false;
-      try {
-        acquired = (lock.*acquire)(20);
-      } catch (const std::bad_alloc&) {
-      }
-      t_outOfMemory = false;
-      if (acquired) (lock.*release)();
-      return acquired;
-    });
-  };
-  const auto attemptBoth = [&](auto& lock) {
-    const bool read = attempt(lock, &TypeParam::AcquireReaderLock, &TypeParam::ReleaseReaderLock);
-    return attempt(lock, &TypeParam::AcquireWriterLock, &TypeParam::ReleaseWriterLock) || read;
-  };
-  ASSERT_TRUE(this->lock_.AcquireWriterLock(0));
-  EXPECT_FALSE(attemptBoth(this->lock_)) << "no memory for the events to wait on";
-  this->lock_.ReleaseWriterLock();
-  EXPECT_TRUE(OtherCanWrite(this->lock_));
-  TypeParam fresh;
-  attemptBoth(fresh);  // the first hold needs memory where holds are recorded
-  EXPECT_TRUE(OtherCanWrite(fresh));
 }
 
 TEST(PlainLock, ConvertsUpgradesAndDowngrades) {
