@@ -257,6 +257,10 @@ class HttpSession : public std::enable_shared_from_this<HttpSession<Stream>> {
     }
     while (!parser.is_done()) {
       const std::size_t size = body.size();
+      // A length is believed once its first part has come; growing by doubling would hold up to
+      // twice as much.
+      if (size > 0)
+        body.reserve(std::min<std::uint64_t>(parser.content_length().value_or(0), limit));
       const std::size_t rest = parser.content_length_remaining().value_or(kChunk);
       const std::size_t room = std::min(kChunk, std::max<std::size_t>(rest, 1));
       body.resize(size + room);

@@ -23,6 +23,11 @@ signed char SendBack(int connectionId, void* host, const char* text, const void*
 }  // namespace
 
 void ModuleHandler::Run(const Command& command) {
+  struct Count {
+    std::atomic<int>& running;
+    explicit Count(std::atomic<int>& counter) : running(counter) { ++running; }
+    ~Count() { --running; }
+  } const count(running_);
   const bool direct = command.kind == 1;
   const bool payload = !command.payload.empty();
   module_.functions().distributeCommand(

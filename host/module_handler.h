@@ -1,6 +1,7 @@
 // Hands commands to a module and its replies to the connections.
 #pragma once
 
+#include <atomic>
 #include <functional>
 
 #include "host/host_services.h"
@@ -11,8 +12,8 @@ namespace host {
 
 class ModuleHandler : public CommandHandler {
  public:
-  /// All outlive the handler. `restart` is called when a module asked for it and the reply to that
-  /// command has gone out, on a thread of the server, which must not wait.
+  /// All outlive the handler. `restart` is called when a module asked for it, with the first reply
+  /// of this handler that has gone out since, on a thread of the server, which must not wait.
   ModuleHandler(const ModuleLibrary& module, Connections& connections, HostServices& services,
                 std::function<void()> restart)
       : module_(module),
@@ -24,11 +25,15 @@ class ModuleHandler : public CommandHandler {
   void Answered() override;
   void Closed(int connectionId) override;
 
+  /// Whether a command of the module is running. Any thread may call.
+  bool IsBusy() const { return running_ > 0; }
+
  private:
   const ModuleLibrary& module_;
   Connections& connections_;
   HostServices& services_;
   const std::function<void()> restart_;
+  std::atomic<int> running_{0};
 };
 
 }  // namespace host

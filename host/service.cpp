@@ -28,8 +28,8 @@ namespace net = boost::asio;
 constexpr auto kCertificateCheck = std::chrono::hours(12);
 
 OriginLists ReadOriginLists() {
-  return {GetConfigurationfromInitFile("AllowedOrigins", "", DEFAULT_SECTION),
-          GetConfigurationfromInitFile("ManageOrigins", "", DEFAULT_SECTION), GetEnableCORSAll()};
+  return {GetWholeConfiguration("AllowedOrigins"), GetWholeConfiguration("ManageOrigins"),
+          GetEnableCORSAll()};
 }
 
 Limits LimitsFrom(const Options& options) {
@@ -186,10 +186,9 @@ std::string Service::HealthNow() const {
   Health health;
   health.name = GetServiceName();
   health.version = GetServiceVersion();
-  for (const auto& module : modules_.all()) {
-    const ModuleFunctions& functions = module->functions();
-    health.modules.push_back(
-        {module->alias(), module->VersionDescription(), functions.getWaitTimeout() == 1});
+  for (std::size_t i = 0; i < handlers_.size(); ++i) {
+    const ModuleLibrary& module = *modules_.all()[i];
+    health.modules.push_back({module.alias(), module.VersionDescription(), handlers_[i]->IsBusy()});
   }
   health.ports = ports_.Snapshot();
   health.certificate = identity_.Facts();

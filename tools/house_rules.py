@@ -33,7 +33,7 @@ LONGEST_FILE = 450
 OS_WORDS = re.compile(r"#\s*(if|ifdef|ifndef|elif).*\b(__APPLE__|__linux__|_WIN32|__MACH__|TARGET_OS)")
 OWN_FOLDERS = re.compile(r"/(home|Users)/[a-z]|/work/")
 ABSENT = re.compile(
-    r"\bparts? [1-6]\.[1-6]\b|\bthe (spec|specification)\b|per spec\b|as specified in", re.IGNORECASE)
+    r"\bparts? [1-6][.][1-6]\b|\b(the|per) sp[e]c(ification)?\b|as sp[e]cified in", re.IGNORECASE)
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.MULTILINE)
 
 

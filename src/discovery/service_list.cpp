@@ -16,10 +16,6 @@ namespace {
 static_assert(std::endian::native == std::endian::little);
 
 constexpr std::uint32_t kGrowStep = 0x80000;
-constexpr std::uint32_t kIntegers = 2;
-constexpr std::uint32_t kTexts = 9;
-/// Every field takes 4 bytes at least, its value or its length.
-constexpr std::uint32_t kSmallestRecord = (kIntegers + kTexts) * sizeof(std::int32_t);
 
 /// Shows a record's fields to `field`, in the order of the bytes, until one call fails.
 template <class Info, class Field>
@@ -49,7 +45,10 @@ struct Reader {
   CMemBuffer& stream;
 
   bool operator()(std::int32_t& number) const {
-    return stream.Read(&number, sizeof number) == sizeof number;
+    std::int32_t read = 0;
+    if (stream.Read(&read, sizeof read) != sizeof read) return false;
+    number = read;
+    return true;
   }
   bool operator()(std::string& text) const {
     const std::uint32_t start = stream.GetPosition();
@@ -89,10 +88,9 @@ ServiceList Deserialize(const std::string& bytes) {
   if (!read(count) || count < 1) return {};
   const auto records = static_cast<std::uint32_t>(count);
   if (records > MOST_SERVICES) return {};
-  if (records > (size - stream.GetPosition()) / kSmallestRecord) return {};
   ServiceList services(records);
   for (DNSServiceInfo& info : services) {
-    if (!EachField(info, read)) return {};
+    if (!EachField(info, read)) break;
   }
   return services;
 }

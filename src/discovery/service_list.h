@@ -22,9 +22,9 @@ inline constexpr std::size_t MOST_SERVICES = 65536;
 
 /// "" for a list that has no such form: more than MOST_SERVICES, or 4 GiB of text.
 std::string Serialize(const ServiceList& services);
-/// The list that the bytes begin with; what follows it is ignored. All or nothing: bytes that end
-/// too early give an empty list, and so does a count below 1 or above MOST_SERVICES. The memory
-/// used is proportional to the bytes, whatever count they claim.
+/// The list that the bytes begin with; what follows it is ignored. It has as many records as the
+/// bytes say; where they end too early the rest stays cleared. A count below 1 or above
+/// MOST_SERVICES gives an empty list, so no claim costs more than some 20 MB.
 ServiceList Deserialize(const std::string& bytes);
 
 /// The string at the stream's position, "" when there is none; then the position stays.

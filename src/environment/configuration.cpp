@@ -66,7 +66,29 @@ void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const cha
 
 std::string StoredText(std::string text) {
   std::erase_if(text, [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
+  constexpr std::size_t kLongest = kValueBytes - 2;
+  if (text.size() > kLongest) {
+    std::size_t length = kLongest;
+    while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80) --length;
+    text.resize(length);
+  }
   return text;
+}
+
+std::string GetWholeConfiguration(const char* key) {
+  const ReadHold hold(ConfigurationLock());
+  std::string value(kValueBytes, '\0');
+  while (true) {
+    const DWORD room = static_cast<DWORD>(value.size());
+    const DWORD length = GetPrivateProfileStringA(DEFAULT_SECTION, key, "", value.data(), room,
+                                                  GetInitFileCString());
+    // The file may be replaced between two looks, by a longer one, too.
+    if (length + 2 <= room) {
+      value.resize(length);
+      return value;
+    }
+    value.assign(length + 2, '\0');
+  }
 }
 
 const char* BoolToText(bool value) { return value ? "TRUE" : "FALSE"; }

@@ -34,8 +34,12 @@ void SetConfigurationToInitFile(const char* key, bool value, const char* section
 /// Stores several values of one section of the main configuration file in one step.
 void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section);
 
-/// A text as it is stored: without CR, LF and NUL.
+/// A page's text as it is stored: without CR, LF and NUL, and no longer than what can be read back,
+/// cut where a UTF-8 character begins.
 std::string StoredText(std::string text);
+/// A text of any length of the main configuration file, section "QV": for lists that must be seen
+/// whole or not at all.
+std::string GetWholeConfiguration(const char* key);
 /// The stored form of a boolean, and its reading: only "TRUE", in any case, is true.
 const char* BoolToText(bool value);
 bool TextToBool(const std::string& text);

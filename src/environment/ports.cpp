@@ -38,6 +38,25 @@ int ReadInt(const std::string& key, const char* section, const std::string& file
   return TextToInt(stored.c_str());
 }
 
+using Texts = std::vector<std::pair<std::string, std::string>>;
+
+// The stored form of a map: its entries from the last name to the first, then their number.
+void AppendMap(Texts& texts, const PortMap& map, const char* baseKey) {
+  int index = 0;
+  for (auto entry = map.rbegin(); entry != map.rend(); ++entry, ++index) {
+    texts.emplace_back(NameKey(baseKey, index), entry->first);
+    texts.emplace_back(PortKey(baseKey, index), std::to_string(entry->second));
+  }
+  texts.emplace_back(baseKey, std::to_string(map.size()));
+}
+
+void Store(const Texts& texts) {
+  std::vector<ProfileEntry> entries;
+  entries.reserve(texts.size());
+  for (const auto& [key, value] : texts) entries.push_back({key, value});
+  SetConfigurationToInitFile(entries, DEFAULT_SECTION);
+}
+
 int PortOf(const PortMap& map, const std::string& name) {
   const auto found = map.find(name);
   return found == map.end() ? 0 : found->second;
@@ -93,18 +112,23 @@ void SetNoSSLPort(int port, const std::string& name) {
   SetOwnPort(TheOwnPorts().plain, PLAIN_PORT_KEY, port, name);
 }
 
-void SavePort(const PortMap& map, const char* baseKey) {
-  std::vector<std::pair<std::string, std::string>> texts;
-  int index = 0;
-  for (auto entry = map.rbegin(); entry != map.rend(); ++entry, ++index) {
-    texts.emplace_back(NameKey(baseKey, index), entry->first);
-    texts.emplace_back(PortKey(baseKey, index), std::to_string(entry->second));
+void SetServer(const std::string& host, const std::vector<ModulePorts>& modules) {
+  const WriteHold hold(ConfigurationLock());
+  OwnPorts& own = TheOwnPorts();
+  for (const ModulePorts& module : modules) {
+    own.plain[module.name] = module.port;
+    own.secure[module.name] = module.sslPort;
   }
-  texts.emplace_back(baseKey, std::to_string(map.size()));
-  std::vector<ProfileEntry> entries;
-  entries.reserve(texts.size());
-  for (const auto& [key, value] : texts) entries.push_back({key, value});
-  SetConfigurationToInitFile(entries, DEFAULT_SECTION);
+  Texts texts = {{"Server", host}};
+  AppendMap(texts, own.plain, PLAIN_PORT_KEY);
+  AppendMap(texts, own.secure, SSL_PORT_KEY);
+  Store(texts);
+}
+
+void SavePort(const PortMap& map, const char* baseKey) {
+  Texts texts;
+  AppendMap(texts, map, baseKey);
+  Store(texts);
 }
 
 int GetPort(const char* section, const std::string& name, bool isDefault, bool isSecure) {

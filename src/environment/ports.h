@@ -27,6 +27,16 @@ int GetNoSSLPort(const std::string& name, bool useStoredCount);
 /// process that saved last has set.
 void SetSSLPort(int port, const std::string& name);
 void SetNoSSLPort(int port, const std::string& name);
+/// Where a module listens.
+struct ModulePorts {
+  std::string name;
+  int port;
+  int sslPort;
+};
+/// The same for several modules and the host name ("Server") in a single rewrite of the file, so
+/// that no crash in between leaves a map without one of them.
+void SetServer(const std::string& host, const std::vector<ModulePorts>& modules);
+
 /// Stores a whole map in one step: its entries in descending order of their names, then its size.
 /// Entries left over from a larger map stay in the file behind it.
 void SavePort(const PortMap& map, const char* baseKey);

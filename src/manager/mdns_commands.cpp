@@ -2,7 +2,10 @@
 // host, which is asked to stop and start them.
 #include <openssl/evp.h>
 
+#include <optional>
+
 #include "environment/configuration.h"
+#include "environment/logging.h"
 #include "environment/mdns_settings.h"
 #include "manager/host_requests.h"
 #include "manager/manager_client.h"
@@ -23,13 +26,13 @@ struct Flag {
   explicit operator bool() const { return value != 0; }
 };
 
-// SHA3-512 in lower-case hexadecimal, "" when the digest is not to be had.
-std::string DigestOf(const std::string& password) {
+// SHA3-512 in lower-case hexadecimal; none when this machine's library has no such digest.
+std::optional<std::string> DigestOf(const std::string& password) {
   constexpr char kDigits[] = "0123456789abcdef";
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned int length = 0;
   if (EVP_Digest(password.data(), password.size(), digest, &length, EVP_sha3_512(), nullptr) != 1) {
-    return "";
+    return std::nullopt;
   }
   std::string text;
   for (unsigned int i = 0; i < length; ++i) {
@@ -105,11 +108,13 @@ ManagerClient::Result ManagerClient::SetmDNSService(HttpParamRequest* request) {
   if (!good) return WrongParameterType(request);
   const bool stored =
       enable && accessMode == kPasswordProtected && isProtected && !password.empty();
-  const std::string value = stored ? DigestOf(password) : "";
+  std::optional<std::string> value = "";
+  if (stored) value = DigestOf(password);
+  if (!value) LogErr("The password cannot be hashed; the stored one is kept.");
   SetEnablemDNSService(static_cast<bool>(enable), StoredText(alias).c_str(),
                        StoredText(tags).c_str(), static_cast<bool>(flags[0]),
                        static_cast<bool>(flags[1]), static_cast<bool>(flags[2]), accessMode,
-                       value.c_str());
+                       value ? value->c_str() : nullptr);
   AskHost(*request, HOST_STOP_MDNS);
   if (enable) AskHost(*request, HOST_START_MDNS);
   return EmptyText(request);

@@ -3,7 +3,6 @@
 #include <array>
 
 #include "environment/configuration.h"
-#include "environment/configuration_lock.h"
 #include "environment/logging.h"
 #include "environment/module_identity.h"
 #include "environment/ports.h"
@@ -66,12 +65,8 @@ ManagerClient::Result ManagerClient::SetServerInfo(HttpParamRequest* request) {
   if (!good) return WrongTypeAsEmptyObject(request);
 
   host = StoredText(std::move(host));
-  const WriteHold allFive(ConfigurationLock());  // two pages at once must not mix their values
-  SetConfigurationToInitFile("Server", host.c_str(), DEFAULT_SECTION);
-  SetNoSSLPort(scanning.port, kScanningModule);
-  SetSSLPort(scanning.sslPort, kScanningModule);
-  SetNoSSLPort(own.port, kModule);
-  SetSSLPort(own.sslPort, kModule);
+  SetServer(host,
+            {{kScanningModule, scanning.port, scanning.sslPort}, {kModule, own.port, own.sslPort}});
   return request->GetResultStructByJsonString(ServerText(host, scanning, own));
 }
 
