@@ -36,6 +36,13 @@ void SetBody(Response& response, const RequestFacts& facts, const char* mediaTyp
 
 }  // namespace
 
+/// Other codings would leave it open where the body ends and the next request begins.
+bool PlainCoding(const http::request_header<>& header) {
+  const auto codings = AllOf(header, http::field::transfer_encoding);
+  if (codings.empty()) return true;
+  return codings.size() == 1 && header.version() >= 11 && beast::iequals(codings[0], "chunked");
+}
+
 RequestFacts::RequestFacts(const http::request_header<>& header)
     : verb(header.method()),
       version(header.version()),
@@ -44,7 +51,8 @@ RequestFacts::RequestFacts(const http::request_header<>& header)
       origins(AllOf(header, http::field::origin)),
       userAgent(header[http::field::user_agent]),
       expectsContinue(header.version() >= 11 &&
-                      beast::iequals(header[http::field::expect], "100-continue")) {}
+                      beast::iequals(header[http::field::expect], "100-continue")),
+      plainCoding(PlainCoding(header)) {}
 
 Response TextResponse(const RequestFacts& facts, const Origin& origin, http::status status,
                       std::string text) {

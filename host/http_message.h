@@ -27,6 +27,7 @@ struct RequestFacts {
   std::vector<std::string> origins;
   std::string userAgent;
   bool expectsContinue;
+  bool plainCoding;  ///< the body is sent as it is, or in chunks by a client that may do that
 };
 
 /// A response with a text; `origin` is that of the page that may read it, if any.

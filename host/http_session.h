@@ -42,7 +42,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession<Stream>> {
         });
     try {
       if (co_await Handshake()) {
-        Next next = crowded ? co_await RefuseCrowd() : Next::Exchange;
+        Next next = crowded ? co_await RefuseCrowd() : closing_ ? Next::HangUp : Next::Exchange;
         while (next == Next::Exchange) next = co_await Exchange();
         if (next == Next::HangUp) co_await HangUp();
       }
@@ -120,7 +120,10 @@ class HttpSession : public std::enable_shared_from_this<HttpSession<Stream>> {
       if (entry.rights == Rights::None) {
         LogInfo("A request was refused: %s", entry.refusal.c_str());
         response = TextResponse(facts, {}, http::status::forbidden, entry.refusal);
-      } else if (websocket::is_upgrade(parser.get()) && buffer_.size() == 0) {
+      } else if (!facts.plainCoding) {
+        response = TextResponse(facts, entry.origin, http::status::not_implemented,
+                                "A body is sent as it is or in chunks.");
+      } else if (websocket::is_upgrade(parser.get()) && parser.is_done() && buffer_.size() == 0) {
         webSocket_ = std::make_shared<WebSocketSession<Stream>>(
             core_, std::move(stream_), handler_, entry.origin, MakeCommand(facts, entry));
         co_await webSocket_->Run(parser.get());
@@ -269,8 +272,10 @@ class HttpSession : public std::enable_shared_from_this<HttpSession<Stream>> {
       target.size = room;
       error_code ec;
       deadline_.Start(limits_.patience);
+      busy_ = false;
       co_await http::async_read(stream_, buffer_, parser,
                                 net::redirect_error(net::use_awaitable, ec));
+      busy_ = true;
       deadline_.Stop();
       body.resize(size + room - target.size);
       if (deadline_.passed()) co_return http::status::request_timeout;
@@ -326,7 +331,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession<Stream>> {
   // Its bound also holds for what no other limit counts, such as the line before a chunk.
   beast::flat_buffer buffer_{limits_.headerBytes + kChunk};
   int port_ = 0;
-  bool busy_ = true;
+  bool busy_ = false;  // a command of this connection has begun, or its reply is being written
   bool closing_ = false;
   std::shared_ptr<WebSocketSession<Stream>> webSocket_;
 };

@@ -1,5 +1,9 @@
 #include "host/service.h"
 
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <atomic>
 #include <boost/asio/io_context.hpp>
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
@@ -32,8 +36,26 @@ OriginLists ReadOriginLists() {
           GetEnableCORSAll()};
 }
 
+/// How many files and sockets this process may have open, raised as far as it may raise it.
+std::size_t DescriptorLimit() {
+  constexpr rlim_t kWanted = 4096;
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return kWanted;
+  if (limit.rlim_cur < kWanted) {
+    limit.rlim_cur = std::min(limit.rlim_max, kWanted);
+    ::setrlimit(RLIMIT_NOFILE, &limit);
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+  }
+  return std::min(limit.rlim_cur, kWanted);
+}
+
 Limits LimitsFrom(const Options& options) {
   Limits limits;
+  // Settings are files: what commands and the log need must not be eaten up by connections.
+  constexpr std::size_t kForFiles = 64;
+  const std::size_t descriptors = DescriptorLimit();
+  const std::size_t left = descriptors > 2 * kForFiles ? descriptors - kForFiles : descriptors / 2;
+  limits.connections = std::min(limits.connections, left);
   limits.patience = options.patience.value_or(limits.patience);
   return limits;
 }
@@ -105,6 +127,7 @@ class Service {
   net::io_context control_;
   net::signal_set signals_;
   net::steady_timer certificateTimer_;
+  std::atomic<bool> reopening_{false};
   Door door_{ReadOriginLists};
   TlsIdentity identity_;
   std::vector<std::unique_ptr<ModuleHandler>> handlers_;
@@ -126,7 +149,12 @@ Service::Service(const Options& options, Modules& modules, Connections& connecti
   std::optional<int> port = options.port, sslPort = options.sslPort;
   for (const auto& module : modules_.all()) {
     handlers_.push_back(std::make_unique<ModuleHandler>(*module, connections_, services_, [this] {
-      net::post(control_, [this] { ports_.Reopen(RefreshCertificate()); });
+      // Any number of restarts that were asked for meanwhile is one, and none holds up the end.
+      if (reopening_.exchange(true)) return;
+      net::post(control_, [this] {
+        reopening_ = false;
+        ports_.Reopen(RefreshCertificate());
+      });
     }));
     ports_.Add(module->alias(), false, port.value_or(-1), module->DefaultPort(false),
                *handlers_.back());

@@ -11,6 +11,7 @@
 #include "environment/configuration.h"
 #include "environment/paths.h"
 #include "environment/users.h"
+#include "host/complaint.h"
 #include "platform/file_content.h"
 
 namespace host {
@@ -56,6 +57,10 @@ void NameInSettings(const Place& place) {
   const std::array<ProfileEntry, 2> entries = {ProfileEntry{"cert_name", place.certificate},
                                                ProfileEntry{"key_name", place.key}};
   SetConfigurationToInitFile(entries, place.host.c_str());
+  if (GetConfigurationfromInitFile("cert_name", "", place.host.c_str()) != place.certificate) {
+    Complain(
+        "QVConfiguration.ini cannot be written: what is set is lost, the certificate's name too.");
+  }
 }
 
 bool Write(const std::string& file, const std::string& content, mode_t mode, std::string& error) {
@@ -117,7 +122,9 @@ bool TlsIdentity::Refresh(std::string& error, std::string& warning) {
   const int keyUnread = ReadWholeFile(place.KeyFile().c_str(), &pair.key);
   const bool usable = keyUnread == 0 && KeyMatches(pair.certificate, pair.key);
   const bool ending = facts->notAfter - system_clock::now() < kRenewBefore;
-  if (facts->madeHere && (ending || !usable)) {
+  // A key that is there but cannot be read now may be good: users trust its certificate.
+  const bool wrongKey = !usable && (keyUnread == 0 || keyUnread == ENOENT);
+  if (facts->madeHere && (ending || wrongKey)) {
     const auto made = MakeAt(place, error);
     if (made) return Load(file, *made, error);
     if (!usable) return false;

@@ -14,9 +14,10 @@ std::size_t EndOfString(std::string_view text, std::size_t at) {
 std::size_t EndOfComment(std::string_view text, std::size_t at) {
   const char kind = at + 1 < text.size() ? text[at + 1] : '\0';
   if (kind != '*' && kind != '/') return at + 1;
-  const std::string_view mark = kind == '*' ? "*/" : "\n";
-  const auto end = text.find(mark, at + 2);
-  return end == std::string_view::npos ? text.size() : end + mark.size();
+  // The parser ends a line at either of the two characters.
+  const auto end = kind == '*' ? text.find("*/", at + 2) : text.find_first_of("\r\n", at + 2);
+  if (end == std::string_view::npos) return text.size();
+  return end + (kind == '*' ? 2 : 1);
 }
 
 }  // namespace
