@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 
+#include "environment/paths.h"
 #include "environment/program_information.h"
 #include "host/module_handler.h"
 #include "host/server.h"
@@ -55,6 +56,7 @@ class Running {
  private:
   Running() {
     InitProgramInfo();
+    Spit(GetInitFile(), "[QV]\nLogLevel=1\n");  // as a fresh service, whatever ran before
     std::string error;
     module_ = host::ModuleLibrary::Load(ProgramsOwnFolder() + "libqtp.so", error);
     if (module_ == nullptr || !module_->Start("bench", 1)) throw std::runtime_error(error);
