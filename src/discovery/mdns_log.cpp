@@ -1,0 +1,27 @@
+#include "discovery/mdns_log.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstdio>
+
+#include "environment/logging.h"
+
+namespace mdns_wrapper {
+
+void mdns_log(const char* format, ...) {
+  char line[2560];  // two names, the sender and what stands around them
+  std::va_list arguments;
+  va_start(arguments, format);
+  const int length = std::vsnprintf(line, sizeof line, format, arguments);
+  va_end(arguments);
+  if (length <= 0) return;
+  // The line feed that ends the format is ours.
+  char* const end = line + std::min<std::size_t>(length, sizeof line - 1) - 1;
+  std::replace_if(
+      line, end, [](unsigned char c) { return c < 32 || c == 127; }, '?');
+  LogDebug("%s", line);
+}
+
+bool mdns_log_wanted() { return (GetLogLevel() & LOG_LEVEL_DEBUG) != 0; }
+
+}  // namespace mdns_wrapper

@@ -1,0 +1,194 @@
+#include "discovery/mdns_writer.h"
+
+#include <gtest/gtest.h>
+
+#include "discovery/mdns_packets.h"
+
+namespace {
+
+using namespace mdns_wrapper;
+using namespace mdns_packets;
+using namespace std::string_literals;
+using namespace std::string_view_literals;
+
+const mdns_record_t kPtr = {"_privet._tcp.local.", mdns_ptr{"h1._privet._tcp.local."}};
+const mdns_record_t kSrv = {"h1._privet._tcp.local.", mdns_srv{0, 0, 42424, "h1.local."}};
+const mdns_record_t kA = {"h1.local.", Ipv4("192.0.2.7")};
+const mdns_record_t kAaaa = {"h1.local.", Ipv6("2001:db8::7")};
+const mdns_record_t kTy = {"h1._privet._tcp.local.", mdns_txt{"ty", "S 1"}};
+const mdns_record_t kType = {"h1._privet._tcp.local.", mdns_txt{"type", "\0"sv}};
+const mdns_record_t kTags = {"h1._privet._tcp.local.", mdns_txt{"tags", ""}};
+
+// Where each name stands is worked out by hand: pointers are 0xC0 and the offset.
+std::string Service(std::size_t rclass, std::size_t ttl) {
+  return "\7_privet\4_tcp\5local\0"s +                             // 12; "local" at 25
+         Fields(12, rclass, ttl, 5) + "\2h1\xC0\x0C" +             // 42
+         "\xC0\x2A" + Fields(33, rclass, ttl, 11) +                // 47
+         "\0\0\0\0\xA5\xB8\2h1\xC0\x19"s +                         // "h1.local" at 65
+         "\xC0\x41" + Fields(1, rclass, ttl, 4) + "\xC0\0\2\7"s +  //
+         "\xC0\x41" + Fields(28, rclass, ttl, 16) +                //
+         "\x20\x01\x0D\xB8\0\0\0\0\0\0\0\0\0\0\0\7"s +             //
+         "\xC0\x2A" + Fields(16, rclass, ttl, 20) + "\6ty=S 1\6type=\0\5tags="s;
+}
+
+TEST(MdnsWriter, BuildsAnnouncementsGoodbyesAndAnswersByteForByte) {
+  // The pairs of a service stand together at the end, wherever they were in the list.
+  const mdns_record_t kAdditional[] = {kTy, kSrv, kA, kType, kAaaa, kTags};
+  const struct {
+    mdns_lifetime lifetime;
+    std::size_t rclass, ttl;
+  } kKinds[] = {
+      {MDNS_ANNOUNCEMENT, 0x8001, 60}, {MDNS_GOODBYE, 0x8001, 0}, {MDNS_MULTICAST_ANSWER, 1, 60}};
+  for (const auto& [lifetime, rclass, ttl] : kKinds) {
+    const auto packet = Built([&, &life = lifetime](auto buffer) {
+      return MakeMulticastAnswer(buffer, kPtr, kAdditional, life);
+    });
+    EXPECT_EQ(packet, Header(0, 1, 0, 4) + Service(rclass, ttl)) << ttl;
+  }
+  const auto alone =
+      Built([](auto buffer) { return MakeMulticastAnswer(buffer, kA, {}, MDNS_ANNOUNCEMENT); });
+  EXPECT_EQ(alone,
+            Header(0, 1, 0, 0) + "\2h1\5local\0"s + Fields(1, 0x8001, 60, 4) + "\xC0\0\2\7"s);
+}
+
+TEST(MdnsWriter, BuildsUnicastAnswersByteForByte) {
+  const mdns_record_t kAuthority[] = {kTy, kTags};
+  const mdns_record_t kAdditional[] = {kA};
+  const auto packet = Built([&](auto buffer) {
+    return MakeUnicastAnswer(buffer, {0x1234, "H1.LOCAL.", 255}, kAaaa, kAuthority, kAdditional);
+  });
+  EXPECT_EQ(packet, Header(1, 1, 1, 1, 0x1234) + "\2H1\5LOCAL\0"s + Number(255) + Number(0x8001) +
+                        "\xC0\x0C" + Fields(28, 0x8001, 10, 16) +
+                        "\x20\x01\x0D\xB8\0\0\0\0\0\0\0\0\0\0\0\7"s +
+                        "\2h1\7_privet\4_tcp\xC0\x0F" + Fields(16, 0x8001, 10, 13) +
+                        "\6ty=S 1\5tags=\xC0\x0C" + Fields(1, 0x8001, 10, 4) + "\xC0\0\2\7"s);
+}
+
+TEST(MdnsWriter, BuildsQueriesByteForByte) {
+  const struct {
+    std::string name;
+    std::uint16_t type, port;
+    std::string packet;
+  } kQueries[] = {
+      {"_privet._tcp.local.", 12, 40000, "\7_privet\4_tcp\5local\0\0\14\x80\1"s},
+      {"_privet._tcp.local", 12, 0, "\7_privet\4_tcp\5local\0\0\14\x80\1"s},
+      {"h.local.", 255, 5353, "\1h\5local\0\0\xFF\0\1"s},
+      {"a.local.a.local", 28, 5353, "\1a\5local\1a\5local\0\0\x1C\0\1"s},
+      {"", 1, 5353, "\0\0\1\0\1"s},
+      {".", 1, 5353, "\0\0\1\0\1"s},
+  };
+  for (const auto& [name, type, port, packet] : kQueries) {
+    const auto built = Built([&, t = type, p = port, n = std::string_view(name)](auto buffer) {
+      return MakeQuery(buffer, n, t, p);
+    });
+    EXPECT_EQ(built, Header(1, 0, 0, 0, 0, 0) + packet) << name;
+  }
+}
+
+TEST(MdnsWriter, RefusesNamesThatCannotBeWritten) {
+  const std::string kLabel(63, 'l');
+  // 31 labels: 1,984 bytes, to which the last adds its length and one.
+  std::string most;
+  for (int i = 0; i < 31; ++i) most += std::string(62, static_cast<char>('A' + i)) + "l.";
+  const struct {
+    std::string name;
+    bool fits;
+  } kNames[] = {{kLabel + ".local.", true},
+                {kLabel + "l.local.", false},
+                {"local." + kLabel + "l", false},
+                {"..", false},
+                {".local.", false},
+                {"a..local.", false},
+                {"a.local..", false},
+                {most + std::string(46, 'x'), true},
+                {most + std::string(46, 'x') + ".", true},
+                {most + std::string(47, 'x'), false},
+                {most + std::string(47, 'x') + ".", false}};
+  for (const auto& [name, fits] : kNames) {
+    const auto packet =
+        Built([n = std::string_view(name)](auto buffer) { return MakeQuery(buffer, n, 12, 0); });
+    EXPECT_EQ(!packet.empty(), fits) << name;
+    EXPECT_LE(packet.size(), 2048U);
+  }
+}
+
+TEST(MdnsWriter, NeverPassesItsBuffer) {
+  const mdns_record_t kAdditional[] = {kSrv, kA, kAaaa, kTy, kType, kTags};
+  const auto build = [&](std::span<std::uint8_t> buffer) {
+    return MakeMulticastAnswer(buffer, kPtr, kAdditional, MDNS_ANNOUNCEMENT);
+  };
+  const std::size_t whole = Built(build).size();
+  ASSERT_GT(whole, 48U);
+  for (std::size_t size = 0; size <= whole; ++size) {
+    std::vector<std::uint8_t> buffer(whole + 1, 0xEE);
+    EXPECT_EQ(build(std::span(buffer).first(size)), size == whole ? whole : 0) << size;
+    for (std::size_t i = size; i < buffer.size(); ++i) ASSERT_EQ(buffer[i], 0xEE) << size;
+  }
+  // A name of one byte gives 12 + 3 + 10 + 4: small, but there is a least size.
+  std::array<std::uint8_t, 48> small;
+  const mdns_record_t kShort = {"a", Ipv4("192.0.2.7")};
+  EXPECT_EQ(MakeMulticastAnswer(std::span(small).first(47), kShort, {}, MDNS_GOODBYE), 0U);
+  EXPECT_EQ(MakeMulticastAnswer(small, kShort, {}, MDNS_GOODBYE), 29U);
+  // However large the buffer, a packet ends at 2,048.
+  std::vector<mdns_record_t> most(126, kShort);
+  const auto packet = [&](const auto& list) {
+    return Built([&](auto b) { return MakeMulticastAnswer(b, kShort, list, MDNS_GOODBYE); });
+  };
+  EXPECT_EQ(packet(most).size(), 29U + 126 * 16);
+  most.push_back(kShort);
+  EXPECT_EQ(packet(most).size(), 0U);
+  EXPECT_EQ(packet(std::vector<mdns_record_t>(70000, kShort)).size(), 0U);
+}
+
+TEST(MdnsWriter, CutsTextStringsAt255Bytes) {
+  const std::string kLong(300, 'v');
+  const struct {
+    mdns_txt pair;
+    std::string data;
+  } kPairs[] = {
+      {{"k", ""}, "\2k="},
+      {{"k", "a=b"}, "\5k=a=b"},
+      {{"k", std::string_view(kLong).substr(0, 253)}, "\xFFk=" + kLong.substr(0, 253)},
+      {{"k", kLong}, "\xFFk=" + kLong.substr(0, 253)},
+      {{std::string_view(kLong).substr(0, 254), "x"}, "\xFF" + kLong.substr(0, 254) + "="},
+      {{kLong, "x"}, "\xFF" + kLong.substr(0, 255)}};
+  for (const auto& [pair, data] : kPairs) {
+    const mdns_record_t record = {"", pair};
+    const auto packet =
+        Built([&](auto b) { return MakeMulticastAnswer(b, record, {}, MDNS_MULTICAST_ANSWER); });
+    EXPECT_EQ(packet, Header(0, 1, 0, 0) + Record(16, data));
+  }
+}
+
+TEST(MdnsWriter, KeepsItsStringTableWithinReach) {
+  // Offsets from 0x4000 on do not fit a pointer; a failure leaves no offsets behind.
+  std::vector<std::uint8_t> buffer(0x8000);
+  std::uint8_t* const begin = buffer.data();
+  mdns_string_table_t table;
+  std::uint8_t* end = mdns_string_make(begin, buffer.size(), begin + 0x3FFE, "a.b.local.", &table);
+  ASSERT_NE(end, nullptr);
+  EXPECT_EQ(table.count, 1U) << "only the first label is within reach";
+  EXPECT_EQ(mdns_string_make(begin, buffer.size(), end, "A.B.Local", &table), end + 2);
+  EXPECT_EQ(mdns_string_make(begin, buffer.size(), end, "b.local.", &table), end + 9);
+
+  table.count = 0;
+  EXPECT_EQ(mdns_string_make(begin, 8, begin, "host.local.", &table), nullptr);
+  EXPECT_EQ(mdns_string_make(begin, 99, begin, "host..local.", &table), nullptr);
+  EXPECT_EQ(mdns_string_make(begin, 99, nullptr, "host.local.", &table), nullptr);
+  EXPECT_EQ(table.count, 0U);
+
+  // Each name ends in the one before; a reader may count hops, so the chain ends in time.
+  std::string name;
+  end = begin;
+  for (int i = 0; i < 60; ++i) {
+    name = std::string(1, static_cast<char>('A' + i % 26)) + "." + name;
+    std::uint8_t* const start = end;
+    end = mdns_string_make(begin, buffer.size(), start, name, &table);
+    ASSERT_NE(end, nullptr);
+    NameText text;
+    ASSERT_TRUE(WalkName({begin, end}, static_cast<std::size_t>(start - begin), &text)) << i;
+    EXPECT_TRUE(NamesEqual(text.view(), name)) << i;
+  }
+}
+
+}  // namespace
