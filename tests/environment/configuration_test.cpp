@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "environment/access_switches.h"
 #include "environment/paths.h"
 #include "environment/ports.h"
 #include "environment/program_information.h"
@@ -62,24 +61,6 @@ TEST_F(Configuration, LetsNoValuePoseAsAnotherKey) {
   EXPECT_EQ(Text("Server"), "hostManageOrigins=https://evil.example[QV]x=1");
 }
 
-TEST_F(Configuration, KeepsSwitchesInMemoryUntilTheNextStart) {
-  const bool before = GetEnableWebcamAccess();
-  SetEnableWebcamAccess(!before);
-  EXPECT_EQ(GetEnableWebcamAccess(), before);
-  EXPECT_EQ(Text("EnableWebcamAccess"), before ? "FALSE" : "TRUE");
-  EXPECT_FALSE(GetEnableCORSAll()) << "on before start-up, off by default after it";
-  EXPECT_TRUE(GetIfOnlyLoadMarviqueSignedModule());
-}
-
-TEST_F(Configuration, RemembersTheLatestSource) {
-  int type = 7;
-  EXPECT_EQ(GetLatestSourceName(type), "");
-  EXPECT_EQ(type, 7);
-  SetLatestSourceName(2, "Scanner");
-  EXPECT_EQ(GetLatestSourceName(type), "Scanner");
-  EXPECT_EQ(type, 2);
-}
-
 TEST_F(Ports, AreStoredInDescendingOrderAndReadBack) {
   SetNoSSLPort(18625, "qtp");
   SetNoSSLPort(20100, "hvn");
@@ -119,23 +100,11 @@ TEST_F(Ports, AreKeptPerUser) {
   EXPECT_EQ(Slurp(GetUserConfigFile()), "[ann]\nhvn=4002\nhvn_ssl=4001\nhvn_ssl_def=4001\n");
   EXPECT_EQ(GetPort("ann", "hvn", true, true), 4001);
   EXPECT_EQ(GetPort("ann", "hvn", true, false), 0);
-  EXPECT_FALSE(GetUserProcessExitFlag("ann"));
-  SetUserProcessExitFlag("ann", true);
-  EXPECT_TRUE(GetUserProcessExitFlag("ann"));
 
   Spit(GetUserConfigFile(), "[]\nqtp_ssl=5001\nhvn_ssl=0\n");
   EXPECT_TRUE(ReadUserSSLPort().empty());
   SetProcessMode(WorkMode::UserPorts);
   EXPECT_EQ(ReadUserSSLPort(), std::vector<int>{5001});
-}
-
-TEST_F(Ports, AreLookedForInAFileAsText) {
-  const std::string file = GetWorkPath() + "ports.txt";
-  Spit(file, "listen 8080;");
-  EXPECT_TRUE(PortIsUsed(file.c_str(), 80));
-  EXPECT_FALSE(PortIsUsed(file.c_str(), 81));
-  EXPECT_FALSE(PortIsUsed("/no/such/file", 80));
-  EXPECT_EQ(PortIsUsed(80), 0);
 }
 
 }  // namespace

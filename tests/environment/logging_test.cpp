@@ -143,13 +143,4 @@ TEST_F(LogFile, TakesThePlatformsDiagnosticsAsDebugLines) {
   EXPECT_NE(text.find("[Debug-0-6]: kept 2\n"), std::string::npos);
 }
 
-TEST_F(LogFile, NamesLevelsByTheirLowestBit) {
-  const struct {
-    int level;
-    const char* name;
-  } kNames[] = {{1, "NULL"}, {2, "Error"}, {4, "Info"}, {8, "Debug"}, {16, "Verbose"},
-                {0, ""},     {12, "Info"}, {32, ""},    {-1, "NULL"}};
-  for (const auto& [level, name] : kNames) EXPECT_STREQ(GetLogTypeStr(level), name) << level;
-}
-
 }  // namespace

@@ -68,18 +68,4 @@ TEST(ProgramInformation, FixesTheIdentifierWithItsFirstReader) {
   EXPECT_EQ(GetServiceGUID(), "kept");
 }
 
-TEST(ProgramInformation, StoresModesAndNamesForLater) {
-  InitProgramInfo();
-  EXPECT_EQ(GetServiceMode(), WorkMode::Service);
-  SetServiceMode(WorkMode::UserPorts);
-  EXPECT_EQ(GetServiceMode(), WorkMode::UserPorts);
-  const std::string before = GetServiceName();
-  SaveServiceName("Later");
-  EXPECT_EQ(GetServiceName(), before);
-  EXPECT_NE(Slurp(GetServiceConfigName()).find("ServiceName=Later\n"), std::string::npos);
-  RestartService();
-  EXPECT_TRUE(GetIfServiceRestarted());
-  EXPECT_TRUE(GetIfServiceStopped());
-}
-
 }  // namespace

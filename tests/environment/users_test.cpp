@@ -67,16 +67,6 @@ TEST(Users, CertificatesAreChosenByHost) {
   EXPECT_EQ(named("127.0.0.1"), "|");
 }
 
-TEST(Users, AreLookedUpByName) {
-  uid_t uid = 77;
-  gid_t gid = 77;
-  EXPECT_EQ(name_to_uid("root", &uid, &gid), 0);
-  EXPECT_EQ(uid, 0u);
-  EXPECT_EQ(name_to_uid("no such user here", &uid, &gid), -1);
-  EXPECT_EQ(name_to_uid(nullptr, &uid, &gid), -1);
-  EXPECT_FALSE(GetCurrentUserName(0).empty());
-}
-
 TEST(Users, GetTheScanningProcessStarted) {
   const TempFolder temp;
   Spit(temp / "scanner", "#!/bin/sh\nprintf '%s|' \"$@\" > \"$6\"\n");

@@ -1,11 +1,20 @@
-// A host that remembers what the module sends and asks, for tests of one thread.
+// A host that remembers what the module sends and asks, for tests of one thread, and a fixture that
+// runs commands for it.
 #pragma once
+
+#include <gtest/gtest.h>
+#include <json/json.h>
 
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "environment/configuration.h"
+#include "environment/paths.h"
+#include "environment/program_information.h"
 #include "frame/http_param_request.h"
+#include "manager/manager_client.h"
+#include "support/temp_folder.h"
 
 struct HostDouble {
   struct Sent {
@@ -34,8 +43,41 @@ struct HostDouble {
   }
 
   std::unique_ptr<HttpParamRequest> Request(const std::string& text, int browserType = 1,
-                                            int connectionId = 3) {
+                                            int connectionId = 3, HostDataGetFunc ask = &Ask) {
     return std::make_unique<HttpParamRequest>(connectionId, this, text, browserType, 0, "", &Wrap,
-                                              &Take, &Ask, nullptr, nullptr, nullptr, 0, true);
+                                              &Take, ask, nullptr, nullptr, nullptr, 0, true);
   }
+};
+
+class Commands : public ::testing::Test {
+ protected:
+  Commands() {
+    InitProgramInfo();
+    Spit(GetInitFile(), "");
+    HostDouble::asked.clear();
+  }
+
+  std::string Reply(const std::string& method, const std::string& parameters, int browserType = 1,
+                    const std::string& version = "") {
+    HostDouble host;
+    host.result = 5;
+    const auto request = host.Request(R"({"id":"1","version":")" + version + R"(","method":")" +
+                                          method + R"(","parameter":)" + parameters + "}",
+                                      browserType);
+    EXPECT_EQ(manager_.Function(request.get()), 5) << method;
+    EXPECT_EQ(host.sent.size(), 1u) << method;
+    return host.sent.empty() ? "" : host.sent[0].text;
+  }
+
+  static Json::Value Parsed(const std::string& text) {
+    Json::Value value;
+    EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
+    return value;
+  }
+
+  static std::string Stored(const char* key) {
+    return GetConfigurationfromInitFile(key, "", DEFAULT_SECTION);
+  }
+
+  ManagerClient manager_;
 };

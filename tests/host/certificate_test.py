@@ -3,7 +3,10 @@
 import json
 import os
 import re
+import socket
+import ssl
 import subprocess
+import time
 import unittest
 
 from service import Service
@@ -31,7 +34,11 @@ def pair(service):
 
 class Certificate(unittest.TestCase):
     def assert_serves(self, service):
-        self.assertEqual(service.request("GET", "/health", secure=True)[0], 200)
+        with socket.create_connection(("127.0.0.1", service.secure)) as plain, \
+                service.tls().wrap_socket(plain, server_hostname="localhost") as client:
+            end = ssl.cert_time_to_seconds(client.getpeercert()["notAfter"])
+        self.assertEqual(service.ask("GetCertExpiredDate", secure=True),
+                         [time.strftime("%Y-%m-%d", time.gmtime(end))])
 
     def test_first_start_makes_one_that_clients_verify(self):
         with Service() as s:
@@ -72,20 +79,14 @@ class Certificate(unittest.TestCase):
                 self.assertNotEqual(pair(s)[0], made[0])
                 self.assertEqual(os.stat(key).st_mode & 0o777, 0o600)
 
-    def test_what_was_made_here_and_is_good_stays(self):
-        with Service() as s:
-            made = make(s, 40, MAKER)
-            s.start()
-            self.assert_serves(s)
-            self.assertEqual(pair(s), made)
-
-    def test_the_operators_pair_is_used_and_never_written(self):
-        with Service() as s:
-            made = make(s, 5, "The operator")
-            s.start()
-            self.assert_serves(s)
-            self.assertEqual(pair(s), made)
-            self.assertIn("ends on", s.errors())
+    def test_a_good_pair_and_the_operators_are_used_and_not_written(self):
+        for days, maker, told in ((40, MAKER, ""), (5, "The operator", "ends on")):
+            with self.subTest(maker), Service() as s:
+                made = make(s, days, maker)
+                s.start()
+                self.assert_serves(s)
+                self.assertEqual(pair(s), made)
+                self.assertIn(told, s.errors())
         with Service("[127.0.0.1]\ncert_name=own.pem\nkey_name=own_key.pem\n") as s:
             make(s, 100, "The operator", "own")
             s.start()
@@ -94,24 +95,16 @@ class Certificate(unittest.TestCase):
             self.assertFalse(s.path("cert/server.pem").exists())
 
     def test_an_unusable_pair_of_the_operators_closes_only_the_secure_port(self):
-        def spoiled_key(s):
-            make(s, 100, "The operator")
-            s.path("cert/server_key.pem").write_text("no key")
-
-        def missing(s):
-            s.ini.write_text("[127.0.0.1]\ncert_name=gone.pem\nkey_name=gone_key.pem\n")
-
-        def half_named(s):
-            s.ini.write_text("[127.0.0.1]\ncert_name=gone.pem\n")
-
-        def garbage(s):
-            make(s, 100, "The operator")
-            s.path("cert/server.pem").write_text("no certificate")
-
-        for prepare, told in ((spoiled_key, "does not belong to"), (missing, "cannot be read"),
-                              (half_named, "names only one of"), (garbage, "no certificate")):
-            with self.subTest(told), Service() as s:
-                prepare(s)
+        section = "[127.0.0.1]\ncert_name="
+        for settings, spoiled, told in (
+                ("", "cert/server_key.pem", "does not belong to"),
+                (section + "gone.pem\nkey_name=gone_key.pem\n", None, "cannot be read"),
+                (section + "gone.pem\n", None, "names only one of"),
+                ("", "cert/server.pem", "no certificate")):
+            with self.subTest(told), Service(settings) as s:
+                if spoiled:
+                    make(s, 100, "The operator")
+                    s.path(spoiled).write_text("nonsense")
                 before = {f: f.read_bytes() for f in s.folder.glob("cert/*")}
                 s.start(expect_secure=False)
                 self.assertIn(told, s.errors())

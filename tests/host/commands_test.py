@@ -1,12 +1,14 @@
 """Commands over HTTP, HTTPS and WebSocket, in order and side by side."""
 
 import asyncio
+import concurrent.futures
 import json
+import re
 import unittest
 
 import websockets
 
-from service import ServiceTest, command
+from service import ServiceTest, command, wait_until
 
 
 class Commands(ServiceTest):
@@ -21,9 +23,10 @@ class Commands(ServiceTest):
             status, headers, body = self.service.request(
                 "POST", "/qtp/", command("Nope", 1, cmdId="c"), secure=secure)
             self.assertEqual(status, 200)
-            self.assertEqual(headers["Content-Type"], "application/json; charset=utf-8")
-            self.assertEqual(headers["Cache-Control"], "no-store")
-            self.assertEqual(headers["X-Content-Type-Options"], "nosniff")
+            for name, value in (("Content-Type", "application/json; charset=utf-8"),
+                                ("Cache-Control", "no-store"),
+                                ("X-Content-Type-Options", "nosniff")):
+                self.assertEqual(headers[name], value)
             reply = json.loads(body)
             self.assertEqual((reply["id"], reply["cmdId"], reply["method"], reply["exception"]),
                              ("1", "c", "Nope", -2200))
@@ -31,36 +34,23 @@ class Commands(ServiceTest):
         self.assertEqual((status, headers["Content-Type"], body),
                          (200, "text/plain; charset=utf-8", b"Invalid command"))
 
-    def test_a_client_without_a_name_is_not_served(self):
-        request = b"POST /qtp/ HTTP/1.1\r\nHost: localhost:%d\r\nConnection: close\r\n" \
-                  b"Content-Length: %d\r\n\r\n%s"
-        text = command("GetServerInfo").encode()
-        reply = self.service.raw(request % (self.service.plain, len(text), text))
-        self.assertIn(b"-2205", reply)
-
     def test_a_kept_connection_answers_one_request_after_another(self):
         connection = self.service.http()
         for i in range(20):
             connection.request("POST", "/qtp/", command("Nope", i), {"User-Agent": "test"})
             response = connection.getresponse()
             self.assertEqual(json.loads(response.read())["result"][0], i)
-        connection.request("HEAD", "/health")
-        response = connection.getresponse()
-        self.assertGreater(int(response.headers["Content-Length"]), 100)
-        self.assertEqual(response.read(), b"")
-        connection.request("GET", "/qtp/")
-        response = connection.getresponse()
-        self.assertEqual(response.status, 404)
-        self.assertIn(b"POST", response.read())
-        connection.request("PUT", "/qtp/")
-        response = connection.getresponse()
-        response.read()
-        self.assertEqual((response.status, response.headers["Allow"]),
-                         (405, "POST, GET, HEAD, OPTIONS"))
+        for method, path, status in (("HEAD", "/health", 200), ("GET", "/qtp/", 404),
+                                     ("PUT", "/qtp/", 405), ("GET", "/health", 200)):
+            connection.request(method, path)
+            response = connection.getresponse()
+            body = response.read()
+            self.assertEqual((response.status, len(body) > 0), (status, method != "HEAD"))
+            self.assertEqual(response.headers["Allow"],
+                             "POST, GET, HEAD, OPTIONS" if status == 405 else None)
         connection.close()
 
     def test_pipelined_requests_are_answered_in_order(self):
-        text = command("Nope")
         one = (f"POST /qtp/ HTTP/1.1\r\nHost: localhost:{self.service.plain}\r\nUser-Agent: t\r\n"
                "Content-Length: %d\r\n%s\r\n%s")
         requests = "".join(
@@ -68,7 +58,7 @@ class Commands(ServiceTest):
             for i in range(10))
         replies = self.service.raw(requests.encode()).decode().split("HTTP/1.1 200 OK\r\n")[1:]
         self.assertEqual([json.loads(r.split("\r\n\r\n", 1)[1])["result"][0] for r in replies],
-                         list(range(10)), text)
+                         list(range(10)))
 
     def test_a_body_in_chunks(self):
         text = command("Nope", "x" * 100_000).encode()
@@ -82,17 +72,15 @@ class Commands(ServiceTest):
                 for i in range(200):
                     await ws.send(command("Nope", i))
                 return [json.loads(await ws.recv())["result"][0] for _ in range(200)]
-        for path in ("/qtp/", "/", "/any/other"):
-            for secure in (False, True):
-                self.assertEqual(asyncio.run(run(path, secure)), list(range(200)), path)
+        for path, secure in (("/qtp/", False), ("/", True), ("/any/other", False)):
+            self.assertEqual(asyncio.run(run(path, secure)), list(range(200)), path)
 
     def test_sockets_are_served_side_by_side(self):
         async def one(number):
             async with self.ws(secure=number % 2 == 1) as ws:
                 for i in range(50):
                     await ws.send(command("Nope", number, i))
-                    reply = json.loads(await ws.recv())
-                    self.assertEqual(reply["result"][:2], [number, i])
+                    self.assertEqual(json.loads(await ws.recv())["result"][:2], [number, i])
         async def run():
             await asyncio.gather(*(one(n) for n in range(8)))
         asyncio.run(run())
@@ -116,9 +104,48 @@ class Commands(ServiceTest):
                          [(self.service.plain, False, "listening"),
                           (self.service.secure, True, "listening")])
         self.assertIn("127.0.0.1", health["ports"][0]["addresses"])
-        self.assertRegex(health["certificate"]["not_after"], r"^\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ$")
-        self.assertEqual(health["connections"], 1)
+        self.assertEqual((health["connections"], health["busy"]), (1, False))
         self.assertFalse(self.service.errors())
+
+    def test_health_is_busy_while_a_command_runs(self):
+        def busy():
+            return json.loads(self.service.request("GET", "/health")[2])["busy"]
+
+        def seen():
+            running = pool.submit(self.service.ask, "Nope", *range(300_000))
+            while not running.done():
+                if busy():
+                    return running.result()
+            return None
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            wait_until(seen, "a running command is told")
+        self.assertFalse(busy())
+
+    def test_discovery_settings_are_stored_and_in_effect(self):
+        def run(method, *parameters):
+            return self.service.request("POST", "/qtp/", command(method, *parameters))[2].decode()
+
+        run("SetmDNSService", True, "me", "a,b", 0, 0, 0, 2, False, "")
+        run("SetmDNSQueryService", True, "10.0.0.1", 8080, 8443, 0, 0)
+        self.assertEqual(run("GetmDNSService"), '[true,2,"me","a,b",0,0,0]')
+        self.assertEqual(run("GetmDNSQueryService"), '[true,"10.0.0.1",8080,8443]')
+        settings = self.service.ini.read_text()
+        for line in ("EnablemDNSService=TRUE", "Service_alias=me", "Service_tags=a,b",
+                     "Service_am=2", "EnablemDNSQueryService=TRUE", "Proxy_IP=10.0.0.1",
+                     "Proxy_Port=8080", "Proxy_SSLPORT=8443"):
+            self.assertIn(line, settings.splitlines())
+        self.service.ini.write_text(settings.replace("alias=me", "alias=other"))
+        self.assertEqual(run("GetmDNSService"), '[true,2,"other","a,b",0,0,0]')
+
+    def test_the_log_level_can_be_raised_while_it_runs(self):
+        log, ini = self.service.path("log/qvs.log"), self.service.ini
+        self.service.ask("Nope", "before")
+        ini.write_text(re.sub("LogLevel=.*\n", "", ini.read_text()).replace(
+            "[QV]\n", "[QV]\nLogLevel=14\n"))
+        wait_until(lambda: self.service.ask("Nope", "after") and log.exists()  # lines push others
+                   and "cmd = [Nope]. id = [1]" in log.read_text(), "the command is logged")
+        self.assertIn('"after"', log.read_text())
+        self.assertNotIn('"before"', log.read_text())
 
 
 if __name__ == "__main__":

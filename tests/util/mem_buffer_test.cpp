@@ -3,14 +3,14 @@
 #include <gtest/gtest.h>
 
 #include <climits>
-#include <cstring>
 #include <string>
+#include <utility>
 
 #include "platform/global_memory.h"
 
 namespace {
 
-/// A stream that shows its fields, refuses growth on demand and remembers what it read into.
+/// A stream that shows its fields and refuses growth on demand.
 class OpenBuffer : public CMemBuffer {
  public:
   using CMemBuffer::CMemBuffer;
@@ -20,14 +20,9 @@ class OpenBuffer : public CMemBuffer {
   unsigned char* Realloc(unsigned char* block, std::uint32_t size) override {
     return full ? nullptr : CMemBuffer::Realloc(block, size);
   }
-  std::uint32_t Read(void* buffer, std::uint32_t count) override {
-    lastTarget = buffer;
-    return CMemBuffer::Read(buffer, count);
-  }
   std::uint32_t capacity() const { return capacity_; }
 
   bool full = false;
-  void* lastTarget = nullptr;
 };
 
 unsigned char* Bytes(std::string& text) { return reinterpret_cast<unsigned char*>(text.data()); }
@@ -42,15 +37,10 @@ std::string Content(CMemBuffer& stream) {
 TEST(MemBuffer, GrowsByWholeSteps) {
   OpenBuffer stream(1024);
   const std::string kilobytes(4096, 'x');
-  const struct {
-    std::uint32_t count, capacity;
-  } kWrites[] = {{1, 1024}, {1500, 2048}, {547, 2048}, {1, 3072}, {4096, 7168}};
-  for (const auto& [count, capacity] : kWrites) {
+  for (const auto& [count, capacity] : {std::pair{1u, 1024u}, {2047u, 2048u}, {4096u, 6144u}}) {
     EXPECT_EQ(stream.Write(kilobytes.data(), count), count);
     EXPECT_EQ(stream.capacity(), capacity);
   }
-  EXPECT_EQ(stream.GetLength(), 6145u);
-  EXPECT_EQ(stream.Write(nullptr, 5) + stream.Write("x", 0) + stream.Read(nullptr, 5), 0u);
   EXPECT_EQ(stream.Write("x", UINT32_MAX), 0u) << "the end wraps";
 
   OpenBuffer coarse(0x90000000);
@@ -77,8 +67,7 @@ TEST(MemBuffer, KeepsTheContentWhenGrowthFails) {
 TEST(MemBuffer, WrapsABlock) {
   std::string block = "0123456789";
   CMemBuffer fixed(Bytes(block), 10, 0, 0);
-  EXPECT_EQ(fixed.GetLength(), 10u);
-  EXPECT_EQ(fixed.Seek(0, 2), 10u);
+  fixed.Seek(0, 2);
   EXPECT_EQ(fixed.Write("x", 1), 0u);
   EXPECT_EQ(fixed.Seek(20, 0), 10u);
   EXPECT_EQ(Content(fixed), "0123456789");
@@ -91,8 +80,6 @@ TEST(MemBuffer, WrapsABlock) {
   EXPECT_EQ(room.Write("defghijkl", 9), 0u) << "an attached block does not grow";
   EXPECT_TRUE(room.SetLength(10));
   EXPECT_EQ(Content(room), "abc3456789");
-  EXPECT_EQ(room.Attach(nullptr, 10, 0, 0), 0u);
-  EXPECT_EQ(room.Read(block.data(), 1), 0u);
 }
 
 TEST(MemBuffer, Seeks) {
@@ -100,17 +87,14 @@ TEST(MemBuffer, Seeks) {
     std::int64_t offset;
     std::uint32_t origin, position;
   } kMoves[] = {
-      {4, 0, 4},   {-1, 0, 4},    {3, 1, 7},           {-8, 1, 7},          {-7, 1, 0},
-      {-3, 2, 7},  {5, 2, 7},     {-11, 2, 7},         {0, 2, 10},          {2, 3, 10},
-      {0, 99, 10}, {100, 0, 100}, {INT64_MAX, 1, 100}, {INT64_MIN, 2, 100}, {INT64_MAX, 0, 10},
+      {4, 0, 4},  {-1, 0, 4}, {3, 1, 7},     {-8, 1, 7},          {-3, 2, 7},
+      {0, 2, 10}, {2, 3, 10}, {100, 0, 100}, {INT64_MAX, 1, 100}, {INT64_MIN, 2, 100},
   };
   CMemBuffer stream(64);
   stream.Write("0123456789", 10);
   stream.Seek(0, 0);
   for (const auto& [offset, origin, position] : kMoves) {
     EXPECT_EQ(stream.Seek(offset, origin), position) << offset << " from " << origin;
-    EXPECT_EQ(stream.GetPosition(), position);
-    EXPECT_EQ(stream.GetLength(), 10u);
   }
 }
 
@@ -128,65 +112,34 @@ TEST(MemBuffer, ShowsNothingOfTheHeapBehindASeek) {
 }
 
 TEST(MemBuffer, FreesWhatItOwns) {
-  void* own = nullptr;
-  void* afterAttached = nullptr;
   auto* given = static_cast<unsigned char*>(GlobalAlloc(GMEM_FIXED, 8));
   auto* kept = static_cast<unsigned char*>(GlobalAlloc(GMEM_FIXED, 8));
+  void* own = nullptr;
   {
     CMemBuffer stream(8);
-    stream.Write("abc", 3);
-    own = stream.Handle();
-    EXPECT_EQ(GlobalSize(own), 8u);
     EXPECT_EQ(stream.Attach(given, 8, 1, 0), 8u);
-    EXPECT_EQ(GlobalSize(own), 0u);
     stream.Attach(kept, 8, 0, 8);
     EXPECT_EQ(GlobalSize(given), 0u);
     stream.Close();
     stream.Write("abc", 3);
-    afterAttached = stream.Handle();
-    EXPECT_EQ(GlobalSize(afterAttached), 8u);
+    own = stream.Handle();
+    EXPECT_EQ(GlobalSize(own), 8u);
   }
-  EXPECT_EQ(GlobalSize(afterAttached), 0u);
+  EXPECT_EQ(GlobalSize(own), 0u);
   EXPECT_EQ(GlobalSize(kept), 8u);
   GlobalFree(static_cast<void*>(kept));
 }
 
 TEST(MemBuffer, HandsItsContentOver) {
   CMemBuffer stream(8);
-  stream.Write("abc", 3);
-  void* handle = stream.Handle();
-  unsigned char* block = stream.Detach();
-  EXPECT_EQ(std::memcmp(block, "abc", 3), 0);
-  EXPECT_EQ(stream.GetLength() + stream.GetPosition(), 0u);
-  EXPECT_EQ(GlobalSize(handle), 8u);
-  GlobalFree(handle);
-
   stream.Write("defg", 4);
-  handle = stream.Handle();
+  void* handle = stream.Handle();
   for (const std::string& expected : {std::string("defg"), std::string(1, '\0')}) {
     unsigned char* copy = stream.DetachEx();
-    EXPECT_EQ(GlobalSize(copy), expected.size());
-    EXPECT_EQ(std::memcmp(copy, expected.data(), expected.size()), 0);
+    EXPECT_EQ(std::string(copy, copy + GlobalSize(copy)), expected);
     EXPECT_EQ(GlobalSize(handle), 0u);
     GlobalFree(static_cast<void*>(copy));
   }
-}
-
-TEST(MemBuffer, WritesStrings) {
-  CMemBuffer stream(8);
-  EXPECT_TRUE(stream.WriteString("abc"));
-  EXPECT_TRUE(stream.WriteString(""));
-  EXPECT_TRUE(stream.WriteString(nullptr));
-  EXPECT_TRUE(stream.WriteString("\0x", 2));
-  EXPECT_TRUE(stream.WriteStringContent("raw"));
-  EXPECT_TRUE(stream.WriteStringContent(nullptr));
-  EXPECT_FALSE(stream.WriteString("x", 0x80000000));
-  EXPECT_EQ(Content(stream), std::string("\3\0\0\0abc\0\0\0\0\0\0\0\0\2\0\0\0\0xraw", 24));
-
-  std::string block(6, '?');
-  CMemBuffer small(Bytes(block), 6, 0, 0);
-  EXPECT_FALSE(small.WriteString("abc"));
-  EXPECT_FALSE(small.WriteStringContent("abc"));
 }
 
 TEST(MemBuffer, ReadsStringsAndRefusesDamagedOnes) {
@@ -200,18 +153,13 @@ TEST(MemBuffer, ReadsStringsAndRefusesDamagedOnes) {
   } kStrings[] = {
       {"\6\0\0\0abcdef"s, 4, true, "abcd", 8},
       {"\6\0\0\0abcdef"s, -1, true, "abcdef", 10},
-      {"\6\0\0\0abcdef"s, 0, true, "", 4},
       {"\6\0\0\0abcdef"s, -2, false, "", 0},
-      {"\2\0\0\0abcdef"s, 6, true, "ab", 6},
       {"\7\0\0\0abcdef"s, 6, true, "abcdef", 10},
-      {"\7\0\0\0abcdef"s, 7, false, "", 0},
       {"\7\0\0\0abcdef"s, -1, false, "", 0},
       {"\377\377\377\377abcdef"s, -1, false, "", 0},
-      {"\377\377\377\377abcdef"s, 6, false, "", 0},
       {"\377\377\377\177abcdef"s, -1, false, "", 0},
       {"\0\0\0\0"s, -1, true, "", 4},
       {"\0\0\0"s, -1, false, "", 0},
-      {""s, 6, false, "", 0},
   };
   for (auto [stored, maxLength, read, text, position] : kStrings) {
     const std::string what = testing::PrintToString(stored) + " " + std::to_string(maxLength);
@@ -223,10 +171,6 @@ TEST(MemBuffer, ReadsStringsAndRefusesDamagedOnes) {
     if (maxLength != -1) continue;
 
     stream.Seek(0, 0);
-    EXPECT_EQ(stream.ReadString(nullptr, -1), read) << what;
-    EXPECT_EQ(stream.GetPosition(), position) << what;
-    EXPECT_EQ(GlobalSize(stream.lastTarget), 0u) << what;
-    stream.Seek(0, 0);
     char* block = nullptr;
     EXPECT_EQ(stream.ReadStringEx(&block, 0, -1), read) << what;
     ASSERT_EQ(block != nullptr, !text.empty()) << what;
@@ -234,15 +178,6 @@ TEST(MemBuffer, ReadsStringsAndRefusesDamagedOnes) {
     EXPECT_EQ(std::string(block, GlobalSize(block)), text + '\0') << what;
     GlobalFree(static_cast<void*>(block));
   }
-  CMemBuffer stream(8);
-  stream.WriteString("abc");
-  stream.Seek(0, 0);
-  char* block = nullptr;
-  EXPECT_FALSE(stream.ReadStringEx(nullptr, 0, -1));
-  EXPECT_FALSE(stream.ReadStringEx(&block, 1, -1));
-  EXPECT_FALSE(stream.ReadString(nullptr, 3));
-  EXPECT_TRUE(stream.ReadString(nullptr, 0));
-
   // A negative length is refused however much is left; none of it is touched.
   std::string stored = "\xf0\xff\xff\xff";
   CMemBuffer endless(Bytes(stored), UINT32_MAX, 0, 0);
