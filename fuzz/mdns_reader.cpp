@@ -33,8 +33,8 @@ std::vector<mdns_record_t> RecordsOf(const mdns_query_result& result, std::strin
 void WriteAndReadBack(const mdns_query_result& result, std::string_view name) {
   std::array<std::uint8_t, MDNS_PACKET_BYTES> buffer;
   const std::vector<mdns_record_t> records = RecordsOf(result, name);
-  const std::size_t size =
-      MakeUnicastAnswer(buffer, {.name = name}, {name, mdns_ptr{name}}, {}, records);
+  const mdns_record_t pointer{name, mdns_ptr{name}};
+  const std::size_t size = MakeUnicastAnswer(buffer, {.name = name}, pointer, {}, records);
   if (size == 0) return;
   const PacketBytes packet = PacketBytes(buffer).first(size);
 

@@ -232,8 +232,8 @@ const char* EntryTypeName(mdns_entry_type entry) {
   return "";
 }
 
-std::size_t ParseRecords(PacketBytes packet, std::size_t& offset, mdns_entry_type entry,
-                         std::size_t count, const RecordLog& log, const RecordFound& found) {
+std::size_t mdns_records_parse(PacketBytes packet, std::size_t& offset, mdns_entry_type entry,
+                               std::size_t count, const RecordLog& log, const RecordFound& found) {
   PacketReader reader(packet, offset);
   mdns_received record;
   // Ends with the packet, whatever the count: a record takes up eleven bytes at least.
@@ -264,7 +264,7 @@ std::size_t ParseReply(PacketBytes packet, std::uint16_t queryId, const RecordLo
   std::size_t offset = reader.position();
   std::size_t walked = 0;
   for (const auto& [entry, count] : kSections) {
-    const std::size_t here = ParseRecords(packet, offset, entry, count, log, found);
+    const std::size_t here = mdns_records_parse(packet, offset, entry, count, log, found);
     walked += here;
     if (here < count) break;
   }

@@ -99,8 +99,8 @@ struct RecordLog {
 
 /// Walks up to `count` records from `offset`, logs each and calls `found` for each, whatever its
 /// type. Stops at a malformed record. Returns how many were walked; `offset` is then behind those.
-std::size_t ParseRecords(PacketBytes packet, std::size_t& offset, mdns_entry_type entry,
-                         std::size_t count, const RecordLog& log, const RecordFound& found);
+std::size_t mdns_records_parse(PacketBytes packet, std::size_t& offset, mdns_entry_type entry,
+                               std::size_t count, const RecordLog& log, const RecordFound& found);
 
 /// Walks the records of a reply, section by section; the walk of all ends where one of them is
 /// malformed. A reply with more than one question is dropped, and so is one with an id other than

@@ -183,13 +183,13 @@ class Builder {
       : buffer_(buffer.first(std::min(buffer.size(), MDNS_PACKET_BYTES))), end_(buffer.data()) {}
 
   void addHeader(std::uint16_t id, std::uint16_t flags, std::uint16_t questions,
-                 std::uint16_t answers, std::size_t authorities, std::size_t additionals) {
+                 std::size_t answers, std::size_t authorities, std::size_t additionals) {
     // No packet holds so many; the count must not become another one on its way.
     constexpr std::size_t kMost = std::numeric_limits<std::uint16_t>::max();
-    if (authorities > kMost || additionals > kMost) end_ = nullptr;
+    if (std::max({answers, authorities, additionals}) > kMost) end_ = nullptr;
     Appender out(buffer_.data(), buffer_.size(), end_, nullptr);
     for (const std::size_t number : {std::size_t{id}, std::size_t{flags}, std::size_t{questions},
-                                     std::size_t{answers}, authorities, additionals}) {
+                                     answers, authorities, additionals}) {
       out.add16(static_cast<std::uint16_t>(number));
     }
     end_ = out.finish();
@@ -271,23 +271,24 @@ std::size_t MakeQuery(std::span<std::uint8_t> buffer, std::string_view name, std
   return packet.size();
 }
 
-std::size_t MakeMulticastAnswer(std::span<std::uint8_t> buffer, const mdns_record_t& answer,
+std::size_t MakeMulticastAnswer(std::span<std::uint8_t> buffer, RecordList answer,
                                 RecordList additional, const mdns_lifetime& lifetime) {
   if (buffer.size() < MDNS_LEAST_ANSWER_BYTES) return 0;
   Builder packet(buffer);
-  packet.addHeader(0, kAnswerFlags, 0, 1, 0, CountOf(additional));
-  packet.addRecord(answer, lifetime);
+  packet.addHeader(0, kAnswerFlags, 0, CountOf(answer), 0, CountOf(additional));
+  packet.addRecords(answer, lifetime);
   packet.addRecords(additional, lifetime);
   return packet.size();
 }
 
 std::size_t MakeUnicastAnswer(std::span<std::uint8_t> buffer, const AskedQuestion& question,
-                              const mdns_record_t& answer, RecordList authority,
-                              RecordList additional, const mdns_lifetime& lifetime) {
+                              RecordList answer, RecordList authority, RecordList additional,
+                              const mdns_lifetime& lifetime) {
   Builder packet(buffer);
-  packet.addHeader(question.queryId, kAnswerFlags, 1, 1, CountOf(authority), CountOf(additional));
+  packet.addHeader(question.queryId, kAnswerFlags, 1, CountOf(answer), CountOf(authority),
+                   CountOf(additional));
   packet.addQuestion(question.name, question.type, question.qclass);
-  packet.addRecord(answer, lifetime);
+  packet.addRecords(answer, lifetime);
   packet.addRecords(authority, lifetime);
   packet.addRecords(additional, lifetime);
   return packet.size();

@@ -75,10 +75,16 @@ std::uint8_t* mdns_answer_add_txt_record(std::uint8_t* buffer, std::size_t capac
 std::size_t MakeQuery(std::span<std::uint8_t> buffer, std::string_view name, std::uint16_t type,
                       std::uint16_t sourcePort);
 
-/// An announcement, a goodbye or an answer to all, depending on the lifetime. The TXT records among
-/// the additional ones come last, as one.
-std::size_t MakeMulticastAnswer(std::span<std::uint8_t> buffer, const mdns_record_t& answer,
+// The TXT records of a section come last in it, as one. The answer is normally a single record.
+
+/// An announcement, a goodbye or an answer to all, depending on the lifetime.
+std::size_t MakeMulticastAnswer(std::span<std::uint8_t> buffer, RecordList answer,
                                 RecordList additional, const mdns_lifetime& lifetime);
+
+inline std::size_t MakeMulticastAnswer(std::span<std::uint8_t> buffer, const mdns_record_t& answer,
+                                       RecordList additional, const mdns_lifetime& lifetime) {
+  return MakeMulticastAnswer(buffer, RecordList(&answer, 1), additional, lifetime);
+}
 
 /// What was asked, for its asker alone.
 struct AskedQuestion {
@@ -87,10 +93,14 @@ struct AskedQuestion {
   std::uint16_t type = 0;
   std::uint16_t qclass = MDNS_UNICAST_RESPONSE | MDNS_CLASS_IN;
 };
-/// An answer that repeats the question. TXT records come last in their section, as one.
+/// An answer that repeats the question.
 std::size_t MakeUnicastAnswer(std::span<std::uint8_t> buffer, const AskedQuestion& question,
-                              const mdns_record_t& answer, RecordList authority,
-                              RecordList additional,
+                              RecordList answer, RecordList authority, RecordList additional,
                               const mdns_lifetime& lifetime = MDNS_UNICAST_ANSWER);
+inline std::size_t MakeUnicastAnswer(std::span<std::uint8_t> buffer, const AskedQuestion& question,
+                                     const mdns_record_t& answer, RecordList authority,
+                                     RecordList additional) {
+  return MakeUnicastAnswer(buffer, question, RecordList(&answer, 1), authority, additional);
+}
 
 }  // namespace mdns_wrapper

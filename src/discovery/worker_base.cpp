@@ -34,7 +34,8 @@ bool mDNSBase::start() {
   const std::lock_guard control(controlMutex_);
   if (running_) return true;
   init();
-  stopRequest_ = 0;
+  stopRequest_.takeBack();
+  looping_ = true;
   running_ = true;
   try {
     thread_ = std::thread(&mDNSBase::run, this);
@@ -48,35 +49,21 @@ bool mDNSBase::start() {
   return true;
 }
 
-void mDNSBase::requestStop() {
-  {
-    // Under the lock, so that it falls before or into a wait, never between its test and its sleep.
-    const std::lock_guard lock(mutex_);
-    stopRequest_ = 1;
-  }
-  stopRequested_.notify_all();
-}
-
 void mDNSBase::notifyStop() {
-  if (running_) requestStop();
+  if (running_) stopRequest_.make();
 }
 
 bool mDNSBase::stop() {
   if (loopThread_.load() == std::this_thread::get_id()) {
-    requestStop();
+    stopRequest_.make();
     return true;
   }
   const std::lock_guard control(controlMutex_);
   if (!running_) return true;
   running_ = false;
-  requestStop();
+  stopRequest_.make();
   thread_.join();
   return true;
-}
-
-bool mDNSBase::waitForStop(std::chrono::milliseconds time) {
-  std::unique_lock lock(mutex_);
-  return stopRequested_.wait_for(lock, time, [this] { return shouldStop(); });
 }
 
 std::string mDNSBase::instanceName() const {
@@ -101,6 +88,7 @@ void mDNSBase::run() noexcept {
     LogErr("mDNS %s ended by an unknown exception\n", role_.c_str());
   }
   loopThread_ = std::thread::id();
+  looping_ = false;
 }
 
 }  // namespace mdns_wrapper

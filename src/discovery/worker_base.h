@@ -7,11 +7,11 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <cstdint>
 #include <mutex>
 #include <string>
 #include <thread>
+
+#include "discovery/stop_request.h"
 
 namespace mdns_wrapper {
 
@@ -41,15 +41,17 @@ class mDNSBase {
   void notifyStop();
   /// From start to stop, even when the loop has ended by itself meanwhile.
   bool isRunning() const { return running_.load(); }
+  /// Whether the loop has ended although nobody stopped the worker.
+  bool hasGivenUp() const { return running_.load() && !looping_.load(); }
 
  protected:
   void stopForDestruction() { mDNSBase::stop(); }
 
-  bool shouldStop() const { return stopRequest_.load() != 0; }
-  /// 0 or 1; for functions that poll it.
-  const std::atomic<std::int32_t>& stopRequest() const { return stopRequest_; }
+  bool shouldStop() const { return stopRequest_.made(); }
+  /// For functions that poll it.
+  const StopRequest& stopRequest() const { return stopRequest_; }
   /// Waits until the time is over or a stop is asked for; returns whether one is.
-  bool waitForStop(std::chrono::milliseconds time);
+  bool waitForStop(std::chrono::milliseconds time) const { return stopRequest_.wait(time); }
 
   /// The name set with setInstanceName, else the host name.
   std::string instanceName() const;
@@ -60,7 +62,6 @@ class mDNSBase {
 
  private:
   void run() noexcept;
-  void requestStop();
 
   const std::string role_;
   const std::string serviceType_ = "_privet._tcp.local.";
@@ -69,10 +70,10 @@ class mDNSBase {
   std::thread thread_;
   std::atomic<std::thread::id> loopThread_;
   std::atomic<bool> running_{false};
-  std::atomic<std::int32_t> stopRequest_{0};
+  std::atomic<bool> looping_{false};  ///< from start until the loop has ended
+  StopRequest stopRequest_;
 
-  mutable std::mutex mutex_;  ///< held briefly: guards the names and the wait for a stop
-  std::condition_variable stopRequested_;
+  mutable std::mutex mutex_;  ///< held briefly: guards the names
   std::string hostName_ = "mdns-marviqueservice";
   std::string ownName_;
 };

@@ -33,5 +33,8 @@ bool FillRandom(void* target, std::size_t size);
 int FlushToDisk(int descriptor);
 /// The modification time in a file's status.
 std::timespec ModificationTime(const struct stat& status);
+/// Makes a datagram socket of a family (AF_INET, AF_INET6) deaf to multicast groups that other
+/// sockets of this machine have joined. Returns whether it is.
+bool HearJoinedGroupsOnly(int socket, int family);
 
 }  // namespace os

@@ -1,4 +1,6 @@
 #include <fcntl.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -49,5 +51,12 @@ bool FillRandom(void* target, std::size_t size) { return ::getentropy(target, si
 int FlushToDisk(int descriptor) { return ::fdatasync(descriptor) == 0 ? 0 : errno; }
 
 std::timespec ModificationTime(const struct stat& status) { return status.st_mtim; }
+
+bool HearJoinedGroupsOnly(int socket, int family) {
+  const int off = 0;
+  return family == AF_INET
+             ? ::setsockopt(socket, IPPROTO_IP, IP_MULTICAST_ALL, &off, sizeof off) == 0
+             : ::setsockopt(socket, IPPROTO_IPV6, IPV6_MULTICAST_ALL, &off, sizeof off) == 0;
+}
 
 }  // namespace os

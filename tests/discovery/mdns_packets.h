@@ -4,6 +4,7 @@
 #include <arpa/inet.h>
 
 #include <array>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -66,6 +67,47 @@ inline std::vector<mdns_wrapper::mdns_query_result> ResultsOf(std::string_view p
   const std::size_t walked = mdns_wrapper::ParseReply(
       Bytes(packet), queryId, {}, [&](const auto& result) { results.push_back(result); });
   return walked == results.size() ? results : decltype(results)();
+}
+
+/// A question packet from port 5353.
+inline std::string Asked(std::string_view name, std::uint16_t type, std::uint16_t qclass = 1,
+                         std::size_t times = 1, std::size_t flags = 0) {
+  std::string packet = Header(times, 0, 0, 0, 7, flags);
+  for (std::size_t i = 0; i < times; ++i) {
+    packet += Built([&](auto buffer) {
+      return static_cast<std::size_t>(mdns_wrapper::mdns_string_make(buffer.data(), buffer.size(),
+                                                                     buffer.data(), name, nullptr) -
+                                      buffer.data());
+    });
+    packet += Number(type) + Number(qclass);
+  }
+  return packet;
+}
+
+/// A packet in words: id, flags, question, then each record with type, class and lifetime.
+inline std::string Described(const std::string& packet) {
+  using namespace mdns_wrapper;
+  PacketReader reader(Bytes(packet));
+  mdns_header header;
+  mdns_question question;
+  mdns_received record;
+  std::ostringstream words;
+  if (!reader.read(header)) return "no header";
+  words << "id " << header.id << " flags " << std::hex << header.flags;
+  for (int i = 0; i < header.questions && reader.read(question); ++i) {
+    words << " | " << question.name.view() << "? " << std::dec << question.type << ' ' << std::hex
+          << question.qclass;
+  }
+  for (int i = 0; i < header.answers + header.additionals && reader.read(record); ++i) {
+    words << (i < header.answers ? " | " : " + ") << record.name.view() << ' ' << std::dec
+          << record.type << ' ' << std::hex << record.rclass << ' ' << std::dec << record.ttl;
+    if (record.type != MDNS_TYPE_TXT) continue;
+    for (std::size_t at = record.offset; at < record.end(); at += 1U + Bytes(packet)[at]) {
+      words << ' ' << packet.substr(at + 1, Bytes(packet)[at]);
+    }
+  }
+  if (reader.position() != packet.size()) words << " and more";
+  return words.str();
 }
 
 }  // namespace mdns_packets

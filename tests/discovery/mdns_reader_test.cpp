@@ -255,8 +255,8 @@ TEST(MdnsReader, LogsEachRecordAndNoForgedLine) {
                              "\0"s + Fields(16, 1, 60, 6) + "\3k=v\1x" +              //
                              "\0"s + Fields(1, 1, 0xFFFFFFFF, 1) + "z";
   std::size_t offset = 0;
-  EXPECT_EQ(ParseRecords(Bytes(packet), offset, mdns_entry_type::authority, 5, {"[::1]:5", true},
-                         [](const auto&) {}),
+  EXPECT_EQ(mdns_records_parse(Bytes(packet), offset, mdns_entry_type::authority, 5,
+                               {"[::1]:5", true}, [](const auto&) {}),
             5U);
   EXPECT_EQ(offset, packet.size());
   const std::string_view kLines[] = {

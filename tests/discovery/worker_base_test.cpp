@@ -70,7 +70,7 @@ TEST(Worker, StartsStopsAndRestarts) {
     EXPECT_TRUE(worker.start());
     worker.began.acquire();
     EXPECT_TRUE(worker.isRunning());
-    EXPECT_EQ(worker.stopRequest(), 0);
+    EXPECT_FALSE(worker.stopRequest().made());
     EXPECT_TRUE(worker.stop());
     EXPECT_FALSE(worker.isRunning());
     EXPECT_EQ(worker.loops, round);

@@ -1,0 +1,134 @@
+#include "discovery/browser.h"
+
+#include <algorithm>
+#include <tuple>
+#include <utility>
+
+#include "discovery/query_mdns.h"
+
+namespace mdns_wrapper {
+namespace {
+
+/// What makes two records one service: everything but the tags.
+auto Identity(const DNSServiceInfo& record) {
+  return std::tie(record.ty, record.ipv4, record.ipv6, record.modules, record.os, record.type,
+                  record.url, record.id, record.txtvers, record.accessMode);
+}
+
+void Take(std::string& into, const std::string& from) {
+  if (!from.empty()) into = from;
+}
+
+}  // namespace
+
+mDNSQueryService& mDNSQueryService::getInstance() {
+  static SystemNetwork network;
+  static mDNSQueryService service(network);
+  return service;
+}
+
+std::string mDNSQueryService::Serialize(const ServiceList& services) {
+  return mdns_wrapper::Serialize(services);
+}
+
+ServiceList mDNSQueryService::Deserialize(const std::string& bytes) {
+  return mdns_wrapper::Deserialize(bytes);
+}
+
+DNSServiceInfo mDNSQueryService::readProvider(const mdns_query_result& result) {
+  return serviceInfoFromTxt(result.ipv4, result.ipv6, result.txt);
+}
+
+bool mDNSQueryService::ServiceInfosExsts(const ServiceList& list, const DNSServiceInfo& record) {
+  return std::any_of(list.begin(), list.end(), [&](const DNSServiceInfo& other) {
+    return Identity(other) == Identity(record);
+  });
+}
+
+bool mDNSQueryService::ServiceInfosAreDifferent(const ServiceList& before, const ServiceList& now) {
+  return before.size() != now.size() ||
+         !std::all_of(before.begin(), before.end(),
+                      [&](const DNSServiceInfo& record) { return ServiceInfosExsts(now, record); });
+}
+
+ServiceList mDNSQueryService::getServiceInfos(bool& changed) {
+  const std::lock_guard lock(listMutex_);
+  changed = changeStamp_ != reportedStamp_;
+  reportedStamp_ = changeStamp_;
+  return published_;
+}
+
+std::vector<SeenService> mDNSQueryService::getSeenServices() const {
+  const std::lock_guard lock(listMutex_);
+  return publishedSeen_;
+}
+
+void mDNSQueryService::runMainLoop() {
+  send_mdns_query(serviceType(), MDNS_TYPE_PTR, stopRequest(), this, &QueryResultCallback,
+                  network_);
+}
+
+int mDNSQueryService::QueryResultCallback(void* user, const mdns_query_result& result, int code) {
+  auto& browser = *static_cast<mDNSQueryService*>(user);
+  switch (code) {
+    case MDNS_CYCLE_BEGINS:
+      browser.beginAddServiceInfo();
+      break;
+    case MDNS_RECORD_FOUND:
+      browser.addServiceInfo(readProvider(result), result.entry == mdns_entry_type::answer);
+      break;
+    case MDNS_CYCLE_ENDS:
+      browser.endAddServiceInfo();
+      break;
+  }
+  return 0;
+}
+
+void mDNSQueryService::beginAddServiceInfo() {
+  built_.clear();
+  builtSeen_.clear();
+  assembled_.clear();
+}
+
+void mDNSQueryService::commitAssembled() {
+  if (assembled_.type != SERVICE_UNKNOWN && !ServiceInfosExsts(built_, assembled_)) {
+    built_.push_back(assembled_);
+    builtSeen_.push_back({assembled_, std::chrono::system_clock::now()});
+  }
+  assembled_.clear();
+}
+
+void mDNSQueryService::addServiceInfo(const DNSServiceInfo& record, bool newService) {
+  if (newService) commitAssembled();
+  if (record.type != SERVICE_UNKNOWN) assembled_.type = record.type;
+  Take(assembled_.ipv4, record.ipv4);
+  Take(assembled_.ipv6, record.ipv6);
+  Take(assembled_.url, record.url);
+  Take(assembled_.ty, record.ty);
+  Take(assembled_.txtvers, record.txtvers);
+  Take(assembled_.id, record.id);
+  Take(assembled_.modules, record.modules);
+  Take(assembled_.os, record.os);
+  if (record.accessMode != 0) assembled_.accessMode = record.accessMode;
+}
+
+void mDNSQueryService::endAddServiceInfo() {
+  commitAssembled();
+  bool changed = false;
+  {
+    const std::lock_guard lock(listMutex_);
+    changed = ServiceInfosAreDifferent(published_, built_);
+    publishedSeen_ = builtSeen_;
+    if (changed) {
+      published_ = built_;
+      const auto now = std::chrono::system_clock::now().time_since_epoch();
+      const auto stamp = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+      // Two changes of one millisecond are still two.
+      changeStamp_ = std::max<std::int64_t>(stamp, changeStamp_ + 1);
+    }
+  }
+  if (changed && notification_) notification_(built_);
+  beginAddServiceInfo();
+}
+
+}  // namespace mdns_wrapper

@@ -1,0 +1,43 @@
+// Answers the questions of received packets from the records of one service.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <string_view>
+
+#include "discovery/mdns_reader.h"
+#include "discovery/mdns_send.h"
+#include "discovery/service_records.h"
+#include "discovery/socket_set.h"
+
+namespace mdns_wrapper {
+
+/// Belongs to the loop's thread; what it is given outlives it.
+class QuestionAnswerer {
+ public:
+  QuestionAnswerer(MdnsNetwork& network, SocketSet& sockets)
+      : network_(network), sockets_(sockets) {}
+
+  /// Answers what a packet asks of these records, on the socket where it came in: each question
+  /// that wants a unicast answer to its asker, the others to the group. One packet is given each
+  /// answer once, however often it asks, and the group a limited number of answers a second.
+  ///
+  /// Ignored are answers (else two responders would answer each other without end), packets from
+  /// senders that are no neighbours, and, from where it is malformed, the rest of a packet.
+  void answer(const ServiceRecords& records, int socket, PacketBytes packet,
+              const SocketAddress& from, bool log);
+
+ private:
+  class Packet;
+
+  /// Whether one more answer may go to the group now.
+  bool mayMulticast();
+
+  MdnsNetwork& network_;
+  SocketSet& sockets_;
+  std::array<std::uint8_t, MDNS_PACKET_BYTES> buffer_{};
+  MdnsNetwork::Clock::time_point second_{};  ///< the one in which multicasts_ were sent
+  int multicasts_ = 0;
+};
+
+}  // namespace mdns_wrapper

@@ -1,0 +1,91 @@
+#include "discovery/socket_address.h"
+
+#include <arpa/inet.h>
+#include <netdb.h>
+
+#include <cstring>
+#include <span>
+
+namespace mdns_wrapper {
+namespace {
+
+std::span<const std::uint8_t> BytesOf(const SocketAddress& address) {
+  if (address.isIpv4()) {
+    return {reinterpret_cast<const std::uint8_t*>(&address.v4().sin_addr), sizeof(in_addr)};
+  }
+  return {address.v6().sin6_addr.s6_addr, sizeof(in6_addr)};
+}
+
+}  // namespace
+
+std::optional<SocketAddress> SocketAddress::from(const sockaddr* address) {
+  if (address == nullptr) return std::nullopt;
+  // Copied, because what the system hands out may be aligned for less.
+  if (address->sa_family == AF_INET) {
+    sockaddr_in v4;
+    std::memcpy(&v4, address, sizeof v4);
+    return SocketAddress(v4);
+  }
+  if (address->sa_family == AF_INET6) {
+    sockaddr_in6 v6;
+    std::memcpy(&v6, address, sizeof v6);
+    return SocketAddress(v6);
+  }
+  return std::nullopt;
+}
+
+std::uint16_t SocketAddress::port() const { return ntohs(isIpv4() ? v4_.sin_port : v6_.sin6_port); }
+
+void SocketAddress::setPort(std::uint16_t port) {
+  (isIpv4() ? v4_.sin_port : v6_.sin6_port) = htons(port);
+}
+
+void SocketAddress::setScope(std::uint32_t index) {
+  if (!isIpv4()) v6_.sin6_scope_id = index;
+}
+
+std::string SocketAddress::text() const {
+  constexpr std::size_t kLongest = 127;
+  char host[NI_MAXHOST];
+  if (::getnameinfo(data(), size(), host, sizeof host, nullptr, 0, NI_NUMERICHOST) != 0) return "";
+  std::string text = host;
+  if (port() != 0) {
+    text = (isIpv4() ? text : "[" + text + "]") + ":" + std::to_string(port());
+  }
+  return text.substr(0, kLongest);
+}
+
+std::string SocketAddress::addressText() const {
+  char text[INET6_ADDRSTRLEN];
+  const bool made = ::inet_ntop(family(), BytesOf(*this).data(), text, sizeof text) != nullptr;
+  return made ? text : "";
+}
+
+bool SocketAddress::operator==(const SocketAddress& other) const {
+  if (family() != other.family() || port() != other.port()) return false;
+  if (!isIpv4() && v6_.sin6_scope_id != other.v6_.sin6_scope_id) return false;
+  return std::memcmp(BytesOf(*this).data(), BytesOf(other).data(), BytesOf(*this).size()) == 0;
+}
+
+bool SocketAddress::isLoopback() const {
+  if (isIpv4()) return v4_.sin_addr.s_addr == htonl(INADDR_LOOPBACK);
+  if (IN6_IS_ADDR_LOOPBACK(&v6_.sin6_addr)) return true;
+  constexpr std::uint8_t kMapped[] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0xFF, 0xFF, 127, 0, 0, 1};
+  return std::memcmp(v6_.sin6_addr.s6_addr, kMapped, sizeof kMapped) == 0;
+}
+
+bool SocketAddress::isLinkLocal() const {
+  if (!isIpv4()) return IN6_IS_ADDR_LINKLOCAL(&v6_.sin6_addr);
+  return (ntohl(v4_.sin_addr.s_addr) & 0xFFFF0000U) == 0xA9FE0000U;
+}
+
+bool SocketAddress::sharesNetwork(const SocketAddress& other, const SocketAddress& mask) const {
+  if (family() != other.family() || family() != mask.family()) return false;
+  const auto bytes = BytesOf(*this);
+  for (std::size_t i = 0; i < bytes.size(); ++i) {
+    if (((bytes[i] ^ BytesOf(other)[i]) & BytesOf(mask)[i]) != 0) return false;
+  }
+  return true;
+}
+
+}  // namespace mdns_wrapper

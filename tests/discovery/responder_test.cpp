@@ -1,0 +1,248 @@
+#include "discovery/responder.h"
+
+#include <gtest/gtest.h>
+
+#include "discovery/fake_network.h"
+#include "discovery/service_mdns.h"
+
+namespace {
+
+using namespace mdns_wrapper;
+using mdns_packets::Asked;
+using mdns_packets::Described;
+
+constexpr const char* kType = "_privet._tcp.local.";
+constexpr const char* kInstance = "me._privet._tcp.local.";
+constexpr std::uint16_t kUnicast = 0x8001;
+
+mdns_service_info Me() {
+  mdns_service_info info;
+  info.hostname = "me";
+  info.service = "_privet._tcp.local";
+  info.port = 18626;
+  info.ipv4 = "10.0.0.5";
+  info.ipv6 = "fe80::77";
+  info.id = "me";
+  info.ty = "Desk";
+  info.modules = "qtp";
+  info.os = "Linux";
+  info.txtvers = "1.0";
+  info.type = 2;
+  info.acessmode = 1;
+  info.tags = "red";
+  return info;
+}
+
+const std::string kPairs =
+    " id=me ty=Desk txtvers=1.0 url= type=\2 os=Linux modules=qtp acessmode=\1";
+
+class Responder : public testing::Test {
+ protected:
+  Responder() { network.list = {FakeNetwork::Interface(72, "10.0.0.5"), ipv6}; }
+  int run(std::vector<std::function<void()>> steps = {}) {
+    network.script(std::move(steps));
+    return service_mdns(info, stop, network);
+  }
+  /// What follows the packets of a neighbour, between announcement and goodbye.
+  std::vector<std::string> repliesTo(const std::string& packet, const char* from = "10.0.0.9") {
+    run({[=, this] { network.deliver(72, from, packet); }});
+    std::vector<std::string> replies;
+    for (std::size_t i = 2; i + 2 < network.sent.size(); ++i) {
+      replies.push_back(network.sent[i].to + " " + Described(network.sent[i].packet));
+    }
+    return replies;
+  }
+
+  const InterfaceAddress ipv6 = FakeNetwork::Interface(72, "fe80::5");
+  mdns_service_info info = Me();
+  FakeNetwork network;
+  StopRequest stop;
+};
+
+TEST_F(Responder, AnnouncesAndTakesBackOnEverySocketWithoutTheTags) {
+  EXPECT_EQ(run({nullptr}), 0);
+  const auto packet = [](const std::string& ttl) {
+    const std::string rest = " 8001 " + ttl;
+    return std::string("id 0 flags 8400 | ") + kType + " 12" + rest + " + " + kInstance + " 33" +
+           rest + " + me.local. 1" + rest + " + me.local. 28" + rest + " + " + kInstance + " 16" +
+           rest + kPairs;
+  };
+  ASSERT_EQ(network.sent.size(), 4U);
+  for (std::size_t i = 0; i < 4; ++i) {
+    EXPECT_EQ(network.sent[i].to, i % 2 == 0 ? "224.0.0.251:5353" : "[ff02::fb%72]:5353");
+    EXPECT_EQ(Described(network.sent[i].packet), packet(i < 2 ? "60" : "0"));
+  }
+  EXPECT_EQ(network.ports, (std::vector<std::uint16_t>{5353, 5353}));
+  EXPECT_EQ(network.openSockets(), 0U);
+}
+
+TEST_F(Responder, AnswersWhatIsAskedToAllOrToTheAsker) {
+  const std::string text = std::string(kInstance) + " 16 CLASS" + kPairs + " tags=red";
+  const std::string service = std::string(kInstance) + " 33 CLASS";
+  const std::string a = "me.local. 1 CLASS";
+  const std::string aaaa = "me.local. 28 CLASS";
+  const std::string pointer =
+      std::string(kType) + " 12 CLASS + " + service + " + " + a + " + " + aaaa + " + " + text;
+  const std::string byName = service + " + " + a + " + " + aaaa + " + " + text;
+  const std::string all = std::string(MDNS_ALL_TYPES) + " 12 CLASS";
+  const struct {
+    const char* name;
+    std::uint16_t type;
+    std::vector<std::string> answers;
+  } kCases[] = {
+      {MDNS_ALL_TYPES, 12, {all}},
+      {MDNS_ALL_TYPES, 255, {all}},
+      {MDNS_ALL_TYPES, 33, {}},
+      {kType, 12, {pointer}},
+      {kType, 255, {pointer}},
+      {kType, 16, {}},
+      {kInstance, 33, {byName}},
+      {kInstance, 255, {byName}},
+      {kInstance, 16, {text + " + " + service + " + " + a + " + " + aaaa}},
+      {kInstance, 12, {}},
+      {"me.local.", 1, {a}},
+      {"me.local.", 28, {aaaa}},
+      {"me.local.", 255, {a, aaaa}},
+      {"you.local.", 255, {}},
+      {"you._privet._tcp.local.", 255, {}},
+  };
+  for (const auto& [name, type, answers] : kCases) {
+    for (const std::uint16_t qclass : {std::uint16_t{1}, kUnicast}) {
+      SCOPED_TRACE(std::string(name) + " " + std::to_string(type) + " " + std::to_string(qclass));
+      std::vector<std::string> expected;
+      for (std::string answer : answers) {
+        const std::string lifetime = qclass == 1 ? "1 60" : "8001 10";
+        for (std::size_t at; (at = answer.find("CLASS")) != std::string::npos;) {
+          answer.replace(at, 5, lifetime);
+        }
+        const std::string question =
+            std::string(" | ") + name + "? " + std::to_string(type) + " 8001 | ";
+        expected.push_back(qclass == 1 ? "224.0.0.251:5353 id 0 flags 8400 | " + answer
+                                       : "10.0.0.9:5353 id 7 flags 8400" + question + answer);
+      }
+      network = FakeNetwork();
+      network.list = {FakeNetwork::Interface(72, "10.0.0.5"), ipv6};
+      stop.takeBack();
+      EXPECT_EQ(repliesTo(Asked(name, type, qclass)), expected);
+    }
+  }
+}
+
+TEST_F(Responder, KnowsItsNamesInAnyCase) {
+  EXPECT_EQ(repliesTo(Asked("ME.Local.", 1)).size(), 1U);
+}
+
+TEST_F(Responder, IgnoresWhatIsNoQuestionOfANeighbour) {
+  const std::string good = Asked(kType, 12);
+  const struct {
+    const char* what;
+    const char* from;
+    std::string packet;
+  } kCases[] = {
+      {"an answer that repeats its question", "10.0.0.9", Asked(kType, 12, 1, 1, 0x8400)},
+      {"another opcode", "10.0.0.9", Asked(kType, 12, 1, 1, 0x2800)},
+      {"a response code", "10.0.0.9", Asked(kType, 12, 1, 1, 3)},
+      {"another class", "10.0.0.9", Asked(kType, 12, 3)},
+      {"from far away", "192.0.2.1", good},
+      {"without its end", "10.0.0.9", good.substr(0, good.size() - 1)},
+      {"no question", "10.0.0.9", mdns_packets::Header(0, 0, 0, 0, 0, 0)},
+      {"nothing", "10.0.0.9", ""},
+  };
+  for (const auto& [what, from, packet] : kCases) {
+    SCOPED_TRACE(what);
+    network.sent.clear();
+    stop.takeBack();
+    EXPECT_EQ(repliesTo(packet, from), std::vector<std::string>());
+  }
+}
+
+TEST_F(Responder, AnswersFloodsWithFewPackets) {
+  const std::string flood = Asked(MDNS_ALL_TYPES, 255, 1, 40);
+  run({[&] {
+         for (int i = 0; i < 500; ++i) network.deliver(72, "10.0.0.9", flood);
+       },
+       nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr});
+  EXPECT_EQ(network.sent.size(), 4U + 100U);
+}
+
+TEST_F(Responder, FollowsInterfacesThatComeAndGo) {
+  network.list.clear();
+  EXPECT_EQ(run(), -1) << "no socket";
+
+  network.list = {FakeNetwork::Interface(72, "10.0.0.5"), FakeNetwork::Interface(72, "10.0.0.6")};
+  std::size_t announced = 0;
+  stop.takeBack();
+  EXPECT_EQ(run({[&] { network.list.push_back(FakeNetwork::Interface(73, "10.0.1.5")); }, nullptr,
+                 [&] {
+                   announced = network.sent.size();
+                   network.list.erase(network.list.begin(), network.list.begin() + 2);
+                 },
+                 nullptr, [&] { EXPECT_EQ(network.openSockets(), 1U); },
+                 [&] { network.list = {ipv6}; }, nullptr}),
+            0);
+  EXPECT_EQ(announced, 2U) << "one socket an interface, however many addresses that has";
+  EXPECT_EQ(network.ports.size(), 3U);
+  EXPECT_EQ(Described(network.sent[1].packet).find("me.local. 28"), std::string::npos);
+  EXPECT_NE(Described(network.sent[2].packet).find("me.local. 28 8001 60"), std::string::npos)
+      << "an address that came later was not told";
+  EXPECT_NE(Described(network.sent.back().packet).find("me.local. 28 8001 0"), std::string::npos);
+}
+
+TEST_F(Responder, AnnouncesAgainWhereItWasNotPossibleYet) {
+  network.failures = 3;
+  run({nullptr, nullptr, nullptr});
+  EXPECT_EQ(network.sent.size(), 4U);
+}
+
+TEST_F(Responder, TellsOnlyTheAddressesThatThereAre) {
+  const struct {
+    const char* ipv4;
+    const char* ipv6;
+    bool first;
+    const char* toldIpv4;
+    const char* toldIpv6;
+  } kCases[] = {
+      {"", "", true, nullptr, nullptr},
+      {"10.9.8.7", "", true, "10.9.8.7", nullptr},
+      {"no address", "fe80::77", true, nullptr, "2001:db8::5"},
+      {"", "1.2.3.4", true, nullptr, "102:304::5"},
+      {"", "1.2.3.4", false, nullptr, "102:304::"},
+      {"", "fe80::77", false, nullptr, nullptr},
+  };
+  const SocketAddress first = FakeNetwork::At("2001:db8::5");
+  for (const auto& [ipv4, ipv6Text, hasFirst, toldIpv4, toldIpv6] : kCases) {
+    SCOPED_TRACE(std::string(ipv4) + "/" + ipv6Text);
+    info.ipv4 = ipv4;
+    info.ipv6 = ipv6Text;
+    const ServiceRecords records(info, hasFirst ? &first : nullptr);
+    ASSERT_EQ(records.ipv4() != nullptr, toldIpv4 != nullptr);
+    ASSERT_EQ(records.ipv6() != nullptr, toldIpv6 != nullptr);
+    if (toldIpv4 != nullptr) {
+      EXPECT_EQ(SocketAddress(std::get<sockaddr_in>(records.ipv4()->data)).addressText(), toldIpv4);
+    }
+    if (toldIpv6 != nullptr) {
+      EXPECT_EQ(SocketAddress(std::get<sockaddr_in6>(records.ipv6()->data)).addressText(),
+                toldIpv6);
+    }
+    EXPECT_EQ(records.text().size(), 9U);
+  }
+}
+
+TEST_F(Responder, ServesUnderItsIdInTheFixedTextFormat) {
+  network.script({nullptr});
+  mDNSService service(network);
+  DNSServiceInfo record;
+  record.txtvers = "9";
+  record.id = "guid";
+  service.setServiceInfo(record);
+  service.setServicePort(99);
+  service.start();
+  while (!service.hasGivenUp()) std::this_thread::yield();
+  service.stop();
+  ASSERT_FALSE(network.sent.empty());
+  EXPECT_NE(Described(network.sent[0].packet).find("guid._privet._tcp.local. 33"),
+            std::string::npos);
+  EXPECT_NE(network.sent[0].packet.find("txtvers=1.0"), std::string::npos);
+}
+
+}  // namespace
