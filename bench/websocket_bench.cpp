@@ -66,7 +66,9 @@ class Running {
   }
 
   host::Connections connections_;
-  host::HostServices services_{{}};
+  host::Discovery discovery_{mdns_wrapper::mDNSService::getInstance(),
+                             mdns_wrapper::mDNSQueryService::getInstance()};
+  host::HostServices services_{{}, discovery_};
   std::unique_ptr<host::ModuleLibrary> module_;
   std::unique_ptr<host::ModuleHandler> handler_;
   EchoHandler echo_{connections_};

@@ -26,14 +26,26 @@ int Fill(std::string_view answer, void* out, unsigned int* length) {
   return 0;
 }
 
-bool IsDiscovery(const std::string& name) {
-  return name == "startmDNS" || name == "stopmDNS" || name == "startmDNSQuery" ||
-         name == "stopmDNSQuery";
+using DiscoveryCall = void (Discovery::*)();
+
+/// Null for requests of other kinds.
+DiscoveryCall DiscoveryCallOf(std::string_view name) {
+  constexpr std::pair<std::string_view, DiscoveryCall> kCalls[] = {
+      {"startmDNS", &Discovery::StartAdvertising},
+      {"stopmDNS", &Discovery::StopAdvertising},
+      {"startmDNSQuery", &Discovery::StartBrowsing},
+      {"stopmDNSQuery", &Discovery::StopBrowsing},
+  };
+  for (const auto& [request, call] : kCalls) {
+    if (request == name) return call;
+  }
+  return nullptr;
 }
 
 }  // namespace
 
-HostServices::HostServices(std::vector<BinaryFile> files) : files_(std::move(files)) {
+HostServices::HostServices(std::vector<BinaryFile> files, Discovery& discovery)
+    : files_(std::move(files)), discovery_(discovery) {
   current = this;
 }
 
@@ -56,13 +68,17 @@ int HostServices::Answer(const std::string& name, void* out, unsigned int* lengt
     return 0;
   }
   if (name == "getServiceInfo") {
-    // The list of the services found on the network: a count of none.
-    return Fill(std::string_view("\0\0\0\0", 4), out, length);
+    // Both calls are about one list, even if another one is found between them.
+    static thread_local std::string announced;
+    if (out == nullptr || announced.empty()) announced = discovery_.EncodedServices();
+    const int result = Fill(announced, out, length);
+    if (out != nullptr) announced.clear();
+    return result;
   }
   if (name == "getBinaryFileInfo") return Fill(BinaryFileInfo(), out, length);
-  if (IsDiscovery(name)) {
-    LogInfo("The host request %s is not built yet.", name.c_str());
-    return -1;
+  if (const DiscoveryCall call = DiscoveryCallOf(name)) {
+    (discovery_.*call)();
+    return 0;
   }
   LogErr("The host request %s is unknown.", name.c_str());
   return -1;

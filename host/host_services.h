@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "frame/qtp_module.h"
+#include "host/discovery.h"
 
 namespace host {
 
@@ -20,7 +21,7 @@ struct BinaryFile {
 /// living object by itself. It outlives all commands.
 class HostServices {
  public:
-  explicit HostServices(std::vector<BinaryFile> files);
+  HostServices(std::vector<BinaryFile> files, Discovery& discovery);
   ~HostServices();
   HostServices(const HostServices&) = delete;
   HostServices& operator=(const HostServices&) = delete;
@@ -36,6 +37,7 @@ class HostServices {
   std::string BinaryFileInfo() const;
 
   const std::vector<BinaryFile> files_;
+  Discovery& discovery_;
   std::atomic<bool> restart_ = false;
 };
 

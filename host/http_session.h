@@ -178,14 +178,16 @@ class HttpSession : public std::enable_shared_from_this<HttpSession<Stream>> {
         co_return TextResponse(facts, entry.origin, status::method_not_allowed,
                                "Commands are sent by POST.");
     }
-    if (path != "/health") {
-      co_return TextResponse(facts, entry.origin, status::not_found,
-                             "Commands are sent by POST to /qtp/; GET answers /health only.");
+    const auto page = core_.parts.pages.find(path);
+    if (page == core_.parts.pages.end()) {
+      co_return TextResponse(
+          facts, entry.origin, status::not_found,
+          "Commands are sent by POST to /qtp/; GET answers /health and /services.");
     }
-    std::string health;
-    auto job = [this, &health] { health = core_.parts.health(); };
+    std::string text;
+    auto job = [&page, &text] { text = page->second(); };
     if (!co_await OnWorker(core_, std::move(job))) co_return Stopping(facts, entry);
-    co_return ReplyResponse(facts, entry.origin, std::move(health));
+    co_return ReplyResponse(facts, entry.origin, std::move(text));
   }
 
   net::awaitable<Response> Post(Parser& parser, const RequestFacts& facts, const Entry& entry) {

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -51,8 +52,8 @@ struct ServerParts {
   Connections& connections;
   /// The certificate for the next secure connection; null closes it. Any thread calls.
   std::function<std::shared_ptr<boost::asio::ssl::context>()> tls;
-  /// The text of GET /health. Worker threads call.
-  std::function<std::string()> health;
+  /// What GET answers, as JSON text, by its path. Worker threads call.
+  std::map<std::string, std::function<std::string()>, std::less<>> pages;
 };
 
 struct ServerCore;

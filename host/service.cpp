@@ -18,6 +18,7 @@
 #include "environment/configuration.h"
 #include "environment/program_information.h"
 #include "host/complaint.h"
+#include "host/discovery.h"
 #include "host/health.h"
 #include "host/module_handler.h"
 #include "host/tls_identity.h"
@@ -30,6 +31,8 @@ namespace {
 namespace net = boost::asio;
 
 constexpr auto kCertificateCheck = std::chrono::hours(12);
+/// A machine that changes networks is found at its new address this soon.
+constexpr auto kDiscoveryCheck = std::chrono::seconds(2);
 
 OriginLists ReadOriginLists() {
   return {GetWholeConfiguration("AllowedOrigins"), GetWholeConfiguration("ManageOrigins"),
@@ -107,7 +110,7 @@ std::vector<BinaryFile> BinaryFiles(const std::string& program, const Modules& m
 class Service {
  public:
   Service(const Options& options, Modules& modules, Connections& connections,
-          HostServices& services);
+          HostServices& services, Discovery& discovery);
   /// Serves until a signal. Returns whether the end was in good order: then nothing runs any more.
   bool Serve();
 
@@ -116,6 +119,8 @@ class Service {
  private:
   std::string RefreshCertificate();
   void WatchCertificate();
+  void DescribeToDiscovery();
+  void WatchDiscovery();
   std::string HealthNow() const;
   bool Stop();
 
@@ -124,9 +129,11 @@ class Service {
   Modules& modules_;
   Connections& connections_;
   HostServices& services_;
+  Discovery& discovery_;
   net::io_context control_;
   net::signal_set signals_;
   net::steady_timer certificateTimer_;
+  net::steady_timer discoveryTimer_;
   std::atomic<bool> reopening_{false};
   Door door_{ReadOriginLists};
   TlsIdentity identity_;
@@ -136,15 +143,21 @@ class Service {
 };
 
 Service::Service(const Options& options, Modules& modules, Connections& connections,
-                 HostServices& services)
+                 HostServices& services, Discovery& discovery)
     : limits_(LimitsFrom(options)),
       modules_(modules),
       connections_(connections),
       services_(services),
+      discovery_(discovery),
       signals_(control_, SIGINT, SIGTERM),
       certificateTimer_(control_),
-      server_({limits_, door_, connections_, [this] { return identity_.Context(); },
-               [this] { return HealthNow(); }}),
+      discoveryTimer_(control_),
+      server_({limits_,
+               door_,
+               connections_,
+               [this] { return identity_.Context(); },
+               {{"/health", [this] { return HealthNow(); }},
+                {"/services", [this] { return discovery_.ServicesText(); }}}}),
       ports_(server_, door_) {
   std::optional<int> port = options.port, sslPort = options.sslPort;
   for (const auto& module : modules_.all()) {
@@ -154,6 +167,7 @@ Service::Service(const Options& options, Modules& modules, Connections& connecti
       net::post(control_, [this] {
         reopening_ = false;
         ports_.Reopen(RefreshCertificate());
+        DescribeToDiscovery();
       });
     }));
     ports_.Add(module->alias(), false, port.value_or(-1), module->DefaultPort(false),
@@ -186,21 +200,47 @@ void Service::WatchCertificate() {
   });
 }
 
+void Service::DescribeToDiscovery() {
+  int port = 0;
+  for (const PortState& state : ports_.Snapshot()) {
+    if (port == 0 && state.secure) port = state.actual;
+  }
+  std::string modules;
+  for (const auto& module : modules_.all()) {
+    modules += (modules.empty() ? "" : ",") + module->alias();
+  }
+  discovery_.Describe(port, modules);
+}
+
+void Service::WatchDiscovery() {
+  discoveryTimer_.expires_after(kDiscoveryCheck);
+  discoveryTimer_.async_wait([this](boost::system::error_code ec) {
+    if (ec) return;
+    discovery_.Watch();
+    WatchDiscovery();
+  });
+}
+
 bool Service::Serve() {
   bool clean = false;
   signals_.async_wait([this, &clean](boost::system::error_code, int) {
     // A second signal ends the program at once.
     signals_.clear();
     certificateTimer_.cancel();
+    discoveryTimer_.cancel();
     clean = Stop();
     control_.stop();
   });
   WatchCertificate();
+  DescribeToDiscovery();
+  discovery_.StartAsStored();
+  WatchDiscovery();
   control_.run();
   return clean;
 }
 
 bool Service::Stop() {
+  discovery_.StopAll();
   ports_.CloseAll();
   modules_.AnnounceStop();
   server_.RefuseCommands();
@@ -242,10 +282,12 @@ int RunService(const Options& options) {
     modules.Finish();
     return 1;
   }
-  HostServices services(BinaryFiles(program, modules));
+  Discovery discovery(mdns_wrapper::mDNSService::getInstance(),
+                      mdns_wrapper::mDNSQueryService::getInstance());
+  HostServices services(BinaryFiles(program, modules), discovery);
   bool served = false;
   {
-    Service service(options, modules, connections, services);
+    Service service(options, modules, connections, services, discovery);
     if (service.IsListening()) {
       served = true;
       if (!service.Serve()) {

@@ -95,7 +95,9 @@ TEST(Replies, ArriveFromManyThreadsOnceEach) {
 }
 
 TEST(HostServices, AnswerInTwoCallsAndNeverBeyondTheBuffer) {
-  host::HostServices services({{"/proc/self/exe", "1.2"}, {"/no/such/file", "3"}});
+  host::Discovery discovery(mdns_wrapper::mDNSService::getInstance(),
+                            mdns_wrapper::mDNSQueryService::getInstance());
+  host::HostServices services({{"/proc/self/exe", "1.2"}, {"/no/such/file", "3"}}, discovery);
   unsigned int length = 0;
   ASSERT_EQ(services.Get(nullptr, nullptr, "getBinaryFileInfo", nullptr, &length), 0);
   std::string info(length, '\0');

@@ -1,0 +1,190 @@
+"""Discovery on a real link: other implementations find the service, and it finds theirs."""
+
+import json
+import queue
+import socket
+import struct
+import subprocess
+import threading
+import time
+import unittest
+
+import namespaces
+from namespaces import wait_for
+from service import Service, command
+
+TYPE = "_privet._tcp.local."
+GROUP = ("224.0.0.251", 5353)
+
+
+class Events:
+    """The lines of a peer's program as they come, with their time."""
+
+    def __init__(self, process):
+        self.lines = queue.Queue()
+        threading.Thread(target=self.read, args=(process.stdout,), daemon=True).start()
+
+    def read(self, stream):
+        for line in stream:
+            self.lines.put((time.monotonic(), json.loads(line)))
+
+    def next(self, event, name="", patience=40):
+        """The next event of a kind about a name: when it came, and what it tells."""
+        end = time.monotonic() + patience
+        while (left := end - time.monotonic()) > 0:
+            try:
+                when, (kind, about, info) = self.lines.get(timeout=left)
+            except queue.Empty:
+                break
+            if kind == event and about.startswith(name):
+                return when, info
+        raise AssertionError(f"no {event} of {name}")
+
+
+class Network(unittest.TestCase):
+    def setUp(self):
+        self.peer = namespaces.peer()
+        self.addCleanup(self.peer.__exit__)
+        self.service = Service("[QV]\nLogLevel=14\n")
+        self.addCleanup(lambda: self.service.__exit__(None))
+
+    def browse(self):
+        events = Events(self.peer.python("zeroconf_peer.py", "browse"))
+        events.next("ready")
+        return events
+
+    def tell(self, *words):
+        """A command with an empty reply."""
+        self.assertEqual(self.service.request("POST", "/qtp/", command(*words))[::2], (200, b""))
+
+    def advertise(self, on, alias="Desk", tags="red"):
+        self.tell("SetmDNSService", on, alias, tags, False, False, False, 1, True, "secret")
+
+    def guid(self):
+        return [line.split("=")[1] for line in self.service.ini.read_text().splitlines()
+                if line.startswith("ServiceGuid=")][0]
+
+    def services(self):
+        return json.loads(self.service.request("GET", "/services")[2])
+
+    def test_others_find_the_service_and_notice_that_it_goes(self):
+        this_host = namespaces.this_host()
+        self.addCleanup(this_host.__exit__)
+        this_host.start_avahi()  # holds the port, too
+        avahi = self.peer.start_avahi()
+        capture = self.peer.capture("other")
+        s = self.service.start()
+        events = self.browse()
+        begun = time.monotonic()
+        self.advertise(True)
+        when, info = events.next("add")
+        self.assertLess(when - begun, 2)  # a second, and one for a busy machine
+        guid = self.guid()
+        txt = {"id": guid, "ty": "Desk", "txtvers": "1.0", "url": "", "type": "\2", "os": "Linux",
+               "modules": "qtp", "acessmode": "\1"}
+        self.assertEqual(info.pop("txt") | {"tags": ""}, txt | {"tags": ""})
+        self.assertIn(namespaces.OWN, info["addresses"])
+        self.assertTrue(any(":" in address for address in info["addresses"]), info)
+        self.assertEqual((info["server"], info["port"]), (guid + ".local.", s.secure))
+
+        found = self.peer.output("avahi-browse", "-rpt", "_privet._tcp", env=avahi)
+        for family in ("IPv4", "IPv6"):
+            line = [x for x in found.splitlines() if x.startswith(f"=;other;{family};{guid};")]
+            self.assertEqual(len(line), 1, found)
+            self.assertIn(f";{guid}.local;", line[0])
+            self.assertIn(f";{s.secure};", line[0])
+            self.assertIn('"ty=Desk"', line[0])
+        address = self.peer.output("avahi-resolve", "-4", "-n", guid + ".local", env=avahi)
+        self.assertIn(namespaces.OWN, address)
+        by_name = json.loads(self.peer.python("zeroconf_peer.py", "info", guid).communicate()[0])
+        self.assertEqual(by_name["txt"], txt | {"tags": "red"})
+        self.assertEqual(by_name["port"], s.secure)
+
+        s.stop()
+        events.next("remove", guid)
+        s.start()
+        self.assertEqual(events.next("add", guid)[1]["port"], s.secure)
+        self.advertise(False)
+        events.next("remove", guid)
+
+        for family in ("ip.src==" + namespaces.OWN, "ipv6"):
+            for ttl in (60, 0):
+                wanted = f"{family} && dns.resp.name=={guid}.local && dns.resp.ttl=={ttl}"
+                wait_for(lambda: namespaces.packets(capture, wanted), "there is " + wanted)
+        self.assertEqual(namespaces.packets(capture, "_ws.malformed"), [])
+
+    def test_interfaces_come_and_go(self):
+        self.service.start()
+        self.advertise(True)
+        events = self.browse()
+        events.next("add")
+        namespaces.second_cable()
+        Events(self.peer.python("zeroconf_peer.py", "browse", "10.78.0.2")).next("add", patience=8)
+        namespaces.remove_second_cable()
+        info = json.loads(self.peer.python("zeroconf_peer.py", "info", self.guid()).communicate()[0])
+        self.assertIn(namespaces.OWN, info["addresses"])
+
+        # Without any link nothing gives up, and all is there again when one comes back.
+        namespaces.run("ip", "link", "set", "own", "down")
+        time.sleep(3)  # the service looks every second
+        namespaces.run("ip", "link", "set", "own", "up")
+        Events(self.peer.python("zeroconf_peer.py", "browse")).next("add", patience=15)
+
+    def test_an_answer_is_not_answered(self):
+        self.service.start()
+        self.advertise(True)
+        name = b"".join(bytes([len(x)]) + x.encode() for x in TYPE.split("."))
+        question = name + struct.pack(">HH", 12, 1)
+        capture = self.peer.capture("other")
+        script = (f"import socket; s = socket.socket(type=socket.SOCK_DGRAM); "
+                  f"s.bind(('{namespaces.OTHER}', 0)); "
+                  f"[s.sendto({struct.pack('>6H', 0, 0x8400, 1, 0, 0, 0) + question!r}, {GROUP}) "
+                  f"for _ in range(20)]; "
+                  f"s.sendto({struct.pack('>6H', 0, 0, 1, 0, 0, 0) + question!r}, {GROUP})")
+        self.peer.output("/usr/bin/python3", "-c", script)
+        answers = f"ip.src=={namespaces.OWN}"
+        wait_for(lambda: namespaces.packets(capture, answers), "the question is answered")
+        time.sleep(1)
+        self.assertLessEqual(len(namespaces.packets(capture, answers)), 5)
+
+    def test_it_lists_what_others_announce_until_they_are_gone(self):
+        avahi = self.peer.start_avahi()
+        publish = self.peer.start("avahi-publish", "-s", "Copier", "_privet._tcp", "8080",
+                                  "type=TwainDirect", "ty=Copier", "url=http://copier",
+                                  env=avahi, stderr=subprocess.DEVNULL)
+        scanner = self.peer.python("zeroconf_peer.py", "announce", "Scanner")
+        Events(scanner).next("ready")
+        s = self.service.start()
+        self.tell("SetmDNSQueryService", True, "", 0, 0, "", "")
+        begun = time.time()
+        s.stop()
+        s.start()
+
+        def both():
+            found = {item["name"]: item for item in self.services()["services"]}
+            return found if {"Scanner", "Copier"} <= found.keys() else None
+        found = wait_for(both, "both are listed", 60)
+        seen = found["Scanner"].pop("last_seen")
+        self.assertLess(begun - 1, time.mktime(time.strptime(seen, "%Y-%m-%dT%H:%M:%SZ")) -
+                        time.timezone)
+        self.assertEqual(found["Scanner"], {
+            "name": "Scanner", "kind": "twaindirect", "id": "id of Scanner", "os": "Linux",
+            "url": "https://scan.example/Scanner", "ipv4": namespaces.OTHER,
+            "ipv6": namespaces.OTHER6, "modules": "hvn,qtp", "password_protected": True,
+            "text_version": "1.0"})
+        # Avahi answers each record by itself, which makes each a service of its own.
+        copier = found["Copier"]
+        self.assertEqual((copier["kind"], copier["url"], copier["ipv4"]),
+                         ("twaindirect", "http://copier", ""))
+
+        scanner.stdin.close()
+        self.peer.end(scanner)
+        self.peer.end(publish)
+        wait_for(lambda: self.services()["services"] == [], "they are gone", 60)
+        self.tell("SetmDNSQueryService", False, "", 0, 0, "", "")
+        self.assertFalse(self.services()["browsing"])
+
+
+if __name__ == "__main__":
+    namespaces.enter()
+    unittest.main()
