@@ -73,7 +73,7 @@ class Running {
   std::unique_ptr<host::ModuleHandler> handler_;
   EchoHandler echo_{connections_};
   host::Door door_{[] { return host::OriginLists(); }};
-  host::Server server_{{{}, door_, connections_, [] { return nullptr; }, [] { return ""; }}};
+  host::Server server_{{{}, door_, connections_, [] { return nullptr; }, {}}};
   int echoPort_ = 0;
   int modulePort_ = 0;
 };

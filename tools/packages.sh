@@ -41,4 +41,4 @@ BUILD_PACKAGES=(cmake g++ libboost1.81-dev libidn2-dev libjsoncpp-dev libssl-dev
 # What its tests need beside that.
 TEST_PACKAGES=(avahi-daemon avahi-utils binutils chromium clang-format clang-tidy curl dbus iproute2
   libgtest-dev openssl python3 python3-websockets python3-zeroconf tshark)
-BENCH_PACKAGES=(libbenchmark-dev python3 python3-websockets)
+BENCH_PACKAGES=(avahi-daemon avahi-utils dbus iproute2 libbenchmark-dev python3 python3-websockets)

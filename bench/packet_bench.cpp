@@ -1,0 +1,95 @@
+// The packet layer: reading an answer of ten records, and writing an announcement. The counters
+// show allocations a packet: they follow the pairs of a text, which a result holds, and not the
+// labels of names, of which there are few or many.
+#include <benchmark/benchmark.h>
+
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include "discovery/mdns_reader.h"
+#include "discovery/service_records.h"
+
+namespace {
+
+std::atomic<std::uint64_t> allocations{0};
+
+void* Allocate(std::size_t size) {
+  allocations.fetch_add(1, std::memory_order_relaxed);
+  if (void* const memory = std::malloc(size)) return memory;
+  throw std::bad_alloc();
+}
+
+}  // namespace
+
+void* operator new(std::size_t size) { return Allocate(size); }
+void* operator new[](std::size_t size) { return Allocate(size); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
+
+using namespace mdns_wrapper;
+using Buffer = std::array<std::uint8_t, MDNS_PACKET_BYTES>;
+
+/// A name with so many labels more than "host.local.".
+std::string Name(std::int64_t labels) {
+  std::string name = "host.";
+  for (std::int64_t i = 0; i < labels; ++i) name += "ab.";
+  return name + "local.";
+}
+
+void CountAllocations(benchmark::State& state, std::uint64_t before) {
+  state.counters["allocations"] = benchmark::Counter(static_cast<double>(allocations - before),
+                                                     benchmark::Counter::kAvgIterations);
+  state.SetItemsProcessed(state.iterations());
+}
+
+void ReadAnswerOfTenRecords(benchmark::State& state) {
+  const std::string name = Name(state.range(0));
+  Buffer buffer;
+  std::vector<mdns_record_t> records = {{name, sockaddr_in{}}, {name, sockaddr_in6{}}};
+  while (records.size() < 8) records.push_back({name, mdns_ptr{name}});
+  records.push_back({name, mdns_srv{0, 0, 1, name}});
+  // The text becomes the tenth record.
+  const mdns_record_t answer{name, mdns_ptr{name}};
+  records.pop_back();
+  records.push_back({name, mdns_txt{"type", "twaindirect"}});
+  records.push_back({name, mdns_txt{"url", "https://scanner.local/"}});
+  const std::size_t size = MakeMulticastAnswer(buffer, answer, records, MDNS_MULTICAST_ANSWER);
+  const PacketBytes packet = PacketBytes(buffer).first(size);
+  const std::uint64_t before = allocations;
+  std::size_t walked = 0;
+  for (auto _ : state) {
+    walked = ParseReply(packet, 0, {},
+                        [](const mdns_query_result& result) { benchmark::DoNotOptimize(&result); });
+  }
+  if (walked != 10) state.SkipWithError("the packet has not ten records");
+  CountAllocations(state, before);
+}
+BENCHMARK(ReadAnswerOfTenRecords)->ArgName("labels")->Arg(1)->Arg(30);
+
+void WriteAnnouncement(benchmark::State& state) {
+  mdns_service_info info;
+  info.hostname = Name(state.range(0));
+  info.hostname.pop_back();
+  info.service = "_privet._tcp.local.";
+  info.ipv4 = info.ipv6 = "10.0.0.5";
+  info.id = info.ty = info.modules = info.os = info.tags = "a text";
+  const ServiceRecords records(info, nullptr);
+  Buffer buffer;
+  const std::uint64_t before = allocations;
+  for (auto _ : state) {
+    const std::size_t size =
+        MakeMulticastAnswer(buffer, records.pointer(), records.announced(), MDNS_ANNOUNCEMENT);
+    if (size == 0) state.SkipWithError("the announcement does not fit");
+    benchmark::DoNotOptimize(buffer);
+  }
+  CountAllocations(state, before);
+}
+BENCHMARK(WriteAnnouncement)->ArgName("labels")->Arg(1)->Arg(30);
+
+}  // namespace
