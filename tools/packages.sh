@@ -36,8 +36,8 @@ fail() {
 }
 
 # What the service is built with and what it uses.
-BUILD_PACKAGES=(cmake g++ libboost1.81-dev libidn2-dev libjsoncpp-dev libssl-dev ninja-build
-  pkg-config)
+BUILD_PACKAGES=(cmake g++ libboost1.81-dev libidn2-dev libjsoncpp-dev libminizip-dev
+  libssl-dev ninja-build pkg-config zlib1g-dev)
 # What its tests need beside that.
-TEST_PACKAGES=(binutils chromium clang-format clang-tidy curl libgtest-dev openssl python3 python3-websockets)
+TEST_PACKAGES=(binutils chromium clang-format clang-tidy curl libgtest-dev openssl python3 python3-websockets zip)
 BENCH_PACKAGES=(libbenchmark-dev python3 python3-websockets)
