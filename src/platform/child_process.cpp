@@ -42,16 +42,17 @@ int ChildProcess::Start(std::vector<std::string> words) {
   std::vector<char*> arguments(words.size() + 1);
   std::transform(words.begin(), words.end(), arguments.begin(),
                  [](std::string& word) { return word.data(); });
-  std::unique_lock lock(mutex_);
-  if (!Ended()) return EBUSY;
-  const OwnGroup group;
-  const int error = ::posix_spawnp(&child_, arguments[0], nullptr, group.get(), arguments.data(),
-                                   /*envp=*/nullptr);
-  if (error != 0) {
-    child_ = 0;
-    return error;
+  const std::lock_guard oneAtATime(startMutex_);
+  {
+    const std::lock_guard lock(mutex_);
+    if (!Ended()) return EBUSY;
+    const OwnGroup group;
+    pid_t started = 0;
+    const int error = ::posix_spawnp(&started, arguments[0], nullptr, group.get(), arguments.data(),
+                                     /*envp=*/nullptr);
+    if (error != 0) return error;
+    child_ = started;
   }
-  lock.unlock();
   try {
     watcher_ = std::jthread([this](const std::stop_token& stop) { Watch(stop); });
   } catch (const std::system_error&) {

@@ -31,7 +31,8 @@ class ChildProcess {
   bool Ended();
   void Watch(const std::stop_token& stop);
 
-  std::mutex mutex_;
+  std::mutex startMutex_;  // one Start at a time, so that watcher_ is one thread's to change
+  std::mutex mutex_;       // guards child_
   std::condition_variable_any stopped_;
   pid_t child_ = 0;  // 0: none
   std::jthread watcher_;
