@@ -53,7 +53,8 @@ const char* ZipNames::Add(std::string_view name) {
 }
 
 const char* ZipNames::AddFolder(std::string_view path, bool isListed) {
-  const auto [at, isNew] = nodes_.try_emplace(LowerCase(path), std::string(path), true, isListed);
+  const auto [at, isNew] =
+      nodes_.try_emplace(LowerCase(path), Node{std::string(path), true, isListed});
   Node& node = at->second;
   if (isNew) return nullptr;
   if (!node.isFolder) return kBoth;
@@ -63,7 +64,8 @@ const char* ZipNames::AddFolder(std::string_view path, bool isListed) {
 }
 
 const char* ZipNames::AddFile(std::string_view path) {
-  const auto [at, isNew] = nodes_.try_emplace(LowerCase(path), std::string(path), false, true);
+  const auto [at, isNew] =
+      nodes_.try_emplace(LowerCase(path), Node{std::string(path), false, true});
   if (isNew) return nullptr;
   return at->second.isFolder ? kBoth : kTwice;
 }
