@@ -16,10 +16,11 @@ from service import BIN, MODULE, ServiceTest, wait_until
 
 MIB = 1024 * 1024
 MODULE_FILES, UPDATE, CERTIFICATES = 0, 1, 2
-SANITIZED = b"__asan_init" in (BIN / MODULE).read_bytes() or b"__tsan_" in (BIN / MODULE).read_bytes()
+SANITIZED = any(mark in (BIN / MODULE).read_bytes() for mark in (b"__asan_init", b"__tsan_"))
 
 UPDATER = """#!/bin/sh
-{ echo "$0"; echo "$#"; echo "$1"; tr '\\0' ' ' </proc/$$/environ; echo; ls -l /proc/$$/fd; } >"$1"made
+{ echo "$0"; echo "$#"; echo "$1"; tr '\\0' ' ' </proc/$$/environ; echo; ls -l /proc/$$/fd
+  cut -d ' ' -f 1,5 /proc/$$/stat; } >"$1"made
 mv "$1"made "$1"started
 while [ -e "$1"hold ]; do sleep 0.02; done
 """
@@ -27,7 +28,8 @@ while [ -e "$1"hold ]; do sleep 0.02; done
 
 def package(version, updater="QVUpdate", content=UPDATER):
     """An upload of kind 1: an archive that holds the service's package."""
-    inner = zips.archive((updater, content.encode()), ("bin/new", b"new"), compression=zips.DEFLATED)
+    inner = zips.archive((updater, content.encode()), ("bin/new", b"new"),
+                         compression=zips.DEFLATED)
     return inner, zips.archive((f"Service_{version}.zip", inner))
 
 
@@ -90,7 +92,7 @@ class Uploads(ServiceTest):
                     ("zip -fd", zips.info_zip(made, "-fd")),
                     ("zip -fz", zips.info_zip(made, "-fz")),
                     ("zip to a pipe", zips.info_zip(made, pipe=True))):
-                for kind, folder in ((MODULE_FILES, self.service.folder), (CERTIFICATES, self.cert)):
+                for kind, folder in (MODULE_FILES, self.service.folder), (CERTIFICATES, self.cert):
                     with self.subTest(what, kind=kind):
                         (folder / "top.txt").write_bytes(b"old and longer")
                         self.assertEqual(self.upload(kind, data), (True, 0, ""))
@@ -138,14 +140,15 @@ class Uploads(ServiceTest):
         self.assertEqual((program, count, argument), (str(updater), "1", work))
         self.assertEqual(environment, "")
         self.assertNotRegex(files, "socket:|eventpoll")
+        self.assertRegex(files, r"\n(\d+) \1\n$", "its process group is its own")
         self.assertEqual((self.cache / "MarviqueService/bin/new").read_bytes(), b"new")
         self.assertEqual([path.name for path in self.cache.iterdir()], ["MarviqueService"])
 
         updating = (False, -2373, "Marvique Service is updating, please wait.")
         self.service.path("Service_15.zip").write_bytes(inner)
         self.assertEqual(self.upload(UPDATE, outer, 14), updating, "the updater still runs")
-        self.assertEqual(self.post("/CheckUpdateFile?qvver=15&", '{"method":"CheckUpdateFile","parameter":[]}'),
-                         updating)
+        text = '{"method":"CheckUpdateFile","parameter":[]}'
+        self.assertEqual(self.post("/CheckUpdateFile?qvver=15&", text), updating)
         self.service.path("hold").unlink()
         wait_until(lambda: not self.children(), "no zombie is left")
 
@@ -162,7 +165,8 @@ class Uploads(ServiceTest):
 
     def test_updates_that_cannot_begin(self):
         _, outer = package(14, "NoUpdater")
-        self.assertEqual(self.upload(UPDATE, outer, 14), (False, -2407, "Create update progress failed."))
+        self.assertEqual(self.upload(UPDATE, outer, 14),
+                         (False, -2407, "Create update progress failed."))
         self.assertIn("\nIfUpdate=0\n", self.service.ini.read_text())
         _, outer = package(14, content="no program")
         self.assertEqual(self.upload(UPDATE, outer, 14)[1], -2407)
@@ -173,7 +177,8 @@ class Uploads(ServiceTest):
         self.assertEqual(self.service.ask("CheckUpdateFile", "15")["exception"], -2405)
         before = self.tree()
         self.assertNotIn("Service_15.zip", before)
-        for version in ("../x", "a/b", "..", "a\\b", "a\nb", "a\0b", "a\x7f", "1" * 244, "1" * 5000):
+        for version in ("../x", "a/b", "..", "a\\b", "a\nb", "a\0b", "a\x7f", "1" * 244,
+                        "1" * 5000):
             with self.subTest(version[:20]):
                 for method, parameters in (("CheckUpdateFile", [version]),
                                            ("LoadZipFromBytes", [UPDATE, version])):
@@ -214,7 +219,8 @@ class Uploads(ServiceTest):
         self.assertFalse(list(self.cert.glob(".*")))
         before = self.tree(self.cert)
         self.mount(self.cache, "1m")
-        for data in (zips.archive(("server.pem", bytes(4 * MIB)), compression=zips.DEFLATED), large):
+        unpacks_to_4_mib = zips.archive(("a", bytes(4 * MIB)), compression=zips.DEFLATED)
+        for data in (unpacks_to_4_mib, large):
             value, code, text = self.upload(CERTIFICATES, data)
             self.assertEqual((value, code), (False, -2405), text)
             self.assertRegex(text, "cannot be written 28$|Cannot find the specified file")
@@ -227,7 +233,8 @@ class Uploads(ServiceTest):
         content = random + random[::-1] + random
         inner = zips.archive(("QVUpdate", UPDATER.encode()), ("content", content))
         status = pathlib.Path(f"/proc/{self.service.process.pid}/status")
-        self.assertEqual(self.upload(UPDATE, zips.archive(("Service_9.zip", inner)), 9), (True, 0, ""))
+        outer = zips.archive(("Service_9.zip", inner))
+        self.assertEqual(self.upload(UPDATE, outer, 9), (True, 0, ""))
         peak = int(re.search(r"VmHWM:\s+(\d+) kB", status.read_text())[1]) // 1024
         print(f"peak of {peak} MiB for {len(inner) // MIB} MiB")
         self.assertLess(peak, 700)

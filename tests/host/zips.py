@@ -68,7 +68,7 @@ def hostile(outside, folder):
     yield "NUL in a name", archive(one, ("nul?name", b"x")).replace(b"nul?", b"nul\0"), "control"
     yield "folders that differ in case", archive(("Sub/a", b""), ("sub/b", b"")), "is there twice"
     yield "a folder with content", archive(one, ("sub/", b"x")), "folder and a file"
-    yield "a file that is a folder", archive(one, ("sub", b""), mode=stat.S_IFDIR), "folder and a file"
+    yield "a file of a folder's kind", archive(("sub", b""), mode=stat.S_IFDIR), "folder and a file"
     yield "a link", archive(one, ("to", b"/etc/passwd"), mode=stat.S_IFLNK), "is a link"
     (folder / "link").symlink_to(outside)
     yield "a link made by zip", info_zip(folder, "-y"), "is a link"
@@ -77,12 +77,16 @@ def hostile(outside, folder):
     yield "encrypted by zip", info_zip(folder, "-P", "word"), "is encrypted"
     yield "an unknown compression", patched(archive(one), 8, 10, b"\x5f\0"), "unknown way"
     yield "bzip2", archive(one, compression=zipfile.ZIP_BZIP2), "unknown way"
-    yield "3 GiB told", patched(zeros, 22, 24, struct.pack("<I", 3 << 30)), "more than 2147483648 bytes"
+    halves = archive(("first half", b""), ("second half", b""))
+    for size, data in ((3 << 30, zeros), (3 << 29, halves)):
+        yield "3 GiB told", patched(data, 22, 24, struct.pack("<I", size)), "more than 2147483648"
     yield "too little told", patched(zeros, 22, 24, struct.pack("<I", 9)), "wrong checksum"
     yield "too much told", patched(zeros, 22, 24, struct.pack("<I", 9 << 20)), "damaged"
     yield "a wrong checksum", archive(one).replace(b"first", b"worst"), "wrong checksum"
     yield "damaged bytes", zeros.replace(zeros[60:80], b"\xff" * 20), "damaged"
     yield "20,001 entries", archive(*((str(i), b"") for i in range(20_001))), "more than 20000"
+    yield "41,600 folders and files", archive(
+        *((f"{i}/{'d/' * 30}f", b"") for i in range(1300))), "one folder too many"
     short = archive(one, ("second", b"x"))
     at = short.rfind(b"PK\1\2")
     yield "a list without its end", short[:at + 20] + short[short.rfind(b"PK\5\6"):], "Cannot open"
