@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/descriptor.h"
 #include "platform/file.h"
 #include "platform/file_content.h"
 #include "util/cutil.h"

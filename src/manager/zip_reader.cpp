@@ -22,7 +22,6 @@ constexpr mode_t kFolderMode = 0777;
 constexpr mode_t kFileMode = 0666;
 constexpr mode_t kExecute = 0111;
 constexpr unsigned long kEncrypted = 0x2041;  // as a whole, strongly, or the list itself
-
 constexpr std::uint64_t kSizeElsewhere = 0xFFFFFFFF;
 
 std::uint64_t LittleEndian(std::string_view bytes) {
@@ -157,8 +156,9 @@ bool ZipReader::ReadEntry(Entry* entry) {
 
 bool ZipReader::ExtractAll(const std::string& folder) {
   for (const Entry& entry : entries_) {
-    if (!MakeFolders(folder, entry.name))
+    if (!MakeFolders(folder, entry.name)) {
       return FailAt(errno, entry.name, "cannot have its folder");
+    }
     if (!entry.isFolder() && !Extract(folder, entry)) return false;
   }
   return true;
