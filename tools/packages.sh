@@ -36,9 +36,9 @@ fail() {
 }
 
 # What the service is built with and what it uses.
-BUILD_PACKAGES=(cmake g++ libboost1.81-dev libidn2-dev libjsoncpp-dev libssl-dev ninja-build
-  pkg-config)
+BUILD_PACKAGES=(cmake g++ libboost1.81-dev libidn2-dev libjsoncpp-dev libminizip-dev
+  libssl-dev ninja-build pkg-config zlib1g-dev)
 # What its tests need beside that.
 TEST_PACKAGES=(avahi-daemon avahi-utils binutils chromium clang-format clang-tidy curl dbus iproute2
-  libgtest-dev openssl python3 python3-websockets python3-zeroconf tshark)
+  libgtest-dev openssl python3 python3-websockets python3-zeroconf tshark zip)
 BENCH_PACKAGES=(avahi-daemon avahi-utils dbus iproute2 libbenchmark-dev python3 python3-websockets)

@@ -34,6 +34,8 @@ ManagerClient::ManagerClient() { AddAllFunctionMap(); }
 
 void ManagerClient::AddAllFunctionMap() {
   functions_ = {
+      {"LoadZipFromBytes", &ManagerClient::LoadZipFromBytes},
+      {"CheckUpdateFile", &ManagerClient::CheckUpdateFile},
       {"GetServerInfo", &ManagerClient::GetServerInfo},
       {"SetServerInfo", &ManagerClient::SetServerInfo},
       {"ChangePort", &ManagerClient::ChangePort},

@@ -3,7 +3,8 @@
 // Commands run in parallel, each on its caller's thread, and may call back into the host, which may
 // call in again: no lock is held around a handler. The last error belongs to the thread that runs
 // the command. The two user maps share one mutex, which is never held across a callback, a log line
-// or a file.
+// or a file. The two update commands take turns: they share folders and change the process's
+// current one.
 #pragma once
 
 #include <map>
@@ -12,6 +13,7 @@
 #include <vector>
 
 #include "frame/http_param_request.h"
+#include "platform/child_process.h"
 
 class ManagerClient {
  public:
@@ -52,6 +54,25 @@ class ManagerClient {
   /// The hash of a user id that pages get to see: times 33 plus byte, in 32 bits.
   static int GetHashCode(const std::string& text);
 
+  /// Whether the settings say that a service update is in progress.
+  static bool CheckIfUpdate();
+  /// Whether the installed version is the given one or newer. A version without a leading number
+  /// reads as 0; an empty one is never installed.
+  static bool CheckIfAlreadyNewVersion(const std::string& version);
+  /// Unpacks a service package to where the updater finds it. False, with the last error set and
+  /// nothing left there, when it is none.
+  static bool CheckIfValid(const std::string& package);
+  /// Starts the updater and returns 0; otherwise an errno, with the last error set and the mark of
+  /// an update in progress taken back.
+  int StartUpdateProgress(const std::string& updater);
+  /// The same as a yes or no.
+  bool UpdateServieInner(const std::string& updater);
+  /// The package's files and signatures are not looked at on this system: the first two are always
+  /// true, the third is false.
+  static bool ValidFiles(const std::string& folder);
+  static bool ValidSigned(const std::string& folder);
+  static bool ValidFileName(const std::string& folder, const std::string& name);
+
  private:
   using Result = HttpParamRequest*;
   using Handler = Result (ManagerClient::*)(HttpParamRequest*);
@@ -88,6 +109,12 @@ class ManagerClient {
   Result GetmDNSService(HttpParamRequest* request);
   Result SetmDNSService(HttpParamRequest* request);
 
+  // Updates.
+  Result LoadZipFromBytes(HttpParamRequest* request);
+  Result CheckUpdateFile(HttpParamRequest* request);
+  bool IsUpdateRefused();
+  bool InstallService(const HttpParamResponse& body, const std::string& version);
+
   // The text by which a page may ask for a user's ports later.
   std::string RememberUser(const std::string& user);
   static std::string PortsText(const ModulePorts& modules);
@@ -96,4 +123,6 @@ class ManagerClient {
   std::mutex usersMutex_;
   std::map<std::string, SUserModuleInfo> users_;
   std::map<std::string, std::string> userByHash_;  // hash as decimal text to user id
+  std::mutex updateMutex_;                         // held for the whole of an update command
+  ChildProcess updater_;
 };

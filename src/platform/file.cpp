@@ -135,9 +135,10 @@ BOOL ReadFileByNameEx(const char* path, DWORD maxBytes, unsigned char** buffer, 
 }
 
 BOOL CopyFile(const char* source, const char* target, BOOL) {
-  std::string content;
-  if (ReadWholeFile(source, &content) != 0) return 1;
-  if (content.empty()) return 0;
+  Descriptor content;
+  off_t size = 0;
+  if (OpenWholeFile(source, &content, &size) != 0) return 1;
+  if (size == 0) return 0;
   const int error = WriteWholeFile(target, content, kCopiedFileMode, Flush::Later);
   if (error != 0) errno = error;
   return error == 0;

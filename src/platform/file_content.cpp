@@ -35,14 +35,22 @@ ssize_t Read(int descriptor, char* target, std::size_t room) {
   return count;
 }
 
-/// Appends a file's content from its position to its end, which a read of nothing tells, not a
-/// short one. Returns 0 or an errno.
-int ReadToEnd(int descriptor, std::string* content) {
+/// The size of an open regular file. Returns 0 or an errno.
+int SizeOf(int descriptor, off_t* size) {
   struct stat status {};
   if (::fstat(descriptor, &status) != 0) return errno;
   if (S_ISDIR(status.st_mode)) return EISDIR;
   if (!S_ISREG(status.st_mode)) return EINVAL;
-  const auto size = static_cast<std::size_t>(status.st_size);
+  *size = status.st_size;
+  return 0;
+}
+
+/// Appends a file's content from its position to its end, which a read of nothing tells, not a
+/// short one. Returns 0 or an errno.
+int ReadToEnd(int descriptor, std::string* content) {
+  off_t fileSize = 0;
+  if (const int error = SizeOf(descriptor, &fileSize)) return error;
+  const auto size = static_cast<std::size_t>(fileSize);
   try {
     content->reserve(size + kLeastRead);
     for (;;) {
@@ -68,6 +76,16 @@ int WriteAll(int descriptor, std::string_view content) {
     content.remove_prefix(static_cast<std::size_t>(count));
   }
   return 0;
+}
+
+int CopyRest(int source, int target) {
+  const auto buffer = std::make_unique<char[]>(kMostRead);
+  ssize_t count = 0;
+  while ((count = Read(source, buffer.get(), kMostRead)) > 0) {
+    const std::string_view part(buffer.get(), static_cast<std::size_t>(count));
+    if (const int error = WriteAll(target, part)) return error;
+  }
+  return count < 0 ? errno : 0;
 }
 
 /// The start of a name, cut where a UTF-8 character begins: some file systems refuse other names.
@@ -177,6 +195,29 @@ int CheckOld(const std::string& target, struct stat* old) {
   return ::faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) == 0 ? 0 : errno;
 }
 
+/// The one way in which a file is replaced; `write` fills a descriptor and returns 0 or an errno.
+template <class Write>
+int Replace(const char* path, mode_t modeIfNew, Flush flush, Write write) {
+  if (path == nullptr) return EINVAL;
+  const std::string target = FollowLinks(path);
+  struct stat old {};
+  const int found = CheckOld(target, &old);
+  if (found != 0 && found != ENOENT) return found;
+  const bool replaces = found == 0;
+
+  Replacement replacement(target);
+  if (const int error = replacement.Open(replaces ? S_IRUSR | S_IWUSR : modeIfNew)) return error;
+  const int file = replacement.descriptor();
+  if (const int error = write(file)) return error;
+  if (replaces) {
+    if (const int error = TakeOver(file, old)) return error;
+  }
+  if (flush == Flush::ToDisk) {
+    if (const int error = os::FlushToDisk(file)) return error;
+  }
+  return replacement.MoveToTarget();
+}
+
 }  // namespace
 
 std::string FollowLinks(const char* path) {
@@ -215,23 +256,19 @@ FileView::FileView(const char* path) {
   if (::lseek(file.get(), 0, SEEK_SET) == 0 && ReadToEnd(file.get(), &large_) == 0) text_ = large_;
 }
 
-int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew, Flush flush) {
+int OpenWholeFile(const char* path, Descriptor* file, off_t* size) {
   if (path == nullptr) return EINVAL;
-  const std::string target = FollowLinks(path);
-  struct stat old {};
-  const int found = CheckOld(target, &old);
-  if (found != 0 && found != ENOENT) return found;
-  const bool replaces = found == 0;
+  Descriptor opened = OpenForReading(path);
+  if (!opened) return errno;
+  if (const int error = SizeOf(opened.get(), size)) return error;
+  *file = std::move(opened);
+  return 0;
+}
 
-  Replacement replacement(target);
-  if (const int error = replacement.Open(replaces ? S_IRUSR | S_IWUSR : modeIfNew)) return error;
-  const int file = replacement.descriptor();
-  if (const int error = WriteAll(file, content)) return error;
-  if (replaces) {
-    if (const int error = TakeOver(file, old)) return error;
-  }
-  if (flush == Flush::ToDisk) {
-    if (const int error = os::FlushToDisk(file)) return error;
-  }
-  return replacement.MoveToTarget();
+int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew, Flush flush) {
+  return Replace(path, modeIfNew, flush, [&](int file) { return WriteAll(file, content); });
+}
+
+int WriteWholeFile(const char* path, const Descriptor& content, mode_t modeIfNew, Flush flush) {
+  return Replace(path, modeIfNew, flush, [&](int file) { return CopyRest(content.get(), file); });
 }

@@ -7,6 +7,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/descriptor.h"
+
 /// Reads a file of any size into `content`. Returns 0, or an errno with `content` untouched; a
 /// folder is EISDIR, a pipe or a device EINVAL.
 int ReadWholeFile(const char* path, std::string* content);
@@ -45,3 +47,11 @@ enum class Flush { ToDisk, Later };
 /// second, because of something that it cannot lock or remove, uses a random one beside it.
 int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew,
                    Flush flush = Flush::ToDisk);
+
+/// The same with a file's content from its position on, piece by piece: memory does not grow with
+/// the file.
+int WriteWholeFile(const char* path, const Descriptor& content, mode_t modeIfNew, Flush flush);
+
+/// Opens a file for reading and tells its size. Returns 0, or an errno with both untouched; a
+/// folder is EISDIR, a pipe or a device EINVAL.
+int OpenWholeFile(const char* path, Descriptor* file, off_t* size);

@@ -15,6 +15,7 @@ import threading
 import unittest
 
 import service
+import zips
 
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "commands.md"
 EXAMPLE = re.compile(r"^```console\n\$ (curl [^\n]*)\n(.*?)```$", re.M | re.S)
@@ -43,12 +44,13 @@ class Documents(service.ServiceTest):
         """The output of an example, in the document's terms."""
         ports = {"18625": str(self.service.plain), "18626": str(self.service.secure)}
         example = re.sub("18625|18626", lambda found: ports[found[0]], example)
-        self.service.path("package.zip").write_bytes(b"PK\5\6" + bytes(18))
+        for name, entry in (("package.zip", "mine.pem"), ("hostile.zip", "../mine.pem")):
+            self.service.path(name).write_bytes(zips.archive((entry, b"certificate")))
         done = subprocess.run(
             ["/bin/sh", "-c", example.replace("curl ", "curl -sS ", 1)], cwd=self.service.folder,
             capture_output=True, text=True, timeout=service.PATIENCE)
         self.assertEqual(done.returncode, 0, done.stderr)
-        output = done.stdout
+        output = done.stdout.replace(str(self.service.folder), "/opt/marvique")
         for documented, actual in ports.items():
             output = re.sub(rf"\b{actual}\b", documented, output)
         return normal(output if output.endswith("\n") else output + "\n")

@@ -1,0 +1,255 @@
+// The commands that bring files to this machine: module files, certificates, and a new service,
+// which a program of its own puts in the place of the running one.
+#include <algorithm>
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include "environment/configuration.h"
+#include "environment/logging.h"
+#include "environment/module_identity.h"
+#include "environment/paths.h"
+#include "manager/compress.h"
+#include "manager/install_files.h"
+#include "manager/manager_client.h"
+#include "manager/messages.h"
+#include "platform/file.h"
+#include "platform/system_time.h"
+#include "platform/text.h"
+#include "util/cutil.h"
+
+namespace {
+
+enum ZipKind : int { ZIP_MODULE_FILES = 0, ZIP_SERVICE = 1, ZIP_CERTIFICATES = 2 };
+
+constexpr std::size_t kPathBytes = 1024;
+
+std::string Formatted(const char* format, ...) __attribute__((format(printf, 1, 2)));
+std::string Formatted(const char* format, ...) {
+  char text[kPathBytes];
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
+  return text;
+}
+
+std::string ModuleFolder() {
+  char folder[kPathBytes];
+  CUtil::GetDllPath(folder);
+  return folder;
+}
+
+std::string PackageIn(const std::string& folder, const std::string& version) {
+  return Formatted("%sService_%s.zip", folder.c_str(), version.c_str());
+}
+
+std::string StagingFolder(const std::string& version) {
+  return Formatted("%sUpdate_%s%s", GetCachePath().c_str(), version.c_str(), "/");
+}
+
+/// Where a service package is unpacked, and the updater in it is started.
+std::string ServiceFolder() {
+  return Formatted("%s%s%s", GetCachePath().c_str(), "MarviqueService", "/");
+}
+
+/// Deletes a folder with its content and makes it anew.
+void MakeEmptyFolder(const std::string& folder) {
+  CUtil::DeleteDirectory(folder.c_str(), true);
+  if (CUtil::CreateDirectory(folder.c_str(), true) == 0) {
+    LogErr("Failed to create dir %s, %d", folder.c_str(), GetLastError());
+  }
+}
+
+/// An empty folder that is deleted with its content at the end of a scope.
+class ScratchFolder {
+ public:
+  explicit ScratchFolder(std::string path) : path_(std::move(path)) { MakeEmptyFolder(path_); }
+  ~ScratchFolder() { CUtil::DeleteDirectory(path_.c_str(), true); }
+  ScratchFolder(const ScratchFolder&) = delete;
+  ScratchFolder& operator=(const ScratchFolder&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  const std::string path_;
+};
+
+/// A file's name that nothing has at the begin of a scope, nor at its end.
+class ScratchFile {
+ public:
+  explicit ScratchFile(std::string path) : path_(std::move(path)) { DeleteFile(path_.c_str()); }
+  ~ScratchFile() { DeleteFile(path_.c_str()); }
+  ScratchFile(const ScratchFile&) = delete;
+  ScratchFile& operator=(const ScratchFile&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  const std::string path_;
+};
+
+void Report(int code, const std::string& message) {
+  LogErr("%s", message.c_str());
+  ManagerClient::SetErrorInfo(code, message.c_str());
+}
+
+void Report(int code, const char* what, const char* why, int error) {
+  Report(code, Formatted("%s %s %d", what, why, error));
+}
+
+bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
+
+/// A version becomes part of the names of folders that are deleted.
+bool IsVersionRefused(const std::string& version) {
+  constexpr std::size_t kLongestName = 255;
+  const bool isPlain = version.find_first_of("/\\") == version.npos &&
+                       version.find("..") == version.npos &&
+                       std::none_of(version.begin(), version.end(), IsControl);
+  const std::string file = "Service_" + version + ".zip";
+  if (isPlain && file.size() <= kLongestName &&
+      GetCachePath().size() + sizeof "Update_/" + version.size() + file.size() < kPathBytes) {
+    return false;
+  }
+  Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, "Invalid version", EINVAL);
+  return true;
+}
+
+/// The text as a shell reads it between double quotes.
+std::string ShellQuoted(const std::string& text) {
+  std::string quoted;
+  for (const char c : text) {
+    if (c == '"' || c == '\\' || c == '$' || c == '`') quoted += '\\';
+    quoted += c;
+  }
+  return quoted;
+}
+
+/// Brings the files of an archive that a request carries to their place, by way of the cache.
+bool InstallZip(const HttpParamResponse& body, const std::string& destination) {
+  const std::string cache = GetCachePath();
+  const ScratchFile archive(
+      Formatted("%smodule_%d.zip", cache.c_str(), static_cast<int>(GetTickCount())));
+  const ScratchFolder unpacked(
+      Formatted("%sUnzip_%d%s", cache.c_str(), static_cast<int>(GetTickCount()), "/"));
+  const int saved = CUtil::SaveDataToFileInner(archive.path().c_str(), body.GetData(),
+                                               static_cast<unsigned int>(body.GetDataLen()), 0);
+  if (saved != 0) {
+    LogErr("Failed to SaveFile file %s, %d, %d", archive.path().c_str(), saved, GetLastError());
+  }
+  Compress compress;
+  if (!compress.Unzip(archive.path().c_str(), unpacked.path().c_str())) {
+    Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, compress.GetErrorDescription(), GetLastError());
+    return false;
+  }
+  if (!InstallFiles(unpacked.path(), destination)) {
+    Report(QTP_COPY_FAILED, QTP_CopyFailedStr, compress.GetErrorDescription(), GetLastError());
+    return false;
+  }
+  return true;
+}
+
+std::size_t CountDigits(int number) {
+  const std::string text = std::to_string(number);
+  return text.size() - (number < 0 ? 1 : 0);
+}
+
+}  // namespace
+
+bool ManagerClient::CheckIfUpdate() {
+  return GetConfigurationfromInitFile("IfUpdate", "0", DEFAULT_SECTION) == "1";
+}
+
+bool ManagerClient::CheckIfAlreadyNewVersion(const std::string& version) {
+  if (version.empty()) return false;
+  std::string stored = GetConfigurationfromInitFile("QVVersion", "0", DEFAULT_SECTION);
+  std::erase(stored, ' ');
+  const int given = TextToInt(version.c_str());
+  const int firstField = TextToInt(stored.c_str());
+  // 13,0,0,404 is asked about by its first field alone, or by all of its digits.
+  const bool hasFields = stored.find(',') != stored.npos;
+  if (hasFields && CountDigits(given) <= CountDigits(firstField)) return firstField >= given;
+  std::erase(stored, ',');
+  return TextToInt(stored.c_str()) >= given;
+}
+
+bool ManagerClient::CheckIfValid(const std::string& package) {
+  const std::string folder = ServiceFolder();
+  MakeEmptyFolder(folder);
+  Compress compress;
+  if (compress.Unzip(package.c_str(), folder.c_str())) return true;
+  Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, compress.GetErrorDescription(), GetLastError());
+  CUtil::DeleteDirectory(folder.c_str(), true);
+  return false;
+}
+
+int ManagerClient::StartUpdateProgress(const std::string& updater) {
+  LogDebug("Create update process begin: %s", updater.c_str());
+  const std::string makeExecutable = "chmod 777 \"" + ShellQuoted(updater) + "\"";
+  [[maybe_unused]] const int ignored = std::system(makeExecutable.c_str());
+  const int error = updater_.Start({updater, GetWorkPath()});
+  if (error == 0) {
+    LogInfo("Create Update process succeed.");
+    return 0;
+  }
+  LogErr("Create update process failed %d", error);
+  SetConfigurationToInitFile("IfUpdate", "0", DEFAULT_SECTION);
+  Report(QTP_CREATE_PROGRESS_FAILED, QTP_CreateProgressFailedStr);
+  return error;
+}
+
+bool ManagerClient::UpdateServieInner(const std::string& updater) {
+  return StartUpdateProgress(updater) == 0;
+}
+
+bool ManagerClient::ValidFiles(const std::string&) { return true; }
+bool ManagerClient::ValidSigned(const std::string&) { return true; }
+bool ManagerClient::ValidFileName(const std::string&, const std::string&) { return false; }
+
+/// Also while the updater that was started last runs and has not said so yet: it works with the
+/// folder that another update would empty.
+bool ManagerClient::IsUpdateRefused() {
+  if (!CheckIfUpdate() && !updater_.Running()) return false;
+  Report(QTP_UPDATING, Formatted("%s %s", SERVICE_NAME, QTP_UpdattingStr));
+  return true;
+}
+
+bool ManagerClient::InstallService(const HttpParamResponse& body, const std::string& version) {
+  const ScratchFolder staging(StagingFolder(version));
+  return InstallZip(body, staging.path()) && CheckIfValid(PackageIn(staging.path(), version)) &&
+         UpdateServieInner(ServiceFolder() + "QVUpdate");
+}
+
+ManagerClient::Result ManagerClient::LoadZipFromBytes(HttpParamRequest* request) {
+  const ParamStack& stack = request->GetParamStack();
+  int kind = ZIP_MODULE_FILES;
+  std::string version;
+  if (request->GetParameterCount() < 2 || !JsonCommand::ConvertInt(stack[0].get(), &kind) ||
+      !JsonCommand::GetUTF8String(stack[1].get(), &version)) {
+    kind = ZIP_MODULE_FILES;
+    version.clear();
+  }
+  const HttpParamResponse& body = *request->GetHttpParamResponse();
+  if (kind == ZIP_SERVICE && IsVersionRefused(version)) return BoolResult(request, false);
+  const std::lock_guard oneAtATime(updateMutex_);
+  if (kind != ZIP_SERVICE) {
+    const bool certificates = kind == ZIP_CERTIFICATES;
+    return BoolResult(request, InstallZip(body, certificates ? GetCertPath() : ModuleFolder()));
+  }
+  if (IsUpdateRefused()) return BoolResult(request, false);
+  return BoolResult(request, CheckIfAlreadyNewVersion(version) || InstallService(body, version));
+}
+
+ManagerClient::Result ManagerClient::CheckUpdateFile(HttpParamRequest* request) {
+  std::string version;
+  if (request->GetParameterCount() > 0) {
+    JsonCommand::GetUTF8String(request->GetParamStack()[0].get(), &version);
+  }
+  if (IsVersionRefused(version)) return BoolResult(request, false);
+  const std::lock_guard oneAtATime(updateMutex_);
+  if (IsUpdateRefused()) return BoolResult(request, false);
+  if (CheckIfAlreadyNewVersion(version)) return BoolResult(request, true);
+  const std::string package = PackageIn(ModuleFolder(), version);
+  const bool isValid = CheckIfValid(package);
+  DeleteFile(package.c_str());
+  return BoolResult(request, isValid && UpdateServieInner(ServiceFolder() + "QVUpdate.exe"));
+}

@@ -1,0 +1,84 @@
+#include "platform/child_process.h"
+
+#include <spawn.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <system_error>
+
+namespace {
+
+constexpr std::chrono::milliseconds kLookEvery{200};
+
+/// A process group of its own, no blocked signal, and SIGPIPE not ignored as it is in the service.
+class OwnGroup {
+ public:
+  OwnGroup() {
+    ::posix_spawnattr_init(&attributes_);
+    sigset_t signals;
+    sigemptyset(&signals);
+    ::posix_spawnattr_setsigmask(&attributes_, &signals);
+    sigaddset(&signals, SIGPIPE);
+    ::posix_spawnattr_setsigdefault(&attributes_, &signals);
+    ::posix_spawnattr_setpgroup(&attributes_, 0);
+    ::posix_spawnattr_setflags(
+        &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+  }
+  ~OwnGroup() { ::posix_spawnattr_destroy(&attributes_); }
+  OwnGroup(const OwnGroup&) = delete;
+  OwnGroup& operator=(const OwnGroup&) = delete;
+  const posix_spawnattr_t* get() const { return &attributes_; }
+
+ private:
+  posix_spawnattr_t attributes_;
+};
+
+}  // namespace
+
+int ChildProcess::Start(std::vector<std::string> words) {
+  std::vector<char*> arguments(words.size() + 1);
+  std::transform(words.begin(), words.end(), arguments.begin(),
+                 [](std::string& word) { return word.data(); });
+  const std::lock_guard oneAtATime(startMutex_);
+  {
+    const std::lock_guard lock(mutex_);
+    if (!Ended()) return EBUSY;
+    const OwnGroup group;
+    pid_t started = 0;
+    const int error = ::posix_spawnp(&started, arguments[0], nullptr, group.get(), arguments.data(),
+                                     /*envp=*/nullptr);
+    if (error != 0) return error;
+    child_ = started;
+  }
+  try {
+    watcher_ = std::jthread([this](const std::stop_token& stop) { Watch(stop); });
+  } catch (const std::system_error&) {
+    // Without a thread it is Running, or the next Start, that finds it ended.
+  }
+  return 0;
+}
+
+bool ChildProcess::Running() {
+  const std::lock_guard lock(mutex_);
+  return !Ended();
+}
+
+/// Called under the lock: whoever is first to see that the program has ended takes its exit code.
+bool ChildProcess::Ended() {
+  if (child_ == 0) return true;
+  pid_t found = 0;
+  while ((found = ::waitpid(child_, nullptr, WNOHANG)) < 0 && errno == EINTR) {
+  }
+  if (found != 0) child_ = 0;
+  return child_ == 0;
+}
+
+void ChildProcess::Watch(const std::stop_token& stop) {
+  std::unique_lock lock(mutex_);
+  while (!Ended() && !stop.stop_requested()) {
+    stopped_.wait_for(lock, stop, kLookEvery, [] { return false; });
+  }
+}

@@ -1,0 +1,245 @@
+"""Uploads and updates by POST to the running service: files that arrive, archives that do not, and
+the updater that is started."""
+
+import concurrent.futures
+import json
+import os
+import pathlib
+import re
+import subprocess
+import tempfile
+import time
+import unittest
+
+import zips
+from service import BIN, MODULE, ServiceTest, wait_until
+
+MIB = 1024 * 1024
+MODULE_FILES, UPDATE, CERTIFICATES = 0, 1, 2
+SANITIZED = any(mark in (BIN / MODULE).read_bytes() for mark in (b"__asan_init", b"__tsan_"))
+
+UPDATER = """#!/bin/sh
+{ echo "$0"; echo "$#"; echo "$1"; tr '\\0' ' ' </proc/$$/environ; echo; ls -l /proc/$$/fd
+  cut -d ' ' -f 1,5 /proc/$$/stat; } >"$1"made
+mv "$1"made "$1"started
+while [ -e "$1"hold ]; do sleep 0.02; done
+"""
+
+
+def package(version, updater="QVUpdate", content=UPDATER):
+    """An upload of kind 1: an archive that holds the service's package."""
+    inner = zips.archive((updater, content.encode()), ("bin/new", b"new"),
+                         compression=zips.DEFLATED)
+    return inner, zips.archive((f"Service_{version}.zip", inner))
+
+
+class Uploads(ServiceTest):
+    def setUp(self):
+        super().setUp()
+        self.cache = self.service.path("cache")
+        self.cert = self.service.path("cert")
+
+    def post(self, path, body):
+        """The reply to an upload: value, code, description."""
+        status, _, text = self.service.request("POST", path, body)
+        self.assertEqual(status, 200, text)
+        reply = json.loads(text)
+        return reply["result"][-1], reply.get("exception", 0), reply.get("description", "")
+
+    def upload(self, kind, body, version=""):
+        return self.post(f"/LoadZipFromBytes?type={kind}&qvver={version}&", body)
+
+    def set(self, key, value):
+        lines = [line for line in self.service.ini.read_text().splitlines()
+                 if not line.startswith(key + "=")]
+        at = lines.index("[QV]") + 1
+        self.service.ini.write_text("\n".join(lines[:at] + [f"{key}={value}"] + lines[at:]) + "\n")
+
+    def tree(self, folder=None):
+        """All paths below the service's folder, but for its log and what an editor leaves."""
+        folder = folder or self.service.folder
+        return sorted(str(path.relative_to(folder)) for path in folder.rglob("*")
+                      if "log" not in path.parts)
+
+    def children(self):
+        tasks = pathlib.Path(f"/proc/{self.service.process.pid}/task").iterdir()
+        return [child for task in tasks for child in (task / "children").read_text().split()]
+
+    def mount(self, folder, size):
+        """A small disk in a folder, for the time of a test."""
+        folder.mkdir(exist_ok=True)
+        if subprocess.run(["mount", "-t", "tmpfs", "-o", f"size={size}", "none", folder],
+                          capture_output=True).returncode != 0:
+            self.skipTest("no right to mount a small disk")
+        self.addCleanup(subprocess.run, ["umount", "-l", folder], check=True)
+
+    def test_archives_of_all_tools_arrive_with_their_folders(self):
+        with tempfile.TemporaryDirectory() as place:
+            made = pathlib.Path(place) / "made"
+            files = {"top.txt": b"top", "sub/deep/Grüße 日本.txt": b"text " * 10_000,
+                     "sub/random": os.urandom(700_000), "sub/empty": b"", "run.sh": b"#!/bin/sh\n"}
+            for name, content in files.items():
+                (made / name).parent.mkdir(parents=True, exist_ok=True)
+                (made / name).write_bytes(content)
+            entries = list(files.items())
+            for what, data in (
+                    ("stored", zips.archive(*entries)),
+                    ("deflated, folders listed", zips.archive(
+                        ("sub/", b""), ("sub/deep/", b""), *entries, compression=zips.DEFLATED)),
+                    ("zip64", zips.archive(*entries, zip64=True)),
+                    ("zip", zips.info_zip(made)),
+                    ("zip -0", zips.info_zip(made, "-0")),
+                    ("zip -fd", zips.info_zip(made, "-fd")),
+                    ("zip -fz", zips.info_zip(made, "-fz")),
+                    ("zip to a pipe", zips.info_zip(made, pipe=True))):
+                for kind, folder in (MODULE_FILES, self.service.folder), (CERTIFICATES, self.cert):
+                    with self.subTest(what, kind=kind):
+                        (folder / "top.txt").write_bytes(b"old and longer")
+                        self.assertEqual(self.upload(kind, data), (True, 0, ""))
+                        for name, content in files.items():
+                            self.assertEqual((folder / name).read_bytes(), content)
+                            (folder / name).unlink()
+        self.assertEqual(self.tree(self.cache), [])
+        self.assertNotIn("IfUpdate", self.service.ini.read_text())
+
+    def test_hostile_archives_write_nothing_and_tell_why(self):
+        with tempfile.TemporaryDirectory() as place:
+            outside, folder = pathlib.Path(place) / "outside", pathlib.Path(place) / "folder"
+            outside.mkdir()
+            folder.mkdir()
+            before = self.tree()
+            for what, data, reason in zips.hostile(outside, folder):
+                with self.subTest(what):
+                    started = time.monotonic()
+                    value, code, text = self.upload(CERTIFICATES, data)
+                    self.assertEqual((value, code), (False, -2405), text)
+                    self.assertRegex(text, rf"^Failed to unzip file .*{reason}.* \d+$")
+                    self.assertNotRegex(text, r"[\x00-\x1f]")
+                    self.assertEqual(self.tree(), before)
+                    self.assertEqual(self.tree(outside), [])
+                    self.assertLess(time.monotonic() - started, 20)
+            # The same door stands before the inner archive of an update.
+            inner = zips.archive(("../leaked", b""))
+            value, code, text = self.upload(UPDATE, zips.archive(("Service_9.zip", inner)), 9)
+            self.assertEqual((value, code), (False, -2405))
+            self.assertIn("leads out", text)
+            self.assertEqual(self.tree(), before)
+
+    def test_an_update_starts_the_updater_and_leaves_it_alone(self):
+        inner, outer = package(14)
+        self.set("QVVersion", "13,0,0,404")
+        work = f"{self.service.folder}/"
+        updater = self.cache / "MarviqueService" / "QVUpdate"
+        self.assertEqual(self.upload(UPDATE, outer, 13), (True, 0, ""))
+        self.assertFalse(self.cache.joinpath("MarviqueService").exists(), "13 is installed")
+        self.service.path("hold").touch()
+        self.assertEqual(self.upload(UPDATE, outer, 14), (True, 0, ""))
+        started = self.service.path("started")
+        wait_until(started.exists, "the updater runs")
+        program, count, argument, environment, files = started.read_text().split("\n", 4)
+        self.assertEqual((program, count, argument), (str(updater), "1", work))
+        self.assertEqual(environment, "")
+        self.assertNotRegex(files, "socket:|eventpoll")
+        self.assertRegex(files, r"\n(\d+) \1\n$", "its process group is its own")
+        self.assertEqual((self.cache / "MarviqueService/bin/new").read_bytes(), b"new")
+        self.assertEqual([path.name for path in self.cache.iterdir()], ["MarviqueService"])
+
+        updating = (False, -2373, "Marvique Service is updating, please wait.")
+        self.service.path("Service_15.zip").write_bytes(inner)
+        self.assertEqual(self.upload(UPDATE, outer, 14), updating, "the updater still runs")
+        text = '{"method":"CheckUpdateFile","parameter":[]}'
+        self.assertEqual(self.post("/CheckUpdateFile?qvver=15&", text), updating)
+        self.service.path("hold").unlink()
+        wait_until(lambda: not self.children(), "no zombie is left")
+
+        self.set("IfUpdate", "1")
+        self.assertEqual(self.upload(UPDATE, outer, 14), updating)
+        self.assertEqual(self.upload(CERTIFICATES, zips.archive(("a", b"a"))), (True, 0, ""))
+        self.set("IfUpdate", "0")
+        self.service.path("Service_15.zip").write_bytes(package(15, "QVUpdate.exe")[0])
+        started.unlink()
+        self.assertEqual(self.service.ask("CheckUpdateFile", "15")["result"], ["15", True])
+        wait_until(started.exists, "the updater runs")
+        self.assertEqual(started.read_text().split("\n", 1)[0], f"{updater}.exe")
+        self.assertFalse(self.service.path("Service_15.zip").exists())
+
+    def test_updates_that_cannot_begin(self):
+        _, outer = package(14, "NoUpdater")
+        self.assertEqual(self.upload(UPDATE, outer, 14),
+                         (False, -2407, "Create update progress failed."))
+        self.assertIn("\nIfUpdate=0\n", self.service.ini.read_text())
+        _, outer = package(14, content="no program")
+        self.assertEqual(self.upload(UPDATE, outer, 14)[1], -2407)
+        self.assertIn("Cannot find", self.upload(UPDATE, outer, 15)[2])
+        self.assertIn("Cannot find", self.service.ask("CheckUpdateFile", "15")["description"])
+        self.assertEqual(self.tree(self.cache), [])
+        self.service.path("Service_15.zip").write_bytes(b"no archive")
+        self.assertEqual(self.service.ask("CheckUpdateFile", "15")["exception"], -2405)
+        before = self.tree()
+        self.assertNotIn("Service_15.zip", before)
+        for version in ("../x", "a/b", "..", "a\\b", "a\nb", "a\0b", "a\x7f", "1" * 244,
+                        "1" * 5000):
+            with self.subTest(version[:20]):
+                for method, parameters in (("CheckUpdateFile", [version]),
+                                           ("LoadZipFromBytes", [UPDATE, version])):
+                    reply = self.service.ask(method, *parameters)
+                    self.assertEqual(
+                        (reply["result"][-1], reply["exception"], reply["description"]),
+                        (False, -2405, "Failed to unzip file Invalid version 22"))
+                self.assertEqual(self.tree(), before)
+
+    def test_uploads_at_once_are_not_mixed(self):
+        _, outer = package(14)
+        self.service.path("hold").touch()
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            both = list(pool.map(lambda _: self.upload(UPDATE, outer, 14)[:2], range(2)))
+        self.assertEqual(sorted(both), [(False, -2373), (True, 0)])
+        bodies = [zips.archive(*((f"{n}/{i}", bytes([n]) * 5000) for i in range(50)))
+                  for n in range(2)]
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            both = list(pool.map(lambda body: self.upload(CERTIFICATES, body), bodies))
+        self.assertEqual(both, [(True, 0, "")] * 2)
+        for n in range(2):
+            self.assertEqual([(self.cert / str(n) / str(i)).read_bytes() for i in range(50)],
+                             [bytes([n]) * 5000] * 50)
+        self.service.path("hold").unlink()
+
+    def test_a_full_disk_leaves_the_old_files_whole(self):
+        pem = (self.cert / "server.pem").read_bytes()
+        files = [("server.pem" if i == 0 else f"{i}.pem", os.urandom(200_000)) for i in range(9)]
+        large = zips.archive(*files)
+        self.mount(self.cert, "1m")
+        for name, _ in files:
+            (self.cert / name).write_bytes(pem)
+        value, code, text = self.upload(CERTIFICATES, large)
+        self.assertEqual((value, code, text), (False, -2406, "Failed to copy dir  28"))
+        new = dict(files)
+        for path in self.cert.iterdir():
+            self.assertIn(path.read_bytes(), (pem, new[path.name]))
+        self.assertFalse(list(self.cert.glob(".*")))
+        before = self.tree(self.cert)
+        self.mount(self.cache, "1m")
+        unpacks_to_4_mib = zips.archive(("a", bytes(4 * MIB)), compression=zips.DEFLATED)
+        for data in (unpacks_to_4_mib, large):
+            value, code, text = self.upload(CERTIFICATES, data)
+            self.assertEqual((value, code), (False, -2405), text)
+            self.assertRegex(text, "cannot be written 28$|Cannot find the specified file")
+            self.assertEqual(self.tree(self.cache), [])
+        self.assertEqual(self.tree(self.cert), before)
+
+    @unittest.skipIf(SANITIZED, "sanitizers need memory of their own")
+    def test_memory_stays_bounded_while_300_MiB_arrive(self):
+        random = os.urandom(100 * MIB)
+        content = random + random[::-1] + random
+        inner = zips.archive(("QVUpdate", UPDATER.encode()), ("content", content))
+        status = pathlib.Path(f"/proc/{self.service.process.pid}/status")
+        outer = zips.archive(("Service_9.zip", inner))
+        self.assertEqual(self.upload(UPDATE, outer, 9), (True, 0, ""))
+        peak = int(re.search(r"VmHWM:\s+(\d+) kB", status.read_text())[1]) // 1024
+        print(f"peak of {peak} MiB for {len(inner) // MIB} MiB")
+        self.assertLess(peak, 700)
+        self.assertEqual((self.cache / "MarviqueService/content").read_bytes(), content)
+
+
+if __name__ == "__main__":
+    unittest.main()
