@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "support/temp_folder.h"
 
 using namespace std::string_literals;
@@ -36,18 +34,16 @@ TEST(IniFile, GrammarDecidesWhatIsKeptAndInWhichOrder) {
 
 TEST(IniFile, EntriesAreAddedFoundRenamedAndRemoved) {
   CIniFileA file;
-  CIniFileA::CIniSectionA* section = file.AddSection(" Net\t");
+  auto* section = file.AddSection(" Net\t");
   EXPECT_EQ(file.AddSection("NET"), section);
   file.SetKeyValue("net", "\tPort ", "80");
   file.SetKeyValue("net", "Host", "");
-  CIniFileA::CIniSectionA::CIniKeyA* port = section->GetKey("PORT");
+  auto* port = section->GetKey("PORT");
   ASSERT_NE(port, nullptr);
-
   EXPECT_FALSE(port->SetKeyName("HOST"));
   EXPECT_FALSE(port->SetKeyName("port")) << "an entry stands in its own way";
   EXPECT_TRUE(file.RenameKey("net", "port", " Address ") && file.RenameSection("NET", "Web"));
   EXPECT_EQ(section->GetKey("address"), port) << "renaming keeps the entry itself";
-
   CIniFileA other;
   other.AddSection("Web")->AddKey("Host");
   file.RemoveSection(other.GetSection("Web"));
@@ -60,16 +56,11 @@ TEST(IniFile, LoadingMergesOrReplacesAndAFailureChangesNothing) {
   CIniFileA file;
   file.Parse("[S]\na=old\nb=old\n");
   EXPECT_FALSE(file.Load(folder / "missing"));
-  EXPECT_EQ(file.Text(), "[S]\na=old\nb=old\n");
-  std::istringstream more("[s]\nA=new\n");
-  more >> CIniFileA::CIniMergeA(file);
+  Spit(folder / "more.ini", "[s]\nA=new\n");
+  ASSERT_TRUE(file.Load(folder / "more.ini", true));
   EXPECT_EQ(file.Text(), "[S]\na=new\nb=old\n");
-  ASSERT_TRUE(file.Save(folder / "x.ini"));
-  Spit(folder / "y.ini", "[T]\nc=" + std::string(100'000, 'v'));
-  ASSERT_TRUE(file.Load(folder / "y.ini", true));
-  EXPECT_EQ(file.GetKeyValue("T", "c").size(), 100'000u);
-  ASSERT_TRUE(file.Load(folder / "x.ini"));
-  EXPECT_EQ(file.Text(), "[S]\na=new\nb=old\n");
+  ASSERT_TRUE(file.Load(folder / "more.ini"));
+  EXPECT_EQ(file.Text(), "[s]\nA=new\n");
 }
 
 TEST(WideIniFile, NamesHaveCaseAndMatchTheirBeginnings) {
@@ -78,9 +69,7 @@ TEST(WideIniFile, NamesHaveCaseAndMatchTheirBeginnings) {
   file.SetKeyValue(L"S", L"Ports", L"1");
   EXPECT_EQ(file.GetKeyValue(L"S", L"port", L"none"), L"none");
   file.SetKeyValue(L"S", L"Port", L"2");
-  EXPECT_FALSE(file.RenameKey(L"S", L"Port", L"Ports and gates")) << "begun by the key itself";
-  const std::wstring path = str_to_wstr(folder / "w.ini");
   CIniFileW again;
-  ASSERT_TRUE(file.Save(path) && again.Load(path));
+  ASSERT_TRUE(file.Save(str_to_wstr(folder / "w")) && again.Load(str_to_wstr(folder / "w")));
   EXPECT_EQ(again.Text(), L"[S]\nPorts=2\n");
 }
