@@ -5,10 +5,9 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <future>
-#include <string>
 #include <thread>
+#include <vector>
 
 #include "platform/sync.h"
 
@@ -16,33 +15,29 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constinit const std::atomic<bool> kAtOnce{true};
+
+/// Whether another thread gets a hold, which it gives back at once. It begins when `go` is set.
 template <class Lock>
-bool OtherCanRead(Lock& lock, unsigned int timeoutMs = 0) {
-  const auto read = [&] {
-    const bool got = lock.AcquireReaderLock(timeoutMs);
-    if (got) lock.ReleaseReaderLock();
+std::future<bool> Try(Lock& lock, bool writes, unsigned int timeoutMs,
+                      const std::atomic<bool>& go = kAtOnce) {
+  const auto hold = [&, writes, timeoutMs] {
+    while (!go) std::this_thread::yield();
+    const bool got = writes ? lock.AcquireWriterLock(timeoutMs) : lock.AcquireReaderLock(timeoutMs);
+    if (got) writes ? lock.ReleaseWriterLock() : lock.ReleaseReaderLock();
     return got;
   };
-  return std::async(std::launch::async, read).get();
+  return std::async(std::launch::async, hold);
+}
+
+template <class Lock>
+bool OtherCanRead(Lock& lock, unsigned int timeoutMs = 0) {
+  return Try(lock, false, timeoutMs).get();
 }
 
 template <class Lock>
 bool OtherCanWrite(Lock& lock, unsigned int timeoutMs = 0) {
-  const auto write = [&] {
-    const bool got = lock.AcquireWriterLock(timeoutMs);
-    if (got) lock.ReleaseWriterLock();
-    return got;
-  };
-  return std::async(std::launch::async, write).get();
-}
-
-bool Becomes(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + 10s;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(1ms);
-  }
-  return true;
+  return Try(lock, true, timeoutMs).get();
 }
 
 template <class Lock>
@@ -72,28 +67,20 @@ TYPED_TEST(AnyLock, SharesReadsAndExcludesWrites) {
 TYPED_TEST(AnyLock, LetsAWaitingWriterGoBeforeNewReaders) {
   auto& lock = this->lock_;
   ASSERT_TRUE(lock.AcquireReaderLock(0));
-  auto writer = std::async(std::launch::async, [&] { return OtherCanWrite(lock, INFINITE); });
-  EXPECT_TRUE(Becomes([&] { return !OtherCanRead(lock); }));
+  auto writer = Try(lock, true, INFINITE);
+  while (OtherCanRead(lock)) std::this_thread::yield();
   lock.ReleaseReaderLock();
   EXPECT_TRUE(writer.get());
-  EXPECT_TRUE(Becomes([&] { return OtherCanRead(lock); }));
+  EXPECT_TRUE(OtherCanRead(lock));
 }
 
 TYPED_TEST(AnyLock, WaitsEvenWhenNoEventCanBeMade) {
   auto& lock = this->lock_;
   ASSERT_TRUE(lock.AcquireWriterLock(0));
-  // Threads that need descriptors of their own to start are started before the limit drops.
+  // The threads need descriptors of their own to start: they are there before the limit drops.
   std::atomic<bool> go{false};
-  auto waiter = [&](auto acquire, auto release) {
-    return std::async(std::launch::async, [&go, &lock, acquire, release] {
-      while (!go) std::this_thread::yield();
-      const bool got = (lock.*acquire)(10000);
-      if (got) (lock.*release)();
-      return got;
-    });
-  };
-  auto reader = waiter(&TypeParam::AcquireReaderLock, &TypeParam::ReleaseReaderLock);
-  auto writer = waiter(&TypeParam::AcquireWriterLock, &TypeParam::ReleaseWriterLock);
+  auto reader = Try(lock, false, 10000, go);
+  auto writer = Try(lock, true, 10000, go);
   rlimit limit;
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
   const rlimit none = {0, limit.rlim_max};
@@ -189,9 +176,8 @@ TEST(RecursiveLock, LetsTwoReadersUpgradeOneAfterTheOther) {
     lock.ReleaseReaderLock();
     return wrote;
   };
-  auto one = std::async(std::launch::async, upgrade);
   auto other = std::async(std::launch::async, upgrade);
-  EXPECT_TRUE(one.get());
+  EXPECT_TRUE(upgrade());
   EXPECT_TRUE(other.get());
   EXPECT_EQ(value, 2);
   EXPECT_TRUE(OtherCanWrite(lock));
