@@ -21,9 +21,7 @@ TEST(JsonCommand, FindsTheFunctionOfACommand) {
       {R"({"Method":"A"})", COMMAND_NONE, "", ""},
       {R"({"method":{"x":1}})", COMMAND_METHOD, "", ""},
       {R"({"method":5})", COMMAND_METHOD, "5", ""},
-      {R"([{"method":"A"}])", COMMAND_NONE, "", ""},
       {"\"method\"", COMMAND_NONE, "", ""},
-      {"", COMMAND_NONE, "", ""},
       {R"({"method":"A",})", COMMAND_NONE, "", ""},
   };
   for (const auto& [text, type, name, property] : kCommands) {
@@ -34,66 +32,48 @@ TEST(JsonCommand, FindsTheFunctionOfACommand) {
   }
 }
 
-TEST(JsonCommand, SurvivesWhatIsNoCommand) {
-  JsonCommand command;
-  EXPECT_FALSE(command.SetJsonString(std::string(100000, '[')));
-  EXPECT_FALSE(command.SetJsonString(std::string(1001, '[') + std::string(1001, ']')));
-  EXPECT_EQ(command.GetParameterCount(), 0);
-  EXPECT_TRUE(command.SetJsonString(R"({"id":{"x":1},"cmdId":[],"version":2.5})"));
-  EXPECT_EQ(command.GetClientID(), "");
-  EXPECT_EQ(command.GetCmdId(), "");
-  EXPECT_EQ(command.GetVersion(), "2.5");
+std::string Times(const std::string& text, int count) {
+  std::string all;
+  for (int i = 0; i < count; ++i) all += text;
+  return all;
 }
 
 TEST(JsonCommand, RefusesTextsThatGrowWhenTheyAreWrittenBack) {
-  const auto times = [](const char* text, int count) {
-    std::string all;
-    for (int i = 0; i < count; ++i) all += text;
-    return all;
-  };
-  const auto command = [](const std::string& parameters) {
-    return R"({"method":"M","parameter":[)" + parameters + "]}";
-  };
-  const std::string tower = times("[", 900) + times("]", 900);
+  const std::string tower = Times("[", 900) + Times("]", 900);
+  const std::string towers = Times(tower + ",", 20) + "1";
   const struct {
-    std::string text;
+    std::string parameters;
     bool valid;
-  } kTexts[] = {
-      {command(tower), true},
-      {command(times((tower + ",").c_str(), 20) + "1"), false},
-      {command(times("1,", 1000000) + "1"), true},
-      {command(times("1,", 4000000) + "1"), false},
-      {command('"' + std::string(16 * 1024 * 1024, '[') + '"'), true},
-      {command("\"\\\"" + std::string(100000, '[') + '"'), true},
-      {command("/*\"*/" + times((tower + ",").c_str(), 20) + "1"), false},
-      {command("//\"\n" + times((tower + ",").c_str(), 20) + "1"), false},
-      {command("//\r" + times((tower + ",").c_str(), 20) + "1"), false},
-      {command("/*" + std::string(100000, '[') + "*/1"), true},
-      {command("\"x\\\\\"," + times((tower + ",").c_str(), 20) + "1"), false},
-  };
-  for (const auto& [text, valid] : kTexts) {
-    EXPECT_EQ(JsonCommand(text).GetCommandType(), valid ? COMMAND_METHOD : COMMAND_NONE)
-        << text.substr(0, 60);
+  } kTexts[] = {{tower, true},
+                {towers, false},
+                {Times("[", 1001) + Times("]", 1001), false},
+                {Times("[", 100000), false},
+                {Times("1,", 1000000) + "1", true},
+                {Times("1,", 4000000) + "1", false},
+                {'"' + Times("[", 16 * 1024 * 1024) + '"', true},
+                {"\"\\\"" + Times("[", 100000) + '"', true},
+                {"/*\"*/" + towers, false},
+                {"//\"\n" + towers, false},
+                {"//\r" + towers, false},
+                {"/*" + Times("[", 100000) + "*/1", true},
+                {"\"x\\\\\"," + towers, false}};
+  for (const auto& [parameters, valid] : kTexts) {
+    const JsonCommand command(R"({"method":"M","parameter":[)" + parameters + "]}");
+    EXPECT_EQ(command.GetCommandType(), valid ? COMMAND_METHOD : COMMAND_NONE)
+        << parameters.substr(0, 20);
   }
 }
 
 TEST(JsonCommand, TellsTheTypeOfEachParameter) {
   const JsonCommand command(
       R"({"parameter":[null,true,-5,4000000000,2.5,"s",[1],{"k":1},10000000000]})");
-  const int kTypes[] = {0, 1, 3, 4, 5, 6, 7, 8, 5};
-  ASSERT_EQ(command.GetParameterCount(), 9);
-  for (int i = 0; i < 9; ++i) EXPECT_EQ(command.GetParameterType(i), kTypes[i]) << i;
+  int index = 0;
+  for (const int type : {0, 1, 3, 4, 5, 6, 7, 8, 5}) {
+    EXPECT_EQ(command.GetParameterType(index), type) << index;
+    ++index;
+  }
   for (const int i : {-1, 9, INT_MAX, INT_MIN}) EXPECT_EQ(command.GetParameterType(i), 9) << i;
-  const JsonCommand object(R"({"parameter":{"a":1,"b":2}})");
-  EXPECT_EQ(object.GetParameterCount(), 2);
-  EXPECT_EQ(object.GetParameter(0), nullptr);
-  EXPECT_EQ(JsonCommand(R"({"parameter":"ab"})").GetParameterCount(), 0);
-}
-
-Json::Value Parsed(const std::string& text) {
-  Json::Value value;
-  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
-  return value;
+  EXPECT_EQ(JsonCommand(R"({"parameter":{"a":1}})").GetParameter(0), nullptr);
 }
 
 TEST(JsonCommand, ConvertsParameters) {
@@ -121,15 +101,15 @@ TEST(JsonCommand, ConvertsParameters) {
                  {"[1]", "[\n\t1\n]\n", false, -1, false, kUnset},
                  {"{}", kRefused, false, -1, false, kUnset}};
   for (const auto& [json, text, isInt, number, isBool, flag] : kValues) {
-    const Json::Value value = Parsed(json);
+    const auto value = JsonCommand(R"({"parameter":[)" + std::string(json) + "]}").GetParameter(0);
     std::string asText = "x";
     int asInt = kUnset;
     signed char asFlag = kUnset;
-    EXPECT_EQ(JsonCommand::GetUTF8String(&value, &asText), text.has_value()) << json;
+    EXPECT_EQ(JsonCommand::GetUTF8String(value.get(), &asText), text.has_value()) << json;
     EXPECT_EQ(asText, text.value_or("")) << json;
-    EXPECT_EQ(JsonCommand::ConvertInt(&value, &asInt), isInt) << json;
+    EXPECT_EQ(JsonCommand::ConvertInt(value.get(), &asInt), isInt) << json;
     EXPECT_EQ(asInt, number) << json;
-    EXPECT_EQ(JsonCommand::ConvertBOOL(&value, &asFlag), isBool) << json;
+    EXPECT_EQ(JsonCommand::ConvertBOOL(value.get(), &asFlag), isBool) << json;
     EXPECT_EQ(asFlag, flag) << json;
   }
   const Json::Value huge(1e300);
@@ -145,11 +125,6 @@ TEST(JsonCommand, WritesReplies) {
   EXPECT_EQ(JsonCommand::Encode("", "Foo", stack, true, -2205, "no"),
             "{\n\t\"description\" : \"no\",\n\t\"event\" : \"Foo\",\n\t\"exception\" : -2205,\n"
             "\t\"id\" : \"\",\n\t\"result\" : \n\t[\n\t\t5,\n\t\tnull\n\t]\n}\n");
-  const Json::Value reply =
-      Parsed(JsonCommand::Encode("s", "o", "Foo", ParamStack(), false, 0, "ignored"));
-  EXPECT_EQ(reply["description"].asString(), "Successful");
-  EXPECT_EQ(reply["session"].asString() + reply["object"].asString(), "so");
-  EXPECT_FALSE(reply.isMember("result"));
 }
 
 }  // namespace
