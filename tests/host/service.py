@@ -1,18 +1,20 @@
 """The program under test in a folder of its own: started, spoken to, and stopped in good order."""
 
+import contextlib
 import http.client
 import json
 import os
 import pathlib
 import re
 import shutil
-import signal
 import socket
 import ssl
 import subprocess
 import tempfile
 import time
 import unittest
+
+import websockets
 
 BIN = pathlib.Path(os.environ["QV_BIN"])
 MODULE = os.environ["QV_MODULE"]
@@ -57,13 +59,12 @@ class Service:
 
     def __exit__(self, kind, *_):
         try:
-            if self.process is not None:
-                if kind is None:
-                    self.stop()
-                else:
-                    self.process.kill()
-                    self.process.wait()
+            if self.process is not None and kind is None:
+                self.stop()
         finally:
+            if self.process is not None:
+                self.process.kill()
+                self.process.wait()
             shutil.rmtree(self.folder)
 
     def path(self, name):
@@ -93,25 +94,28 @@ class Service:
     def errors(self):
         return self.path("err").read_text()
 
-    def stop(self, code=0):
-        self.process.send_signal(signal.SIGTERM)
-        self.finish(code)
+    def stop(self):
+        self.process.terminate()
+        self.finish(0)
 
     def finish(self, code):
+        process, self.process = self.process, None
         try:
-            ended = self.process.wait(PATIENCE + 10)
+            ended = process.wait(PATIENCE + 10)
         except subprocess.TimeoutExpired:
-            self.process.kill()
+            process.kill()
             raise AssertionError("it does not stop")
-        finally:
-            self.process = self.process if self.process.poll() is None else None
         errors = self.errors()
         assert ended == code, f"exit code {ended} instead of {code}: {errors}"
         assert not re.search("Sanitizer|runtime error", errors), errors
 
+    def set(self, key, value):
+        """Sets a key of section QV, in the file."""
+        text = re.sub(rf"(?m)^{key}=.*\n", "", self.ini.read_text())
+        self.ini.write_text(text.replace("[QV]\n", f"[QV]\n{key}={value}\n"))
+
     def tls(self):
-        context = ssl.create_default_context(cafile=self.path("cert/server.pem"))
-        return context
+        return ssl.create_default_context(cafile=self.path("cert/server.pem"))
 
     def http(self, secure=False):
         if secure:
@@ -119,15 +123,25 @@ class Service:
                 "127.0.0.1", self.secure, context=self.tls(), timeout=PATIENCE)
         return http.client.HTTPConnection("127.0.0.1", self.plain, timeout=PATIENCE)
 
+    def connect(self, port=None, timeout=PATIENCE):
+        return socket.create_connection(("127.0.0.1", port or self.plain), timeout)
+
+    def ws(self, path="/", secure=False, **options):
+        """A WebSocket, to be entered."""
+        if secure:
+            return websockets.connect(f"wss://localhost:{self.secure}{path}", ssl=self.tls(),
+                                      **options)
+        return websockets.connect(f"ws://127.0.0.1:{self.plain}{path}", **options)
+
     def request(self, method, path, body=None, headers=None, secure=False):
         """Status, headers and body of one request."""
-        connection = self.http(secure)
-        try:
+        with contextlib.closing(self.http(secure)) as connection:
             connection.request(method, path, body, {"User-Agent": "test", **(headers or {})})
             response = connection.getresponse()
             return response.status, response.headers, response.read()
-        finally:
-            connection.close()
+
+    def health(self):
+        return json.loads(self.request("GET", "/health")[2])
 
     def ask(self, method, *parameters, headers=None, secure=False):
         """The parsed reply to a command that must be answered."""
@@ -138,21 +152,17 @@ class Service:
 
     def raw(self, data, port=None):
         """All that comes back, until the other side closes, for bytes sent as they are."""
-        with socket.create_connection(("127.0.0.1", port or self.plain), PATIENCE) as connection:
-            try:
+        with self.connect(port) as connection:
+            with contextlib.suppress(ConnectionError):
                 connection.sendall(data)
-            except ConnectionError:
-                pass
             return drain(connection)
 
 
 def drain(connection):
     received = b""
-    try:
+    with contextlib.suppress(ConnectionError):
         while chunk := connection.recv(65536):
             received += chunk
-    except ConnectionError:
-        pass
     return received
 
 
