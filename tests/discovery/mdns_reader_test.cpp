@@ -1,16 +1,10 @@
 #include "discovery/mdns_reader.h"
 
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <thread>
-
 #include "discovery/mdns_packets.h"
 #include "environment/logging.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
-#include "support/table.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 
 namespace {
 

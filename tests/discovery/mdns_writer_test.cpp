@@ -1,9 +1,7 @@
 #include "discovery/mdns_writer.h"
 
-#include <gtest/gtest.h>
-
 #include "discovery/mdns_packets.h"
-#include "support/table.h"
+#include "support/testing.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 #include "discovery/service_list.h"
 
-#include <gtest/gtest.h>
+#include "support/testing.h"
 
 namespace {
 

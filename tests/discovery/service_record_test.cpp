@@ -1,8 +1,6 @@
 #include "discovery/service_record.h"
 
-#include <gtest/gtest.h>
-
-#include "support/table.h"
+#include "support/testing.h"
 
 namespace {
 

@@ -1,6 +1,5 @@
 #include "discovery/worker_base.h"
 
-#include <gtest/gtest.h>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -8,8 +7,8 @@
 #include <semaphore>
 #include <stdexcept>
 #include <system_error>
-#include <thread>
-#include <vector>
+
+#include "support/testing.h"
 
 namespace {
 

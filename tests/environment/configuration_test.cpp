@@ -1,12 +1,10 @@
 #include "environment/configuration.h"
 
-#include <gtest/gtest.h>
-
 #include "environment/paths.h"
 #include "environment/ports.h"
 #include "environment/program_information.h"
 #include "environment/work_mode.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 
 namespace {
 

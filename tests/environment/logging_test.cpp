@@ -1,11 +1,6 @@
 #include "environment/logging.h"
 
-#include <gtest/gtest.h>
-
-#include <cerrno>
-#include <chrono>
 #include <regex>
-#include <thread>
 
 #include "environment/configuration.h"
 #include "environment/log_level.h"
@@ -13,7 +8,7 @@
 #include "environment/program_information.h"
 #include "environment/work_mode.h"
 #include "platform/diagnostics.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 
 namespace {
 
@@ -64,12 +59,13 @@ TEST_F(LogFile, FormatsALineExactly) {
 }
 
 TEST_F(LogFile, KeepsTheLevelsThatTheFileAsksFor) {
-  const struct {
-    int level;
-    bool error, info, debug;
-  } kLevels[] = {{1, false, false, false}, {2, true, false, false}, {6, true, true, false},
-                 {8, false, false, true},  {14, true, true, true},  {16, false, false, false}};
-  for (const auto& [level, error, info, debug] : kLevels) {
+  for (const auto& [level, error, info, debug] :
+       Table<int, bool, bool, bool>{{1, false, false, false},
+                                    {2, true, false, false},
+                                    {6, true, true, false},
+                                    {8, false, false, true},
+                                    {14, true, true, true},
+                                    {16, false, false, false}}) {
     SetLevel(level);
     EXPECT_EQ(LogErr("e") != 0, error) << level;
     EXPECT_EQ(LogInfo("i") != 0, info) << level;

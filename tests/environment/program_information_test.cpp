@@ -1,16 +1,10 @@
 #include "environment/program_information.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-
 #include "environment/configuration.h"
 #include "environment/logging.h"
 #include "environment/paths.h"
 #include "environment/work_mode.h"
-#include "support/temp_folder.h"
-
-namespace fs = std::filesystem;
+#include "support/testing.h"
 
 namespace {
 

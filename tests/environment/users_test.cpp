@@ -1,38 +1,33 @@
 #include "environment/users.h"
 
-#include <gtest/gtest.h>
-
 #include "environment/configuration.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
 #include "platform/os.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 
 namespace {
 
 TEST(Users, HomeFoldersGoIntoValuesAndLists) {
   const std::string home = os::HomeFolder();
-  const struct {
-    std::string text, expanded;
-  } kTexts[] = {{R"(["~/a",1])", "[\"" + home + "/a\",1]"},
-                {"x,~/a,~/b", "x," + home + "/a," + home + "/b"},
-                {R"(~/a"x~/a"~")", R"(~/a"x~/a"~")"}};
-  for (const auto& [text, expanded] : kTexts) EXPECT_EQ(DealWithMacHomeDir(text), expanded);
+  for (const auto& [text, expanded] :
+       Table<std::string, std::string>{{R"(["~/a",1])", "[\"" + home + "/a\",1]"},
+                                       {"x,~/a,~/b", "x," + home + "/a," + home + "/b"},
+                                       {R"(~/a"x~/a"~")", R"(~/a"x~/a"~")"}})
+    EXPECT_EQ(DealWithMacHomeDir(text), expanded);
 }
 
 TEST(Users, AddressesAreReducedToTheirOrigin) {
-  const struct {
-    const char *address, *origin;
-  } kAddresses[] = {{"", ""},
-                    {"null", "null"},
-                    {"http:", ""},
-                    {"ftp://host/x", ""},
-                    {"https://Host.Example:8443/path?q=1", "https://Host.Example:8443"},
-                    {"https://b\xC3\xBC.de:1/x", "https://xn--b-eha.de:1"},
-                    {"https://[::1]:18626/", "https://[::1]:18626"},
-                    {"https://\xFF/x", ""},
-                    {"http://a:b@b\xC3\xBC.de/", ""}};
-  for (const auto& [address, origin] : kAddresses) {
+  for (const auto& [address, origin] : Table<const char*, const char*>{
+           {"", ""},
+           {"null", "null"},
+           {"http:", ""},
+           {"ftp://host/x", ""},
+           {"https://Host.Example:8443/path?q=1", "https://Host.Example:8443"},
+           {"https://b\xC3\xBC.de:1/x", "https://xn--b-eha.de:1"},
+           {"https://[::1]:18626/", "https://[::1]:18626"},
+           {"https://\xFF/x", ""},
+           {"http://a:b@b\xC3\xBC.de/", ""}}) {
     EXPECT_EQ(GetFullDomain(address), origin) << address;
   }
 }

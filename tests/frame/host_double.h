@@ -2,19 +2,14 @@
 // runs commands for it.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <json/json.h>
-
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "environment/configuration.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
 #include "frame/http_param_request.h"
 #include "manager/manager_client.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 
 struct HostDouble {
   struct Sent {

@@ -1,8 +1,7 @@
 #include "frame/http_param_request.h"
 
-#include <gtest/gtest.h>
-
 #include "frame/host_double.h"
+#include "support/testing.h"
 
 namespace {
 
@@ -43,10 +42,8 @@ TEST_F(HttpParamRequestTest, SendsTheLastBytesBesideTheReplyOnce) {
 }
 
 TEST_F(HttpParamRequestTest, TakesAWholeTextAsItIs) {
-  const struct {
-    const char *text, *sent;
-  } kTexts[] = {{"[]", "[]"}, {"", ""}, {"{}", "{}"}, {"{\n}", "{,\n\t\"cmdId\" : \"c\"\n}"}};
-  for (const auto& [text, sent] : kTexts) {
+  for (const auto& [text, sent] : Table<const char*, const char*>{
+           {"[]", "[]"}, {"", ""}, {"{}", "{}"}, {"{\n}", "{,\n\t\"cmdId\" : \"c\"\n}"}}) {
     auto request = host_.Request(R"({"cmdId":"c","method":"M"})");
     request->GetResultStructByJsonString(text);
     request->SendBackResult();

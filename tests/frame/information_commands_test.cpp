@@ -2,14 +2,12 @@
 // table with a host that can be made to misbehave.
 #include <openssl/asn1.h>
 
-#include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <memory>
 
 #include "environment/mdns_settings.h"
 #include "frame/host_double.h"
 #include "manager/certificate_date.h"
+#include "support/testing.h"
 
 namespace {
 
@@ -53,32 +51,24 @@ TEST_F(InformationCommands, TellNoDateOfWhatIsNoCertificate) {
 }
 
 TEST_F(InformationCommands, ReadUtcTimesAndNothingElse) {
-  const struct {
-    const char* text;
-    int year, second;  // 0 when refused
-    int type = V_ASN1_UTCTIME;
-  } kTimes[] = {{"491231235959Z", 149, 59},
-                {"500101000000Z", 50, 0},
-                {"4912312359+0130", 149, 0},
-                {"491331235959Z", 0, 0},
-                {"491200235959Z", 0, 0},
-                {"491231245959Z", 0, 0},
-                {"491231236059Z", 0, 0},
-                {"4912312359 Z", 0, 0},
-                {"491231235959", 0, 0},
-                {"491231235959ZZ", 0, 0},
-                {"491231235959+01", 0, 0},
-                {"491231Z", 0, 0},
-                {"491231235959Z", 0, 0, V_ASN1_GENERALIZEDTIME}};
-  for (const auto& [text, year, second, type] : kTimes) {
+  const auto read = [](const char* text, std::tm* fields, int type = V_ASN1_UTCTIME) {
     const std::unique_ptr<ASN1_STRING, decltype(&ASN1_STRING_free)> time(ASN1_STRING_type_new(type),
                                                                          &ASN1_STRING_free);
     ASN1_STRING_set(time.get(), text, static_cast<int>(std::strlen(text)));
-    std::tm fields{};
-    EXPECT_EQ(openssl_asn1_utctime_to_tm(time.get(), &fields), year != 0) << text;
-    EXPECT_EQ(fields.tm_year, year) << text;
-    EXPECT_EQ(fields.tm_sec, second) << text;
+    return openssl_asn1_utctime_to_tm(time.get(), fields);
+  };
+  std::tm fields{};
+  for (const auto& [text, year, second] : Table<const char*, int, int>{
+           {"491231235958Z", 149, 58}, {"500101000000Z", 50, 0}, {"4912312359+0130", 149, 0}}) {
+    EXPECT_TRUE(read(text, &fields)) << text;
+    EXPECT_EQ(std::pair(fields.tm_year, fields.tm_sec), std::pair(year, second)) << text;
   }
+  for (const char* text :
+       {"491331235959Z", "491200235959Z", "491231245959Z", "491231236059Z", "4912312359 Z",
+        "491231235959", "491231235959ZZ", "491231235959+01", "491231Z"}) {
+    EXPECT_FALSE(read(text, &fields)) << text;
+  }
+  EXPECT_FALSE(read("491231235959Z", &fields, V_ASN1_GENERALIZEDTIME));
 }
 
 // A host that answers the request for a text in two calls, not always truthfully.
@@ -131,18 +121,13 @@ TEST_F(DiscoveryCommands, SwitchTheResponderAndHashItsPassword) {
       "0b6ca4361c30a723b544cc33c76de41f87f2e24949c1734bc6f38a52c3e4f02e"
       "753a778dc4c3ed5e8e516bdedfc2bf9c7fda2f41e0c983debcdd66f0c9f28e21";  // of A umlaut, CR, LF,
                                                                            // quote, NUL, blank
-  const struct {
-    const char* parameters;
-    std::string password;
-  } kSettings[] = {
-      {R"([true,"me","a,b",0,0,0,1,true,"password"])", digest},
-      {R"(["true","me","a,b",0,0,0,1,"TRUE","password","more"])", digest},
-      {R"([true,"me","a,b",0,0,0,1,true,"\u00e4\r\n\"\u0000 "])", digestOfBytes},
-      {R"([true,"me","a,b",0,0,0,2,true,"password"])", ""},
-      {R"([true,"me","a,b",0,0,0,1,false,"password"])", ""},
-      {R"([true,"me","a,b",0,0,0,1,true,""])", ""},
-  };
-  for (const auto& [parameters, password] : kSettings) {
+  for (const auto& [parameters, password] : Table<const char*, std::string>{
+           {R"([true,"me","a,b",0,0,0,1,true,"password"])", digest},
+           {R"(["true","me","a,b",0,0,0,1,"TRUE","password","more"])", digest},
+           {R"([true,"me","a,b",0,0,0,1,true,"\u00e4\r\n\"\u0000 "])", digestOfBytes},
+           {R"([true,"me","a,b",0,0,0,2,true,"password"])", ""},
+           {R"([true,"me","a,b",0,0,0,1,false,"password"])", ""},
+           {R"([true,"me","a,b",0,0,0,1,true,""])", ""}}) {
     HostDouble::asked.clear();
     EXPECT_EQ(Reply("SetmDNSService", parameters), "");
     EXPECT_EQ(Stored("Service_pwd"), password) << parameters;
@@ -157,39 +142,32 @@ TEST_F(DiscoveryCommands, SwitchTheResponderAndHashItsPassword) {
 }
 
 TEST_F(DiscoveryCommands, RefuseWrongParametersInEveryPlace) {
-  const struct {
-    const char* method;
-    std::vector<std::string> good;
-    std::vector<const char*> wrong;  // a text of the wrong type for each place
-    const char* refusal;             // what the reply to a wrong type has in it
-  } kCommands[] = {
-      {"SetServerInfo", {"\"h\"", "1", "2", "3", "4"}, {"{}", "\"p\"", "{}", "[]", "null"}, "{}"},
-      {"CheckHVNPort", {"\"h\"", "1", "2"}, {"{}", "true", "\"x\""}, "{}"},
-      {"GetPorts", {"\"s\""}, {"{}"}, "-2408"},  // any type is taken as a text
-      {"SetmDNSQueryService",
-       {"true", "\"a\"", "1", "2", "0", "0"},
-       {"\"no\"", "{}", "[]", "null"},
-       "-2201"},
-      {"SetmDNSService",
-       {"true", "\"a\"", "\"t\"", "true", "true", "true", "1", "true", "\"p\""},
-       {"[]", "{}", "{}", "\"x\"", "{}", "[]", "true", "\"false\"", "{}"},
-       "-2201"}};
-  for (const auto& [method, good, wrong, refusal] : kCommands) {
-    const auto list = [](const std::vector<std::string>& texts) {
-      std::string joined;
-      for (const auto& text : texts) joined += (joined.empty() ? "[" : ",") + text;
-      return joined.empty() ? "[]" : joined + "]";
-    };
+  using Texts = std::vector<std::string>;
+  const auto list = [](const Texts& texts) {
+    std::string joined;
+    for (const std::string& text : texts) joined += (joined.empty() ? "" : ",") + text;
+    return "[" + joined + "]";
+  };
+  // The places whose type counts, and what the reply to a wrong one has in it.
+  for (const auto& [method, good, places, refusal] :
+       Table<std::string, Texts, std::size_t, std::string>{
+           {"SetServerInfo", {"\"h\"", "1", "2", "3", "4"}, 5, "{}"},
+           {"CheckHVNPort", {"\"h\"", "1", "2"}, 3, "{}"},
+           {"GetPorts", {"\"s\""}, 1, "-2408"},
+           {"SetmDNSQueryService", {"true", "\"a\"", "1", "2", "0", "0"}, 4, "-2201"},
+           {"SetmDNSService",
+            {"true", "\"a\"", "1", "true", "true", "true", "1", "true", "\"p\""},
+            9,
+            "-2201"}}) {
     for (std::size_t count = 0; count < good.size(); ++count) {
       const std::string reply = Reply(method, list({good.begin(), good.begin() + count}));
       EXPECT_NE(reply.find("-2202"), std::string::npos) << method << " with " << count;
     }
-    for (std::size_t place = 0; place < wrong.size(); ++place) {
-      auto parameters = good;
-      parameters[place] = wrong[place];
+    for (std::size_t place = 0; place < places; ++place) {
+      Texts parameters = good;
+      parameters[place] = "{}";
       const std::string reply = Reply(method, list(parameters));
-      const bool asWhole = std::string_view(refusal) == "{}";
-      EXPECT_TRUE(asWhole ? reply == refusal : reply.find(refusal) != std::string::npos)
+      EXPECT_TRUE(refusal == "{}" ? reply == refusal : reply.find(refusal) != std::string::npos)
           << method << " place " << place << ": " << reply;
     }
   }
@@ -199,13 +177,11 @@ TEST_F(DiscoveryCommands, RefuseWrongParametersInEveryPlace) {
 
 TEST_F(DiscoveryCommands, StoreAnyTextAsOneValue) {
   const std::string longText(2045, 'x');
-  const struct {
-    std::string json, stored;
-  } kTexts[] = {{R"(a\r\nService_pwd=x\n[QV]\u0000)", "aService_pwd=x[QV]"},
-                {R"(\"q\" 'q' ; # =)", "\"q\" 'q' ; # ="},
-                {longText + "yz", longText + "y"},
-                {longText + "\xC3\xA4", longText}};
-  for (const auto& [json, stored] : kTexts) {
+  for (const auto& [json, stored] :
+       Table<std::string, std::string>{{R"(a\r\nService_pwd=x\n[QV]\u0000)", "aService_pwd=x[QV]"},
+                                       {R"(\"q\" 'q' ; # =)", "\"q\" 'q' ; # ="},
+                                       {longText + "yz", longText + "y"},
+                                       {longText + "\xC3\xA4", longText}}) {
     const std::string text = ",\"" + json + "\"";
     Reply("SetmDNSService", "[true" + text + text + R"(,0,0,0,0,false,""])");
     Reply("SetmDNSQueryService", "[true" + text + ",1,2,0,0]");

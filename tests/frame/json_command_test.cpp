@@ -1,30 +1,25 @@
 #include "frame/json_command.h"
 
-#include <gtest/gtest.h>
 #include <json/json.h>
 
 #include <climits>
 #include <optional>
 
+#include "support/testing.h"
+
 namespace {
 
 TEST(JsonCommand, FindsTheFunctionOfACommand) {
-  const struct {
-    const char* text;
-    int type;
-    const char *name, *property;
-  } kCommands[] = {
-      {R"({"method":"A","event":"B"})", COMMAND_EVENT, "B", ""},
-      {R"({"property":"P","method":"A"})", COMMAND_METHOD, "A", "get"},
-      {R"({"property":"P"})", COMMAND_PROPERTY, "P", "get"},
-      {R"({"property":"P","parameter":[]})", COMMAND_PROPERTY, "P", "set"},
-      {R"({"Method":"A"})", COMMAND_NONE, "", ""},
-      {R"({"method":{"x":1}})", COMMAND_METHOD, "", ""},
-      {R"({"method":5})", COMMAND_METHOD, "5", ""},
-      {"\"method\"", COMMAND_NONE, "", ""},
-      {R"({"method":"A",})", COMMAND_NONE, "", ""},
-  };
-  for (const auto& [text, type, name, property] : kCommands) {
+  for (const auto& [text, type, name, property] : Table<const char*, int, const char*, const char*>{
+           {R"({"method":"A","event":"B"})", COMMAND_EVENT, "B", ""},
+           {R"({"property":"P","method":"A"})", COMMAND_METHOD, "A", "get"},
+           {R"({"property":"P"})", COMMAND_PROPERTY, "P", "get"},
+           {R"({"property":"P","parameter":[]})", COMMAND_PROPERTY, "P", "set"},
+           {R"({"Method":"A"})", COMMAND_NONE, "", ""},
+           {R"({"method":{"x":1}})", COMMAND_METHOD, "", ""},
+           {R"({"method":5})", COMMAND_METHOD, "5", ""},
+           {"\"method\"", COMMAND_NONE, "", ""},
+           {R"({"method":"A",})", COMMAND_NONE, "", ""}}) {
     const JsonCommand command(text);
     EXPECT_EQ(command.GetCommandType(), type) << text;
     EXPECT_EQ(command.GetFunctionName(), name) << text;
@@ -41,23 +36,20 @@ std::string Times(const std::string& text, int count) {
 TEST(JsonCommand, RefusesTextsThatGrowWhenTheyAreWrittenBack) {
   const std::string tower = Times("[", 900) + Times("]", 900);
   const std::string towers = Times(tower + ",", 20) + "1";
-  const struct {
-    std::string parameters;
-    bool valid;
-  } kTexts[] = {{tower, true},
-                {towers, false},
-                {Times("[", 1001) + Times("]", 1001), false},
-                {Times("[", 100000), false},
-                {Times("1,", 1000000) + "1", true},
-                {Times("1,", 4000000) + "1", false},
-                {'"' + Times("[", 16 * 1024 * 1024) + '"', true},
-                {"\"\\\"" + Times("[", 100000) + '"', true},
-                {"/*\"*/" + towers, false},
-                {"//\"\n" + towers, false},
-                {"//\r" + towers, false},
-                {"/*" + Times("[", 100000) + "*/1", true},
-                {"\"x\\\\\"," + towers, false}};
-  for (const auto& [parameters, valid] : kTexts) {
+  for (const auto& [parameters, valid] :
+       Table<std::string, bool>{{tower, true},
+                                {towers, false},
+                                {Times("[", 1001) + Times("]", 1001), false},
+                                {Times("[", 100000), false},
+                                {Times("1,", 1000000) + "1", true},
+                                {Times("1,", 4000000) + "1", false},
+                                {'"' + Times("[", 16 * 1024 * 1024) + '"', true},
+                                {"\"\\\"" + Times("[", 100000) + '"', true},
+                                {"/*\"*/" + towers, false},
+                                {"//\"\n" + towers, false},
+                                {"//\r" + towers, false},
+                                {"/*" + Times("[", 100000) + "*/1", true},
+                                {"\"x\\\\\"," + towers, false}}) {
     const JsonCommand command(R"({"method":"M","parameter":[)" + parameters + "]}");
     EXPECT_EQ(command.GetCommandType(), valid ? COMMAND_METHOD : COMMAND_NONE)
         << parameters.substr(0, 20);
@@ -79,28 +71,22 @@ TEST(JsonCommand, TellsTheTypeOfEachParameter) {
 TEST(JsonCommand, ConvertsParameters) {
   constexpr int kUnset = 99;
   const std::optional<std::string> kRefused;
-  const struct {
-    const char* json;
-    std::optional<std::string> text;
-    bool isInt;
-    int number;
-    bool isBool;
-    int flag;
-  } kValues[] = {{"0", "0.000000", true, 0, true, 0},
-                 {"-2.9", "-2.900000", true, -2, true, 1},
-                 {"-4000000000", "-4000000000.000000", true, INT_MIN, true, 1},
-                 {"4000000000", "4000000000.000000", true, INT_MAX, true, 1},
-                 {R"("0")", "0", true, 0, false, kUnset},
-                 {R"("00")", "00", false, -1, false, kUnset},
-                 {R"("12abc")", "12abc", true, 12, false, kUnset},
-                 {R"("99999999999")", "99999999999", true, INT_MAX, false, kUnset},
-                 {R"("TRUE")", "TRUE", false, -1, true, kUnset},
-                 {R"("true\u0000x")", std::string("true\0x", 6), false, -1, false, kUnset},
-                 {"true", "true", false, -1, true, 1},
-                 {"null", "NULL", false, -1, true, 0},
-                 {"[1]", "[\n\t1\n]\n", false, -1, false, kUnset},
-                 {"{}", kRefused, false, -1, false, kUnset}};
-  for (const auto& [json, text, isInt, number, isBool, flag] : kValues) {
+  for (const auto& [json, text, isInt, number, isBool, flag] :
+       Table<const char*, std::optional<std::string>, bool, int, bool, int>{
+           {"0", "0.000000", true, 0, true, 0},
+           {"-2.9", "-2.900000", true, -2, true, 1},
+           {"-4000000000", "-4000000000.000000", true, INT_MIN, true, 1},
+           {"4000000000", "4000000000.000000", true, INT_MAX, true, 1},
+           {R"("0")", "0", true, 0, false, kUnset},
+           {R"("00")", "00", false, -1, false, kUnset},
+           {R"("12abc")", "12abc", true, 12, false, kUnset},
+           {R"("99999999999")", "99999999999", true, INT_MAX, false, kUnset},
+           {R"("TRUE")", "TRUE", false, -1, true, kUnset},
+           {R"("true\u0000x")", std::string("true\0x", 6), false, -1, false, kUnset},
+           {"true", "true", false, -1, true, 1},
+           {"null", "NULL", false, -1, true, 0},
+           {"[1]", "[\n\t1\n]\n", false, -1, false, kUnset},
+           {"{}", kRefused, false, -1, false, kUnset}}) {
     const auto value = JsonCommand(R"({"parameter":[)" + std::string(json) + "]}").GetParameter(0);
     std::string asText = "x";
     int asInt = kUnset;

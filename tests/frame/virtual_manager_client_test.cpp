@@ -1,10 +1,7 @@
 #include "frame/virtual_manager_client.h"
 
-#include <gtest/gtest.h>
-
-#include <atomic>
-
 #include "frame/host_double.h"
+#include "support/testing.h"
 
 namespace {
 

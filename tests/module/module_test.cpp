@@ -1,22 +1,12 @@
 // Drives the built module as a host does: loaded by its file, through its ten functions only.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
 
-#include <chrono>
-#include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <memory>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "frame/qtp_module.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 
 extern "C" int header_compiles_as_c(void);
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -100,20 +90,16 @@ TEST(Module, RunsCommandsOfBothKindsAndRefusesOthers) {
   const std::string reply =
       "{\n\t\"id\" : \"9\",\n\t\"method\" : \"AddFirewall\",\n\t\"result\" : \n\t[\n\t\tfalse\n"
       "\t],\n\t\"cmdId\" : \"c\"\n}\n";
-  const struct {
-    int kind;
-    const char *text1, *text2, *domain;
-    SendBackFunc sendBack;
-    std::string reply;
-  } kCalls[] = {{1, command.c_str(), nullptr, "", &Collect, reply},
-                {0, "/qtp/", command.c_str(), "", &Collect, reply},
-                {0, "/other", command.c_str(), "", &Collect, "Invalid command"},
-                {2, "/qtp/", command.c_str(), "", &Collect, ""},
-                {-1, nullptr, nullptr, nullptr, nullptr, ""},
-                {0, "/qtp/", nullptr, "", &Collect, ""},
-                {0, "/qtp/", command.c_str(), "", nullptr, ""},
-                {1, nullptr, nullptr, "", &Collect, ""}};
-  for (const auto& [kind, text1, text2, domain, sendBack, expected] : kCalls) {
+  for (const auto& [kind, text1, text2, domain, sendBack, expected] :
+       Table<int, const char*, const char*, const char*, SendBackFunc, std::string>{
+           {1, command.c_str(), nullptr, "", &Collect, reply},
+           {0, "/qtp/", command.c_str(), "", &Collect, reply},
+           {0, "/other", command.c_str(), "", &Collect, "Invalid command"},
+           {2, "/qtp/", command.c_str(), "", &Collect, ""},
+           {-1, nullptr, nullptr, nullptr, nullptr, ""},
+           {0, "/qtp/", nullptr, "", &Collect, ""},
+           {0, "/qtp/", command.c_str(), "", nullptr, ""},
+           {1, nullptr, nullptr, "", &Collect, ""}}) {
     std::vector<std::string> replies;
     const int result = module.DistributeCommand(1, &replies, kind, text1, text2, "body", 4, 1,
                                                 sendBack, 0, domain, nullptr, nullptr, nullptr);
@@ -128,17 +114,13 @@ TEST(Module, KeepsImagesAndListedFilesUntilItIsUnloaded) {
   const char* get = "/GetEncryptedImageMap?GUID=a";
   EXPECT_EQ(module.SetImage("/SetEncryptedImageMap?GUID=a", "x", 1), 1);
   EXPECT_EQ(module.GetImage(get, nullptr, &len), 1);
-  const struct {
-    const char *name, *path;
-    const void* third;
-    int result;
-  } kCalls[] = {{"fileInHVNWhiteList", "a\\b", nullptr, -1},
-                {"addFileToWhiteList and more", "a\\b", nullptr, 0},
-                {"fileInHVNWhiteListX", "a/b", nullptr, 0},
-                {"fileInHVNWhiteLis", "a/b", nullptr, -1},
-                {"addFileToWhiteList", nullptr, nullptr, -1},
-                {"addFileToWhiteList", "a/b", "x", -1}};
-  for (const auto& [name, path, third, result] : kCalls) {
+  for (const auto& [name, path, third, result] : Table<const char*, const char*, const void*, int>{
+           {"fileInHVNWhiteList", "a\\b", nullptr, -1},
+           {"addFileToWhiteList and more", "a\\b", nullptr, 0},
+           {"fileInHVNWhiteListX", "a/b", nullptr, 0},
+           {"fileInHVNWhiteLis", "a/b", nullptr, -1},
+           {"addFileToWhiteList", nullptr, nullptr, -1},
+           {"addFileToWhiteList", "a/b", "x", -1}}) {
     EXPECT_EQ(module.Reserved(name, path, third), result) << name;
   }
   module.DoAction(3, nullptr, nullptr, 0);

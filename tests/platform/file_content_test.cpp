@@ -1,19 +1,11 @@
 #include "platform/file_content.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <filesystem>
-#include <thread>
-#include <vector>
-
 #include "platform/descriptor.h"
-#include "support/temp_folder.h"
-
-namespace fs = std::filesystem;
+#include "support/testing.h"
 
 class WholeFile : public ::testing::Test {
  protected:

@@ -1,44 +1,35 @@
 #include "platform/file.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
 #include <ctime>
-#include <filesystem>
 #include <fstream>
 
 #include "platform/folder.h"
 #include "platform/folder_walk.h"
-#include "support/temp_folder.h"
-
-namespace fs = std::filesystem;
+#include "support/testing.h"
 
 TEST(File, DispositionDecidesAboutOldContentAndNewFiles) {
   const TempFolder folder;
   const std::string path = folder / "file";
   ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
-  const struct {
-    DWORD disposition;
-    bool opensMissing;
-    const char* kept;
-  } cases[] = {
-      {OPEN_EXISTING, false, "old"}, {OPEN_ALWAYS, true, "old"}, {CREATE_ALWAYS, true, ""}};
-  for (const auto& c : cases) {
+  for (const auto& [disposition, opensMissing, kept] : Table<DWORD, bool, const char*>{
+           {OPEN_EXISTING, false, "old"}, {OPEN_ALWAYS, true, "old"}, {CREATE_ALWAYS, true, ""}}) {
     for (const DWORD access : {GENERIC_READ, GENERIC_WRITE}) {
       const auto open = [&](const char* name) {
-        return CreateFile((folder / name).c_str(), access, 0, nullptr, c.disposition, 0, nullptr);
+        return CreateFile((folder / name).c_str(), access, 0, nullptr, disposition, 0, nullptr);
       };
       fs::remove(path);
       FileHandle missing = open("file");
-      EXPECT_EQ(missing != nullptr, c.opensMissing) << c.disposition;
+      EXPECT_EQ(missing != nullptr, opensMissing) << disposition;
       CloseFile(missing);
       Spit(path, "old");
       FileHandle file = open("file");
-      EXPECT_EQ(Slurp(path), c.kept) << c.disposition;
+      EXPECT_EQ(Slurp(path), kept) << disposition;
       WriteFile(file, "N", 1, nullptr, nullptr);
       CloseFile(file);
-      EXPECT_EQ(Slurp(path).starts_with('N'), access == GENERIC_WRITE) << c.disposition;
+      EXPECT_EQ(Slurp(path).starts_with('N'), access == GENERIC_WRITE) << disposition;
       EXPECT_EQ(open("pipe"), nullptr);
     }
   }

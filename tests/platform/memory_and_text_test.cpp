@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
-
 #include "platform/global_memory.h"
+#include "support/testing.h"
 
 TEST(GlobalMemory, PlainMovableAndForeignPointersAreToldApart) {
   void* plain = GlobalAlloc(GMEM_FIXED, 10);

@@ -1,22 +1,19 @@
 #include "platform/profile.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <csignal>
-#include <filesystem>
 #include <random>
 
 #include "platform/descriptor.h"
 #include "platform/ini_file.h"
 #include "platform/system_time.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 
 namespace {
 
@@ -58,22 +55,17 @@ int ResultOf(pid_t child) {
 TEST_F(Profile, CopiesWhatFitsAndTellsTheFullLength) {
   const std::string value(70, 'v');
   Spit(file_, "[S]\nlong=" + value + "\nnul=a" + '\0' + "b\n");
-  const struct {
-    const char* key;
-    DWORD size, length;
-    std::string copied;
-  } cases[] = {{"long", 64, 70, value.substr(0, 62)},
-               {"LONG", 72, 70, value},
-               {"long", 1, 70, ""},
-               {"nul", 64, 3, "a"},
-               {"none", 5, 7, "def"}};
-  for (const auto& c : cases) {
+  for (const auto& [key, size, length, copied] :
+       Table<const char*, DWORD, DWORD, std::string>{{"long", 64, 70, value.substr(0, 62)},
+                                                     {"LONG", 72, 70, value},
+                                                     {"long", 1, 70, ""},
+                                                     {"nul", 64, 3, "a"},
+                                                     {"none", 5, 7, "def"}}) {
     std::string buffer(80, '#');
-    EXPECT_EQ(
-        GetPrivateProfileStringA(" s", c.key, "default", buffer.data(), c.size, file_.c_str()),
-        c.length);
-    EXPECT_EQ(buffer.c_str(), c.copied) << c.key << c.size;
-    EXPECT_EQ(buffer.substr(c.size), std::string(80 - c.size, '#')) << "written past the buffer";
+    EXPECT_EQ(GetPrivateProfileStringA(" s", key, "default", buffer.data(), size, file_.c_str()),
+              length);
+    EXPECT_EQ(buffer.c_str(), copied) << key << size;
+    EXPECT_EQ(buffer.substr(size), std::string(80 - size, '#')) << "written past the buffer";
   }
 }
 

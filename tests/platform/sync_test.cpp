@@ -1,8 +1,7 @@
 #include "platform/sync.h"
 
-#include <gtest/gtest.h>
-
 #include "platform/system_time.h"
+#include "support/testing.h"
 
 TEST(Sync, EventsLetThroughWhatTheyWereSetFor) {
   EventHandle once = CreateEvent(nullptr, 0, 0, nullptr);

@@ -1,13 +1,6 @@
 #include "util/cutil.h"
 
-#include <gtest/gtest.h>
-
-#include <filesystem>
-#include <string>
-
-#include "support/temp_folder.h"
-
-namespace fs = std::filesystem;
+#include "support/testing.h"
 
 namespace {
 

@@ -1,12 +1,7 @@
 #include "util/mem_buffer.h"
 
-#include <gtest/gtest.h>
-
-#include <climits>
-#include <string>
-#include <utility>
-
 #include "platform/global_memory.h"
+#include "support/testing.h"
 
 namespace {
 
@@ -108,24 +103,17 @@ TEST(MemBuffer, FreesWhatItOwnsAndHandsItsContentOver) {
 
 TEST(MemBuffer, ReadsStringsAndRefusesDamagedOnes) {
   using namespace std::string_literals;
-  const struct {
-    std::string stored;
-    std::int32_t maxLength;
-    bool read;
-    std::string text;
-    std::uint32_t position;
-  } kStrings[] = {
-      {"\6\0\0\0abcdef"s, 4, true, "abcd", 8},
-      {"\6\0\0\0abcdef"s, -1, true, "abcdef", 10},
-      {"\6\0\0\0abcdef"s, -2, false, "", 0},
-      {"\7\0\0\0abcdef"s, 6, true, "abcdef", 10},
-      {"\7\0\0\0abcdef"s, -1, false, "", 0},
-      {"\377\377\377\377abcdef"s, -1, false, "", 0},
-      {"\377\377\377\177abcdef"s, -1, false, "", 0},
-      {"\0\0\0\0"s, -1, true, "", 4},
-      {"\0\0\0"s, -1, false, "", 0},
-  };
-  for (auto [stored, maxLength, read, text, position] : kStrings) {
+  for (auto [stored, maxLength, read, text, position] :
+       Table<std::string, std::int32_t, bool, std::string, std::uint32_t>{
+           {"\6\0\0\0abcdef"s, 4, true, "abcd", 8},
+           {"\6\0\0\0abcdef"s, -1, true, "abcdef", 10},
+           {"\6\0\0\0abcdef"s, -2, false, "", 0},
+           {"\7\0\0\0abcdef"s, 6, true, "abcdef", 10},
+           {"\7\0\0\0abcdef"s, -1, false, "", 0},
+           {"\377\377\377\377abcdef"s, -1, false, "", 0},
+           {"\377\377\377\177abcdef"s, -1, false, "", 0},
+           {"\0\0\0\0"s, -1, true, "", 4},
+           {"\0\0\0"s, -1, false, "", 0}}) {
     const std::string what = testing::PrintToString(stored) + " " + std::to_string(maxLength);
     CMemBuffer stream(Bytes(stored), static_cast<std::uint32_t>(stored.size()), 0, 0);
     std::string target(12, '.');

@@ -1,15 +1,11 @@
 #include "util/reader_writer_lock.h"
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <atomic>
-#include <chrono>
 #include <future>
-#include <thread>
-#include <vector>
 
 #include "platform/sync.h"
+#include "support/testing.h"
 
 namespace {
 
