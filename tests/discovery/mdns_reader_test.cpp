@@ -13,12 +13,6 @@ using namespace mdns_packets;
 using namespace std::string_literals;
 using Txt = std::map<std::string, std::string>;
 
-std::string Times(int count, std::string_view text) {
-  std::string all;
-  for (int i = 0; i < count; ++i) all += text;
-  return all;
-}
-
 TEST(MdnsNames, AreWalkedWithinBounds) {
   std::string chain = "\1x\0"s;
   for (std::size_t hop = 0; hop < 17; ++hop) {
@@ -74,14 +68,10 @@ TEST(MdnsReader, ReadsWholeThingsOrStaysWhereItIs) {
     ASSERT_EQ(reader.position(), length >= 12 ? 12 : 0);
     if (length < 12) continue;
     EXPECT_EQ(header, (mdns_header{0x1234, 0x100, 1, 0, 1, 0}));
-    PacketReader skipper = reader;
     ASSERT_EQ(reader.read(question), length >= 28) << length;
     ASSERT_EQ(reader.position(), length >= 28 ? 28 : 12);
-    EXPECT_EQ(skipper.skipQuestion(), length >= 28);
-    EXPECT_EQ(skipper.position(), reader.position());
     if (length < 28) continue;
-    EXPECT_EQ(question.name.view(), "host.local.");
-    EXPECT_TRUE(question.type == 255 && question.wantsUnicast());
+    EXPECT_TRUE(question.name.view() == "host.local." && question.wantsUnicast());
     ASSERT_EQ(reader.read(record), length == packet.size()) << length;
     ASSERT_EQ(reader.position(), length == packet.size() ? length : 28);
   }

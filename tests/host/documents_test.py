@@ -14,6 +14,7 @@ import sys
 import tempfile
 import threading
 import unittest
+import urllib.parse
 
 import service
 
@@ -90,7 +91,7 @@ class Documents(service.ServiceTest):
 WATCHER = """<script>
   const first = out.textContent;
   setInterval(() => {
-    if (out.textContent !== first) fetch("/shown", { method: "POST", body: out.textContent });
+    if (out.textContent !== first) fetch("/shown?" + encodeURIComponent(out.textContent));
   }, 50);
 </script>"""
 
@@ -103,19 +104,13 @@ class PageHandler(http.server.BaseHTTPRequestHandler):
     def log_message(self, *_):
         pass
 
-    def answer(self, body=b""):
+    def do_GET(self):
+        if self.path.startswith("/shown?"):
+            PageHandler.shown = urllib.parse.unquote(self.path.partition("?")[2])
         self.send_response(200)
         self.send_header("Content-Type", "text/html; charset=utf-8")
-        self.send_header("Content-Length", str(len(body)))
         self.end_headers()
-        self.wfile.write(body)
-
-    def do_GET(self):
-        self.answer(self.page)
-
-    def do_POST(self):
-        PageHandler.shown = self.rfile.read(int(self.headers["Content-Length"])).decode()
-        self.answer()
+        self.wfile.write(self.page)
 
 
 @contextlib.contextmanager

@@ -83,6 +83,9 @@ class Hostile(ServiceTest):
                 (408, self.head("Content-Length: 10") + b"12345"),
                 (None, b"")):
             self.assertEqual(self.status(data), expected, data[:60])
+        head = self.head("Content-Length: 999", method="GET", path="/health")
+        replies = self.service.raw(head + self.last(method="GET", path="/health"))
+        self.assertEqual(replies.count(b"HTTP/1.1 "), 1, "what is no request is not taken for one")
 
     def test_silence_on_the_secure_port(self):
         s = self.service

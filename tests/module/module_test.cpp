@@ -1,8 +1,6 @@
 // Drives the built module as a host does: loaded by its file, through its ten functions only.
 #include <dlfcn.h>
 
-#include <fstream>
-
 #include "frame/qtp_module.h"
 #include "support/testing.h"
 
@@ -177,23 +175,16 @@ TEST(ModuleThreads, RunCommandsInParallel) {
 }
 
 std::size_t EntriesOf(const char* folder) {
-  return static_cast<std::size_t>(
-      std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
 }
 
-std::size_t MappingsOf(const std::string& file) {
-  std::ifstream maps("/proc/self/maps");
-  std::string line;
-  std::size_t count = 0;
-  while (std::getline(maps, line)) count += line.find(file) != std::string::npos;
-  return count;
-}
+bool IsMapped() { return Slurp("/proc/self/maps").find("libqtp.so") != std::string::npos; }
 
 TEST(ModuleUnload, LeavesNoThreadDescriptorMappingOrName) {
   Spit(WorkFolder() + "QVConfiguration.ini", "[QV]\nLogLevel=14\n");
   const auto use = [] {
     const StartedModule module;
-    EXPECT_GT(MappingsOf("libqtp.so"), 0u);
+    EXPECT_TRUE(IsMapped());
     // A thread of the host's that lives on must not keep the module in memory.
     std::jthread other([&module] { module.Answer(R"({"method":"GetServerInfo"})"); });
     module.Answer(R"({"method":"Reboot"})");
@@ -204,7 +195,7 @@ TEST(ModuleUnload, LeavesNoThreadDescriptorMappingOrName) {
   const std::size_t threads = EntriesOf("/proc/self/task");
   const std::size_t names = EntriesOf("/dev/shm");
   for (int i = 0; i < 200; ++i) use();
-  EXPECT_EQ(MappingsOf("libqtp.so"), 0u) << "the module is still mapped";
+  EXPECT_FALSE(IsMapped()) << "something keeps the module in memory";
   EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
   for (int i = 0; i < 5000 && EntriesOf("/proc/self/task") != threads; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));  // a joined one may still be listed

@@ -23,3 +23,9 @@ namespace fs = std::filesystem;
 ///   for (const auto& [text, valid] : Table<std::string, bool>{{"a", true}, {"", false}}) ...
 template <class... Columns>
 using Table = std::vector<std::tuple<Columns...>>;
+
+inline std::string Times(int count, std::string_view text) {
+  std::string all;
+  for (int i = 0; i < count; ++i) all += text;
+  return all;
+}

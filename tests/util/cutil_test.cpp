@@ -25,19 +25,6 @@ TEST_F(CUtilTest, DeletesATreeAndNothingThatItPointsTo) {
   EXPECT_TRUE(fs::is_empty(elsewhere_.path())) << "at the top a link stands for its folder";
 }
 
-TEST_F(CUtilTest, CopiesAFolderWithOrWithoutItsSubfolders) {
-  fs::create_directories(temp_ / "from/sub");
-  for (const char* name : {"from/top", "from/sub/deep"}) Spit(temp_ / name, name);
-  fs::create_directory_symlink("..", temp_ / "from/sub/up");
-  EXPECT_TRUE(
-      CUtil::CopyDirectoryFiles((temp_ / "from/").c_str(), (temp_ / "flat/").c_str(), false));
-  EXPECT_EQ(Slurp(temp_ / "flat/top"), "from/top");
-  EXPECT_FALSE(fs::exists(temp_ / "flat/sub"));
-  EXPECT_TRUE(CUtil::CopyDirectoryFiles((temp_ / "from").c_str(), (temp_ / "all").c_str(), true));
-  EXPECT_EQ(Slurp(temp_ / "all/sub/deep"), "from/sub/deep");
-  EXPECT_FALSE(fs::exists(temp_ / "all/sub/up")) << "a loop is copied round after round";
-}
-
 TEST_F(CUtilTest, SavesBytesWithTheirFolders) {
   const auto save = [this](const char* name, const std::string& data, unsigned int offset) {
     return CUtil::SaveDataToFileInner((temp_ / name).c_str(),

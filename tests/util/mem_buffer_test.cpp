@@ -57,17 +57,20 @@ TEST(MemBuffer, WrapsABlockThatDoesNotGrow) {
 }
 
 TEST(MemBuffer, SeeksWithinItsBoundsAndShowsNothingOfTheHeap) {
-  const struct {
-    std::int64_t offset;
-    std::uint32_t origin, position;
-  } kMoves[] = {
-      {4, 0, 4},  {-1, 0, 4}, {3, 1, 7},     {-8, 1, 7},          {-3, 2, 7},
-      {0, 2, 10}, {2, 3, 10}, {100, 0, 100}, {INT64_MAX, 1, 100}, {INT64_MIN, 2, 100},
-  };
   CMemBuffer stream(64);
   stream.Write("0123456789", 10);
   stream.Seek(0, 0);
-  for (const auto& [offset, origin, position] : kMoves) {
+  for (const auto& [offset, origin, position] :
+       Table<std::int64_t, unsigned, unsigned>{{4, 0, 4},
+                                               {-1, 0, 4},
+                                               {3, 1, 7},
+                                               {-8, 1, 7},
+                                               {-3, 2, 7},
+                                               {0, 2, 10},
+                                               {2, 3, 10},
+                                               {100, 0, 100},
+                                               {INT64_MAX, 1, 100},
+                                               {INT64_MIN, 2, 100}}) {
     EXPECT_EQ(stream.Seek(offset, origin), position) << offset << " from " << origin;
   }
   char none = '?';
