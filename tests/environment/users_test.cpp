@@ -3,19 +3,9 @@
 #include "environment/configuration.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
-#include "platform/os.h"
 #include "support/testing.h"
 
 namespace {
-
-TEST(Users, HomeFoldersGoIntoValuesAndLists) {
-  const std::string home = os::HomeFolder();
-  for (const auto& [text, expanded] :
-       Table<std::string, std::string>{{R"(["~/a",1])", "[\"" + home + "/a\",1]"},
-                                       {"x,~/a,~/b", "x," + home + "/a," + home + "/b"},
-                                       {R"(~/a"x~/a"~")", R"(~/a"x~/a"~")"}})
-    EXPECT_EQ(DealWithMacHomeDir(text), expanded);
-}
 
 TEST(Users, AddressesAreReducedToTheirOrigin) {
   for (const auto& [address, origin] : Table<const char*, const char*>{
@@ -48,6 +38,7 @@ TEST(Users, CertificatesAreChosenByHost) {
   EXPECT_EQ(named("local.EXAMPLE"), "|mine.key") << "a configured pair wins";
   EXPECT_EQ(named("scan.products.example"), own);
   EXPECT_EQ(named("127.0.0.1"), "|");
+  EXPECT_EQ(GetScanModuleName(0) + GetScanModuleName(5), "QVSCN2.exeQVSCN2x64.exe");
 }
 
 }  // namespace

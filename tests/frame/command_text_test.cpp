@@ -10,6 +10,7 @@ std::string LoadZip(const std::string& type, const std::string& version) {
 }
 
 TEST(CommandText, RoutesPathsAndTexts) {
+  const std::string home = os::HomeFolder();
   for (const auto& [path, text, command, payload] :
        Table<const char*, const char*, std::string, PayloadSource>{
            {"/qtp/LoadZipFromBytes?type=2&qvver=17300531&", "ignored", LoadZip("2", "17300531"),
@@ -26,7 +27,8 @@ TEST(CommandText, RoutesPathsAndTexts) {
            {"/qtp/any", "a\r\n\r\nb\r\n\r\nc", "a", PayloadSource::BehindSeparator},
            {"/qtp/any", "a\r\n\r\n", "a", PayloadSource::None},
            {"/x/qtp/abc", "a", "", PayloadSource::None},
-           {"/qtp/", R"(["~/x"])", "[\"" + os::HomeFolder() + "/x\"]", PayloadSource::None}}) {
+           {"/qtp/", R"(["~/x",~/y,"x~/",)", "[\"" + home + "/x\"," + home + "/y,\"x~/\",",
+            PayloadSource::None}}) {
     const CommandText built = BuildCommandText(path, text);
     EXPECT_EQ(built.text, command) << path;
     EXPECT_EQ(built.payload, payload) << path;

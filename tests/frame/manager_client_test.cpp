@@ -80,6 +80,8 @@ TEST_F(ManagerClientTest, KnowsUsersAndTheirPorts) {
   SavePort("ann", "qtp", false, true, 7);
   const auto ports = manager_.GetAllListenPorts("ann");
   EXPECT_EQ(ports.at("qtp").sslPort - ports.at("qtp").port, 7);
+  manager_.CloseUserProcess("ann");
+  EXPECT_TRUE(GetUserProcessExitFlag("ann"));
   EXPECT_EQ(ManagerClient::GetHashCode("zzzzzzz\xFF"), 1813671509);
 }
 

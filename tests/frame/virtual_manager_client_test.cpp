@@ -29,25 +29,4 @@ TEST_F(VirtualManagerClientTest, IsBusyForThirtySecondsAfterACommand) {
   g_now = end;
 }
 
-TEST_F(VirtualManagerClientTest, KeepsImagesOfOneSize) {
-  std::vector<unsigned char> out(2052, 0xAA);
-  unsigned int len = 0;
-  const char* get = "/GetEncryptedImageMap?GUID=abc&x=1";
-  const char* set = "/SetEncryptedImageMap?GUID=abc&x=1";
-  for (const std::string& image : {std::string("0123456789"), std::string(5000, 'y')}) {
-    EXPECT_EQ(client_.SetImage(set, image.data(), static_cast<unsigned int>(image.size())), 1);
-    EXPECT_EQ(client_.GetImage(get, out.data(), &len), 1);
-    std::string kept = image;
-    kept.resize(2052);
-    EXPECT_EQ(std::string(out.begin(), out.end()), kept);
-  }
-  EXPECT_EQ(len, 2052u);
-  EXPECT_EQ(client_.GetImage("/GetEncryptedImageMap?GUID=abc", out.data(), &len), 0);
-  EXPECT_EQ(client_.SetImage(set, nullptr, 0), 1);
-  EXPECT_EQ(client_.GetImage(get, out.data(), &len), 0);
-  for (const char* url : {"/other?GUID=abc", "/SetEncryptedImageMap?GUID=", "", "GUID"}) {
-    EXPECT_EQ(client_.SetImage(url, "x", 1), 0) << url;
-  }
-}
-
 }  // namespace

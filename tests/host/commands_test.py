@@ -87,15 +87,6 @@ class Commands(ServiceTest):
             wait_until(seen_busy, "a running command is told")
         self.assertFalse(s.health()["busy"])
 
-    def test_the_log_level_can_be_raised_while_it_runs(self):
-        log = self.service.path("log/qvs.log")
-        self.service.ask("Nope", "before")
-        self.service.set("LogLevel", 14)
-        wait_until(lambda: self.service.ask("Nope", "after")  # lines push others
-                   and "cmd = [Nope]. id = [1]" in log.read_text(), "the command is logged")
-        self.assertIn('"after"', log.read_text())
-        self.assertNotIn('"before"', log.read_text())
-
 
 if __name__ == "__main__":
     unittest.main()

@@ -23,14 +23,6 @@ class Doorway(ServiceTest):
     def post(self, text, headers, path="/qtp/"):
         return self.service.request("POST", path, text, headers)
 
-    def test_only_the_names_of_this_machine(self):
-        port = self.service.plain
-        for host, expected in ((f"[::1]:{port}", 200), (f"rebound.example:{port}", 403)):
-            for method, path in (("POST", "/qtp/"), ("GET", "/health")):
-                status, _, body = self.service.request(
-                    method, path, command("GetLocalIP"), {"Host": host})
-                self.assertEqual(status, expected, (host, body))
-
     def test_asking_and_managing(self):
         for headers in (ASK, MANAGE, {"Origin": f"https://localhost:{self.service.secure}"}):
             status, answer, _ = self.post(command("GetServerInfo"), headers)

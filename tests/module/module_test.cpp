@@ -85,6 +85,7 @@ TEST(Module, TellsWhoItIsStartsAndStops) {
 TEST(Module, RunsCommandsOfBothKindsAndRefusesOthers) {
   const StartedModule module;
   const std::string command = R"({"id":"9","cmdId":"c","method":"AddFirewall"})";
+  const std::string withBytes = command + "\r\n\r\nbytes";
   const std::string reply =
       "{\n\t\"id\" : \"9\",\n\t\"method\" : \"AddFirewall\",\n\t\"result\" : \n\t[\n\t\tfalse\n"
       "\t],\n\t\"cmdId\" : \"c\"\n}\n";
@@ -92,6 +93,7 @@ TEST(Module, RunsCommandsOfBothKindsAndRefusesOthers) {
        Table<int, const char*, const char*, const char*, SendBackFunc, std::string>{
            {1, command.c_str(), nullptr, "", &Collect, reply},
            {0, "/qtp/", command.c_str(), "", &Collect, reply},
+           {0, "/qtp/", withBytes.c_str(), "", &Collect, reply},
            {0, "/other", command.c_str(), "", &Collect, "Invalid command"},
            {2, "/qtp/", command.c_str(), "", &Collect, ""},
            {-1, nullptr, nullptr, nullptr, nullptr, ""},
@@ -106,12 +108,20 @@ TEST(Module, RunsCommandsOfBothKindsAndRefusesOthers) {
   }
 }
 
-TEST(Module, KeepsImagesAndListedFilesUntilItIsUnloaded) {
+TEST(Module, KeepsImagesOfOneSizeAndListedFilesUntilItIsUnloaded) {
   const StartedModule module;
+  std::string out(2052, '?');
   unsigned int len = 0;
-  const char* get = "/GetEncryptedImageMap?GUID=a";
-  EXPECT_EQ(module.SetImage("/SetEncryptedImageMap?GUID=a", "x", 1), 1);
-  EXPECT_EQ(module.GetImage(get, nullptr, &len), 1);
+  const char* get = "/GetEncryptedImageMap?GUID=a&x";
+  const char* set = "/SetEncryptedImageMap?GUID=a&x";
+  for (std::string image : {std::string("0123456789"), std::string(5000, 'y')}) {
+    EXPECT_EQ(module.SetImage(set, image.data(), static_cast<unsigned int>(image.size())), 1);
+    EXPECT_EQ(module.GetImage(get, out.data(), &len), 1);
+    image.resize(len);
+    EXPECT_EQ(out, image);
+  }
+  EXPECT_EQ(module.GetImage("/GetEncryptedImageMap?GUID=a", nullptr, &len), 0);
+  EXPECT_EQ(module.SetImage("/SetEncryptedImageMap?GUID=", "x", 1), 0);
   for (const auto& [name, path, third, result] : Table<const char*, const char*, const void*, int>{
            {"fileInHVNWhiteList", "a\\b", nullptr, -1},
            {"addFileToWhiteList and more", "a\\b", nullptr, 0},
@@ -122,6 +132,8 @@ TEST(Module, KeepsImagesAndListedFilesUntilItIsUnloaded) {
     EXPECT_EQ(module.Reserved(name, path, third), result) << name;
   }
   module.DoAction(3, nullptr, nullptr, 0);
+  EXPECT_EQ(module.GetImage(get, nullptr, &len), 0);
+  EXPECT_EQ(module.SetImage(set, "x", 1) + module.SetImage(set, nullptr, 0), 2);
   EXPECT_EQ(module.GetImage(get, nullptr, &len), 0);
   EXPECT_EQ(module.Reserved("fileInHVNWhiteList", "a/b", nullptr), -1);
 }

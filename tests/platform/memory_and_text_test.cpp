@@ -7,6 +7,7 @@ TEST(GlobalMemory, PlainMovableAndForeignPointersAreToldApart) {
   int foreign = 0;
   EXPECT_EQ(GlobalLock(plain), plain);
   EXPECT_EQ(GlobalLock(movable), *static_cast<void**>(movable));
+  EXPECT_EQ(GlobalLock(static_cast<char**>(movable)), GlobalLock(movable));
   EXPECT_EQ(GlobalReAlloc(movable, 20, 0), movable);
   EXPECT_EQ(GlobalReAlloc(plain, 20, 0), nullptr);
   for (void* unknown : {static_cast<void*>(&foreign), static_cast<void*>(nullptr)}) {

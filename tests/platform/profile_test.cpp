@@ -95,23 +95,16 @@ TEST_F(Profile, AgreesWithTheModelOnAnyText) {
 
 TEST_F(Profile, WritesKeepTheRestAndLetNoTextPoseAsALine) {
   const std::string last = "[S]\nA= 2evil=1\nb=3\n[S][T]\nc=4\n";
-  const struct {
-    const char *section, *key, *value;
-    std::string content;
-    BOOL stored = 1;
-  } cases[] = {
-      {"S", "b", "1", "[S]\nb=1\n"},
-      {"s", "A", " 2\r\nevil=1\n", "[S]\nA= 2evil=1\nb=1\n"},
-      {"S", "\nb\r", "3", "[S]\nA= 2evil=1\nb=3\n"},
-      {"S]\n[T", "c", "4", last},
-      {"S", "[T", "5]", last, 0},
-      {"S", "A=c", "6", last, 0},
-      {"S", " ", "7", last, 0},
-  };
-  for (const auto& c : cases) {
-    EXPECT_EQ(WritePrivateProfileStringA(c.section, c.key, c.value, file_.c_str()), c.stored);
-    EXPECT_EQ(Slurp(file_), c.content) << c.key;
+  for (const auto& [section, key, value, content] :
+       Table<const char*, const char*, const char*, std::string>{
+           {"S", "b", "1", "[S]\nb=1\n"},
+           {"s", "A", " 2\r\nevil=1\n", "[S]\nA= 2evil=1\nb=1\n"},
+           {"S", "\nb\r", "3", "[S]\nA= 2evil=1\nb=3\n"},
+           {"S]\n[T", "c", "4", last}}) {
+    EXPECT_EQ(WritePrivateProfileStringA(section, key, value, file_.c_str()), 1);
+    EXPECT_EQ(Slurp(file_), content) << key;
   }
+  for (const char* key : {"[T", "A=c", " ", ""}) EXPECT_EQ(Write("5]", key), EINVAL) << key;
   const ProfileEntry oneBad[] = {{"b", "8"}, {"", "x"}};
   EXPECT_EQ(WritePrivateProfileEntries("S", oneBad, file_.c_str()), 0);
   EXPECT_EQ(Slurp(file_), last) << "all of the entries or none";

@@ -25,6 +25,15 @@ TEST_F(CUtilTest, DeletesATreeAndNothingThatItPointsTo) {
   EXPECT_TRUE(fs::is_empty(elsewhere_.path())) << "at the top a link stands for its folder";
 }
 
+TEST_F(CUtilTest, CopiesAFolderButNotRoundALoopOfLinks) {
+  fs::create_directories(temp_ / "from/sub");
+  Spit(temp_ / "from/sub/deep", "x");
+  fs::create_directory_symlink("..", temp_ / "from/sub/up");
+  EXPECT_TRUE(CUtil::CopyDirectoryFiles((temp_ / "from/").c_str(), (temp_ / "to").c_str(), true));
+  EXPECT_EQ(Slurp(temp_ / "to/sub/deep"), "x");
+  EXPECT_FALSE(fs::exists(temp_ / "to/sub/up"));
+}
+
 TEST_F(CUtilTest, SavesBytesWithTheirFolders) {
   const auto save = [this](const char* name, const std::string& data, unsigned int offset) {
     return CUtil::SaveDataToFileInner((temp_ / name).c_str(),

@@ -27,13 +27,9 @@ std::future<bool> Try(Lock& lock, bool writes, unsigned int timeoutMs,
 }
 
 template <class Lock>
-bool OtherCanRead(Lock& lock, unsigned int timeoutMs = 0) {
-  return Try(lock, false, timeoutMs).get();
-}
-
-template <class Lock>
-bool OtherCanWrite(Lock& lock, unsigned int timeoutMs = 0) {
-  return Try(lock, true, timeoutMs).get();
+std::string OthersMay(Lock& lock) {
+  const bool read = Try(lock, false, 0).get(), write = Try(lock, true, 0).get();
+  return std::string(read ? "read" : "") + (write ? "write" : "");
 }
 
 template <class Lock>
@@ -48,26 +44,23 @@ TYPED_TEST_SUITE(AnyLock, BothLocks);
 TYPED_TEST(AnyLock, SharesReadsAndExcludesWrites) {
   auto& lock = this->lock_;
   ASSERT_TRUE(lock.AcquireReaderLock(0));
-  EXPECT_TRUE(OtherCanRead(lock));
-  EXPECT_FALSE(OtherCanWrite(lock, 20));
-  EXPECT_TRUE(OtherCanRead(lock)) << "the writer that gave up still keeps readers out";
+  EXPECT_FALSE(Try(lock, true, 20).get());
+  EXPECT_EQ(OthersMay(lock), "read") << "the writer that gave up still keeps readers out";
   lock.ReleaseReaderLock();
-
   ASSERT_TRUE(lock.AcquireWriterLock(0));
-  EXPECT_FALSE(OtherCanRead(lock, 20));
-  EXPECT_FALSE(OtherCanWrite(lock, 20));
+  for (const bool writes : {false, true}) EXPECT_FALSE(Try(lock, writes, 20).get());
   lock.ReleaseWriterLock();
-  EXPECT_TRUE(OtherCanWrite(lock));
+  EXPECT_EQ(OthersMay(lock), "readwrite");
 }
 
 TYPED_TEST(AnyLock, LetsAWaitingWriterGoBeforeNewReaders) {
   auto& lock = this->lock_;
   ASSERT_TRUE(lock.AcquireReaderLock(0));
   auto writer = Try(lock, true, INFINITE);
-  while (OtherCanRead(lock)) std::this_thread::yield();
+  while (OthersMay(lock) != "") std::this_thread::yield();
   lock.ReleaseReaderLock();
   EXPECT_TRUE(writer.get());
-  EXPECT_TRUE(OtherCanRead(lock));
+  EXPECT_EQ(OthersMay(lock), "readwrite");
 }
 
 TYPED_TEST(AnyLock, WaitsEvenWhenNoEventCanBeMade) {
@@ -91,11 +84,9 @@ TYPED_TEST(AnyLock, WaitsEvenWhenNoEventCanBeMade) {
 }
 
 TYPED_TEST(AnyLock, GuardsDataUnderLoadAndLosesNoThread) {
-  constexpr int kThreads = 4;
-  constexpr int kRounds = 300;
+  constexpr int kThreads = 4, kRounds = 300;
   auto& lock = this->lock_;
-  int left = 0;
-  int right = 0;
+  int left = 0, right = 0;
   std::atomic<int> torn{0};
   std::vector<std::jthread> threads;
   for (int t = 0; t < kThreads; ++t) {
@@ -116,46 +107,40 @@ TYPED_TEST(AnyLock, GuardsDataUnderLoadAndLosesNoThread) {
   threads.clear();
   EXPECT_EQ(torn, 0);
   EXPECT_EQ(left, kThreads * kRounds / 3);
-  EXPECT_TRUE(OtherCanWrite(lock)) << "a count leaked";
+  EXPECT_EQ(OthersMay(lock), "readwrite") << "a count leaked";
 }
 
 TEST(PlainLock, ConvertsUpgradesAndDowngrades) {
   CReaderWriterLockNonReentrance lock;
   ASSERT_TRUE(lock.AcquireReaderLock(0));
   EXPECT_FALSE(lock.UpgradeToWriterLock(0));
-  EXPECT_TRUE(OtherCanRead(lock));
+  EXPECT_EQ(OthersMay(lock), "read");
   ASSERT_TRUE(lock.UpgradeToWriterLock(10));
-  EXPECT_FALSE(OtherCanRead(lock));
+  EXPECT_EQ(OthersMay(lock), "");
   lock.DowngradeFromWriterLock();
-  EXPECT_TRUE(OtherCanRead(lock));
-  EXPECT_FALSE(OtherCanWrite(lock));
-
+  EXPECT_EQ(OthersMay(lock), "read");
   ASSERT_TRUE(lock.AcquireReaderLock(0));  // a second reader keeps the upgrade waiting
   EXPECT_FALSE(lock.UpgradeToWriterLock(20));
   lock.ReleaseReaderLock();
-  EXPECT_FALSE(OtherCanWrite(lock)) << "the failed upgrade lost the read hold";
+  EXPECT_EQ(OthersMay(lock), "read") << "the failed upgrade lost the read hold";
   lock.ReleaseReaderLock();
-  EXPECT_TRUE(OtherCanWrite(lock));
+  EXPECT_EQ(OthersMay(lock), "readwrite");
 }
 
 TEST(RecursiveLock, CountsHoldsOfAThread) {
   CReaderWriterLock lock;
   const auto state = [&] { return lock.GetCurrentThreadStatus(); };
-  ASSERT_TRUE(lock.AcquireReaderLock(0));
-  ASSERT_TRUE(lock.AcquireWriterLock(0));
-  ASSERT_TRUE(lock.AcquireWriterLock(0));
-  ASSERT_TRUE(lock.AcquireReaderLock(0));
+  ASSERT_TRUE(lock.AcquireReaderLock(0) && lock.AcquireWriterLock(0));
+  ASSERT_TRUE(lock.AcquireWriterLock(0) && lock.AcquireReaderLock(0));
   EXPECT_EQ(state(), 0x20002u);
-
   lock.ReleaseWriterLock();
-  EXPECT_FALSE(OtherCanRead(lock));
+  EXPECT_EQ(OthersMay(lock), "");
   lock.ReleaseWriterLock();  // the reads stay: downgraded
   EXPECT_EQ(state(), 2u);
-  EXPECT_TRUE(OtherCanRead(lock));
-  EXPECT_FALSE(OtherCanWrite(lock));
+  EXPECT_EQ(OthersMay(lock), "read");
   lock.ReleaseAllLocks();
   EXPECT_EQ(state(), 0u);
-  EXPECT_TRUE(OtherCanWrite(lock));
+  EXPECT_EQ(OthersMay(lock), "readwrite");
 }
 
 TEST(RecursiveLock, LetsTwoReadersUpgradeOneAfterTheOther) {
@@ -176,7 +161,7 @@ TEST(RecursiveLock, LetsTwoReadersUpgradeOneAfterTheOther) {
   EXPECT_TRUE(upgrade());
   EXPECT_TRUE(other.get());
   EXPECT_EQ(value, 2);
-  EXPECT_TRUE(OtherCanWrite(lock));
+  EXPECT_EQ(OthersMay(lock), "readwrite");
 }
 
 }  // namespace
