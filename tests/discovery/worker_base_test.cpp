@@ -51,6 +51,8 @@ void UntilStopped(TestWorker& worker) {
 }
 
 TEST(Worker, StartsStopsAndRestarts) {
+  char host[256] = {};
+  ASSERT_EQ(::gethostname(host, sizeof host - 1), 0);
   TestWorker worker(UntilStopped);
   EXPECT_TRUE(!worker.isRunning() && worker.stop());
   worker.notifyStop();
@@ -63,6 +65,9 @@ TEST(Worker, StartsStopsAndRestarts) {
     EXPECT_EQ(worker.loops, round);
     EXPECT_TRUE(worker.ended.try_acquire()) << "stop did not wait";
   }
+  EXPECT_EQ(worker.instanceName(), host);
+  worker.setInstanceName("desk");
+  EXPECT_EQ(worker.instanceName(), "desk");
 }
 
 TEST(Worker, CountsAsRunningUntilItIsStoppedHoweverItsLoopEnds) {
@@ -119,16 +124,6 @@ TEST(Worker, TakesCommandsFromManyThreads) {
   commands.clear();
   worker.stop();
   EXPECT_FALSE(worker.isRunning());
-}
-
-TEST(Worker, IsNamedAfterTheMachineUnlessToldOtherwise) {
-  char host[256] = {};
-  ASSERT_EQ(::gethostname(host, sizeof host - 1), 0);
-  TestWorker worker([](TestWorker&) {});
-  worker.start();
-  EXPECT_EQ(worker.instanceName(), host);
-  worker.setInstanceName("desk");
-  EXPECT_EQ(worker.instanceName(), "desk");
 }
 
 #ifdef __GLIBC__
