@@ -29,8 +29,7 @@ def command(method, *parameters, **members):
 def wait_until(condition, what):
     end = time.monotonic() + PATIENCE
     while time.monotonic() < end:
-        result = condition()
-        if result:
+        if result := condition():
             return result
         time.sleep(0.02)
     raise AssertionError("waited in vain until " + what)
@@ -51,8 +50,7 @@ class Service:
         if settings:
             self.ini.write_text(settings)
         self.arguments = list(arguments)
-        self.process = None
-        self.plain = self.secure = None
+        self.process = self.plain = self.secure = None
 
     def __enter__(self):
         return self
@@ -118,10 +116,10 @@ class Service:
         return ssl.create_default_context(cafile=self.path("cert/server.pem"))
 
     def http(self, secure=False):
-        if secure:
-            return http.client.HTTPSConnection(
-                "127.0.0.1", self.secure, context=self.tls(), timeout=PATIENCE)
-        return http.client.HTTPConnection("127.0.0.1", self.plain, timeout=PATIENCE)
+        if not secure:
+            return http.client.HTTPConnection("127.0.0.1", self.plain, timeout=PATIENCE)
+        return http.client.HTTPSConnection(
+            "127.0.0.1", self.secure, context=self.tls(), timeout=PATIENCE)
 
     def connect(self, port=None, timeout=PATIENCE):
         return socket.create_connection(("127.0.0.1", port or self.plain), timeout)
@@ -129,9 +127,9 @@ class Service:
     def ws(self, path="/", secure=False, **options):
         """A WebSocket, to be entered."""
         if secure:
-            return websockets.connect(f"wss://localhost:{self.secure}{path}", ssl=self.tls(),
-                                      **options)
-        return websockets.connect(f"ws://127.0.0.1:{self.plain}{path}", **options)
+            options["ssl"] = self.tls()
+        scheme, port = ("wss", self.secure) if secure else ("ws", self.plain)
+        return websockets.connect(f"{scheme}://localhost:{port}{path}", **options)
 
     def request(self, method, path, body=None, headers=None, secure=False):
         """Status, headers and body of one request."""
@@ -143,10 +141,10 @@ class Service:
     def health(self):
         return json.loads(self.request("GET", "/health")[2])
 
-    def ask(self, method, *parameters, headers=None, secure=False):
+    def ask(self, method, *parameters, secure=False):
         """The parsed reply to a command that must be answered."""
-        status, _, body = self.request(
-            "POST", "/qtp/", command(method, *parameters), headers, secure)
+        text = command(method, *parameters)
+        status, _, body = self.request("POST", "/qtp/", text, secure=secure)
         assert status == 200, (status, body)
         return json.loads(body)
 
