@@ -61,11 +61,11 @@ class Commands(ServiceTest):
                 ("/qtp/", "/", "/any/other", "/", "/", "/"))))
         self.assertEqual(asyncio.run(run()), [[[n, i] for i in range(200)] for n in range(6)])
 
-    def test_stopping_says_so_to_open_sockets(self):
+    def test_a_socket_takes_large_messages_and_is_told_of_the_end(self):
         async def run():
-            async with self.service.ws() as ws:
-                await ws.send(command("Nope"))
-                await ws.recv()
+            async with self.service.ws(max_size=None) as ws:
+                await ws.send(command("Nope", "y" * 8_000_000))
+                self.assertEqual(len(json.loads(await ws.recv())["result"][0]), 8_000_000)
                 await asyncio.get_running_loop().run_in_executor(None, self.service.stop)
                 await ws.wait_closed()
                 return ws.close_code

@@ -18,7 +18,7 @@ import websockets
 
 BIN = pathlib.Path(os.environ["QV_BIN"])
 MODULE = os.environ["QV_MODULE"]
-PATIENCE = 30  # seconds; sanitized programs on a busy machine are slow
+PATIENCE = 60  # seconds; sanitized programs on a busy machine are slow
 
 
 def command(method, *parameters, **members):
