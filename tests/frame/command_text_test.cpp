@@ -1,9 +1,7 @@
 #include "frame/command_text.h"
 
-#include <gtest/gtest.h>
-
-#include "frame/json_command.h"
 #include "platform/os.h"
+#include "support/testing.h"
 
 namespace {
 
@@ -12,49 +10,29 @@ std::string LoadZip(const std::string& type, const std::string& version) {
 }
 
 TEST(CommandText, RoutesPathsAndTexts) {
-  const struct {
-    const char *path, *text;
-    std::string command;
-    PayloadSource payload;
-  } kRequests[] = {
-      {"/qtp/LoadZipFromBytes?type=2&qvver=17300531&", "ignored", LoadZip("2", "17300531"),
-       PayloadSource::Body},
-      {"/LoadZipFromBytes?type=12", "", LoadZip("1", ""), PayloadSource::Body},
-      {"/LoadZipFromBytes", "", LoadZip("Z", ""), PayloadSource::Body},
-      {"/LoadZipFromBytes?x=1&qvver=5&", "", LoadZip("ZipFromBytes?x=1", "5"), PayloadSource::Body},
-      {"/a/CheckUpdateFile?qvver=17300531&", R"({"method":"CheckUpdateFile","parameter":["a",]})",
-       R"({"method":"CheckUpdateFile","parameter":["a","17300531"]})", PayloadSource::None},
-      {"/CheckUpdateFile", "x", R"(""]})", PayloadSource::None},
-      {"/qtp/", R"({"id":"1"})", R"({"id":"1"})", PayloadSource::None},
-      {"/qtp/any", "a\r\n\r\nb\r\n\r\nc", "a", PayloadSource::BehindSeparator},
-      {"/qtp/any", "a\r\n\r\n", "a", PayloadSource::None},
-      {"/x/qtp/abc", "a", "", PayloadSource::None},
-      {"", "a", "", PayloadSource::None},
-  };
-  for (const auto& [path, text, command, payload] : kRequests) {
+  const std::string home = os::HomeFolder();
+  for (const auto& [path, text, command, payload] :
+       Table<const char*, const char*, std::string, PayloadSource>{
+           {"/qtp/LoadZipFromBytes?type=2&qvver=17300531&", "ignored", LoadZip("2", "17300531"),
+            PayloadSource::Body},
+           {"/LoadZipFromBytes?type=12", "", LoadZip("1", ""), PayloadSource::Body},
+           {"/LoadZipFromBytes", "", LoadZip("Z", ""), PayloadSource::Body},
+           {"/LoadZipFromBytes?x=1&qvver=5&", "", LoadZip("ZipFromBytes?x=1", "5"),
+            PayloadSource::Body},
+           {"/a/CheckUpdateFile?qvver=17300531&",
+            R"({"method":"CheckUpdateFile","parameter":["a",]})",
+            R"({"method":"CheckUpdateFile","parameter":["a","17300531"]})", PayloadSource::None},
+           {"/CheckUpdateFile", "x", R"(""]})", PayloadSource::None},
+           {"/qtp/", R"({"id":"1"})", R"({"id":"1"})", PayloadSource::None},
+           {"/qtp/any", "a\r\n\r\nb\r\n\r\nc", "a", PayloadSource::BehindSeparator},
+           {"/qtp/any", "a\r\n\r\n", "a", PayloadSource::None},
+           {"/x/qtp/abc", "a", "", PayloadSource::None},
+           {"/qtp/", R"(["~/x",~/y,"x~/",)", "[\"" + home + "/x\"," + home + "/y,\"x~/\",",
+            PayloadSource::None}}) {
     const CommandText built = BuildCommandText(path, text);
     EXPECT_EQ(built.text, command) << path;
     EXPECT_EQ(built.payload, payload) << path;
     EXPECT_EQ(built.payloadOffset, payload == PayloadSource::BehindSeparator ? 5u : 0u) << path;
-  }
-}
-
-TEST(CommandText, PutsTheHomeFolderIn) {
-  EXPECT_EQ(BuildCommandText("/qtp/", R"(["~/x"])").text, "[\"" + os::HomeFolder() + "/x\"]");
-}
-
-TEST(CommandText, NamesTheFunctionThatWouldRun) {
-  const struct {
-    const char *path, *text, *function;
-  } kRequests[] = {
-      {"/qtp/", R"({"method":"GetPorts","event":"Reboot"})", "Reboot"},
-      {"/LoadZipFromBytes?type=1", "", "LoadZipFromBytes"},
-      {R"(/LoadZipFromBytes?type=1],"event":"GetPorts","x":[1&)", "", "GetPorts"},
-      {"/CheckUpdateFile", R"({"method":"Reboot","parameter":["a",]})", "Reboot"},
-      {"/other", R"({"method":"Reboot"})", ""},
-  };
-  for (const auto& [path, text, function] : kRequests) {
-    EXPECT_EQ(FindFunctionName(path, text), function) << path << " " << text;
   }
 }
 

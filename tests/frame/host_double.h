@@ -2,25 +2,19 @@
 // runs commands for it.
 #pragma once
 
-#include <gtest/gtest.h>
 #include <json/json.h>
-
-#include <memory>
-#include <string>
-#include <vector>
 
 #include "environment/configuration.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
 #include "frame/http_param_request.h"
 #include "manager/manager_client.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 
 struct HostDouble {
   struct Sent {
     int connectionId;
-    std::string text;
-    std::string data;
+    std::string text, data;
   };
   std::vector<Sent> sent;
   signed char result = 1;
@@ -61,10 +55,9 @@ class Commands : public ::testing::Test {
                     const std::string& version = "") {
     HostDouble host;
     host.result = 5;
-    const auto request = host.Request(R"({"id":"1","version":")" + version + R"(","method":")" +
-                                          method + R"(","parameter":)" + parameters + "}",
-                                      browserType);
-    EXPECT_EQ(manager_.Function(request.get()), 5) << method;
+    const std::string command = R"({"id":"1","version":")" + version + R"(","method":")" + method +
+                                R"(","parameter":)" + parameters + "}";
+    EXPECT_EQ(manager_.Function(host.Request(command, browserType).get()), 5) << method;
     EXPECT_EQ(host.sent.size(), 1u) << method;
     return host.sent.empty() ? "" : host.sent[0].text;
   }

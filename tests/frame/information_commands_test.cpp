@@ -1,148 +1,106 @@
 // The commands that tell about the service, and the ones that switch discovery, run through the
 // table with a host that can be made to misbehave.
 #include <openssl/asn1.h>
-#include <openssl/evp.h>
-#include <openssl/pem.h>
-#include <openssl/x509.h>
 
-#include <algorithm>
 #include <cstring>
-#include <filesystem>
-#include <memory>
 
 #include "environment/mdns_settings.h"
 #include "frame/host_double.h"
 #include "manager/certificate_date.h"
+#include "support/testing.h"
 
 namespace {
 
-class InformationCommands : public Commands {
- protected:
-  std::vector<std::string> Values(const char* method, const char* parameters,
-                                  const char* version = "") {
-    std::vector<std::string> values;
-    const Json::Value reply = Parsed(Reply(method, parameters, 1, version));
-    for (const auto& value : reply["result"]) values.push_back(value.asString());
-    return values;
-  }
-};
+using Texts = std::vector<std::string>;
+using InformationCommands = Commands;
 using DiscoveryCommands = Commands;
 
 TEST_F(InformationCommands, TellVersionAndCaller) {
-  using Texts = std::vector<std::string>;
-  const Texts expected = {
-      "17, 3, 0, 0531", "Marvique Service Manager Module", "0", "false", "32", "{}"};
-  EXPECT_EQ(Values("VersionInfo", "[]"), expected);
-  EXPECT_EQ(Values("VersionInfo", "[]", "hvasm_13000405"), expected);
-  EXPECT_EQ(Values("VersionInfo", "[]", "hvasm_13000404").at(0), "13,0,0,0404");
-  EXPECT_EQ(Values("QVVersion", "[]"), (Texts{"0", "Marvique Service"}));
+  const auto values = [this](const char* method, const char* parameters, const char* version = "") {
+    std::string joined;
+    const Json::Value reply = Parsed(Reply(method, parameters, 1, version));
+    for (const Json::Value& value : reply["result"]) joined += value.asString() + "|";
+    return joined;
+  };
+  const std::string more = "Marvique Service Manager Module|0|false|32|{}|";
+  EXPECT_EQ(values("VersionInfo", "[]", "hvasm_13000405"), "17, 3, 0, 0531|" + more);
+  EXPECT_EQ(values("VersionInfo", "[]", "hvasm_13000404"), "13,0,0,0404|" + more);
+  EXPECT_EQ(values("QVVersion", "[]"), "0|Marvique Service|");
   SetConfigurationToInitFile("QVVersion", "13,0,0,404", DEFAULT_SECTION);
-  EXPECT_EQ(Values("QVVersion", "[]"), (Texts{"13,0,0,404", "Marvique Service"}));
-  EXPECT_EQ(Values("QVVersion", "[7]"), (Texts{"7", "", "Marvique Service"}));
+  EXPECT_EQ(values("QVVersion", "[]"), "13,0,0,404|Marvique Service|");
+  EXPECT_EQ(values("QVVersion", "[7]"), "7||Marvique Service|");
 }
 
-// A self-signed certificate that ends at the given ASN.1 time.
-std::string CertificateUntil(const char* asn1Time) {
-  const std::unique_ptr<EVP_PKEY, decltype(&EVP_PKEY_free)> key(EVP_EC_gen("P-256"),
-                                                                &EVP_PKEY_free);
-  const std::unique_ptr<X509, decltype(&X509_free)> certificate(X509_new(), &X509_free);
-  const std::unique_ptr<BIO, decltype(&BIO_free)> out(BIO_new(BIO_s_mem()), &BIO_free);
-  X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0);
-  EXPECT_EQ(ASN1_TIME_set_string_X509(X509_getm_notAfter(certificate.get()), asn1Time), 1);
-  X509_set_pubkey(certificate.get(), key.get());
-  EXPECT_GT(X509_sign(certificate.get(), key.get(), EVP_sha256()), 0);
-  EXPECT_EQ(PEM_write_bio_X509(out.get(), certificate.get()), 1);
-  char* text = nullptr;
-  const long length = BIO_get_mem_data(out.get(), &text);
-  return {text, static_cast<std::size_t>(length)};
-}
-
-TEST_F(InformationCommands, TellUntilWhenTheCertificateIsValid) {
+TEST_F(InformationCommands, TellNoDateOfWhatIsNoCertificate) {
   SetConfigurationToInitFile("cert_name", "own.pem", "127.0.0.1");
+  std::filesystem::create_directories(GetCertPath());
   EXPECT_EQ(Reply("GetCertExpiredDate", "[]"), "[]") << "there is no file";
-  const std::string good = CertificateUntil("20491231235959Z");
   const std::string encrypted =
       "-----BEGIN CERTIFICATE-----\nProc-Type: 4,ENCRYPTED\n"
       "DEK-Info: AES-256-CBC,00112233445566778899AABBCCDDEEFF\n\n" +
-      good.substr(good.find('\n') + 1);
-  const struct {
-    std::string content, reply;
-  } kFiles[] = {{good, "[\"2049-12-31\"]"},
-                {"text before\n" + good + "text behind", "[\"2049-12-31\"]"},
-                {CertificateUntil("20500101000000Z"), "[]"},
-                {encrypted, "[]"},
-                {"", "[]"}};
-  std::filesystem::create_directories(GetCertPath());
-  for (const auto& [content, reply] : kFiles) {
+      std::string(64, 'A') + "\n-----END CERTIFICATE-----\n";
+  for (const std::string& content : {std::string(), encrypted}) {
     Spit(GetCertPath() + "own.pem", content);
-    EXPECT_EQ(Reply("GetCertExpiredDate", "[]"), reply) << content.substr(0, 200);
+    EXPECT_EQ(Reply("GetCertExpiredDate", "[]"), "[]") << content;
   }
-  std::filesystem::remove(GetCertPath() + "own.pem");
-  std::filesystem::create_directory(GetCertPath() + "own.pem");
-  EXPECT_EQ(Reply("GetCertExpiredDate", "[]"), "[]");
 }
 
 TEST_F(InformationCommands, ReadUtcTimesAndNothingElse) {
-  const struct {
-    const char* text;
-    int year, second;  // 0 when refused
-  } kTimes[] = {{"491231235959Z", 149, 59}, {"500101000000Z", 50, 0},  {"4912312359+0130", 149, 0},
-                {"491331235959Z", 0, 0},    {"491200235959Z", 0, 0},   {"491231245959Z", 0, 0},
-                {"491231236059Z", 0, 0},    {"4912312359 Z", 0, 0},    {"491231235959", 0, 0},
-                {"491231235959ZZ", 0, 0},   {"491231235959+01", 0, 0}, {"491231Z", 0, 0}};
-  for (const auto& [text, year, second] : kTimes) {
-    const std::unique_ptr<ASN1_STRING, decltype(&ASN1_STRING_free)> time(
-        ASN1_STRING_type_new(V_ASN1_UTCTIME), &ASN1_STRING_free);
+  const auto read = [](const char* text, std::tm* fields, int type = V_ASN1_UTCTIME) {
+    const std::unique_ptr<ASN1_STRING, decltype(&ASN1_STRING_free)> time(ASN1_STRING_type_new(type),
+                                                                         &ASN1_STRING_free);
     ASN1_STRING_set(time.get(), text, static_cast<int>(std::strlen(text)));
-    std::tm fields{};
-    EXPECT_EQ(openssl_asn1_utctime_to_tm(time.get(), &fields), year != 0) << text;
-    EXPECT_EQ(fields.tm_year, year) << text;
-    EXPECT_EQ(fields.tm_sec, second) << text;
+    return openssl_asn1_utctime_to_tm(time.get(), fields);
+  };
+  std::tm fields{};
+  for (const auto& [text, year, second] : Table<const char*, int, int>{
+           {"491231235958Z", 149, 58}, {"500101000000Z", 50, 0}, {"4912312359+0130", 149, 0}}) {
+    EXPECT_TRUE(read(text, &fields)) << text;
+    EXPECT_EQ(std::pair(fields.tm_year, fields.tm_sec), std::pair(year, second)) << text;
   }
+  for (const char* text :
+       {"491331235959Z", "491200235959Z", "491231245959Z", "491231236059Z", "4912312359 Z",
+        "491231235959", "491231235959ZZ", "491231235959+01", "491231Z"}) {
+    EXPECT_FALSE(read(text, &fields)) << text;
+  }
+  EXPECT_FALSE(read("491231235959Z", &fields, V_ASN1_GENERALIZEDTIME));
 }
 
-// Hosts that answer the request for a text in two calls, not all of them truthfully.
+// A host that answers the request for a text in two calls, not always truthfully.
 struct TextHost {
-  unsigned int announced;
-  std::string bytes;
-  unsigned int told;
+  unsigned int announced, told;
+  const char* reply;
 };
 TextHost g_textHost;
 
 int AnswerText(const char*, const char*, const char*, void* out, unsigned int* length) {
-  if (out != nullptr) {
-    const std::size_t room = std::min<std::size_t>(*length, g_textHost.bytes.size());
-    std::memcpy(out, g_textHost.bytes.data(), room);
-  }
+  if (out != nullptr) std::memcpy(out, "hello", std::min(*length, 5u));
   *length = out == nullptr ? g_textHost.announced : g_textHost.told;
   return 0;
 }
 
 TEST_F(InformationCommands, TakeATextFromAHostThatCannotCount) {
-  const struct {
-    TextHost host;
-    std::string reply;
-    HostDataGetFunc ask = &AnswerText;
-  } kHosts[] = {{{5, "hello", 5}, "hello"}, {{5, "hello", 3}, "hel"},
-                {{3, "hello", 5}, "hel"},   {{3, "hello", 4000000000u}, "hel"},
-                {{0, "hello", 5}, ""},      {{4000000000u, "hello", 5}, ""},
-                {{5, "hello", 0}, ""},      {{5, "hello", 5}, "", nullptr}};
-  for (const auto& [host, reply, ask] : kHosts) {
+  for (const TextHost& host : {TextHost{5, 5, "hello"},
+                               {5, 3, "hel"},
+                               {3, 5, "hel"},
+                               {3, 4000000000u, "hel"},
+                               {0, 5, ""},
+                               {4000000000u, 5, ""},
+                               {5, 0, ""}}) {
     g_textHost = host;
     HostDouble collector;
-    manager_.Function(collector.Request(R"({"method":"GetBinaryFileInfo"})", 1, 3, ask).get());
-    EXPECT_EQ(collector.sent.at(0).text, reply) << host.announced << " " << host.told;
+    const char* command = R"({"method":"GetBinaryFileInfo"})";
+    manager_.Function(collector.Request(command, 1, 3, &AnswerText).get());
+    EXPECT_EQ(collector.sent.at(0).text, host.reply) << host.announced << " " << host.told;
   }
 }
 
 TEST_F(DiscoveryCommands, SwitchTheBrowser) {
   EXPECT_EQ(Reply("GetmDNSQueryService", "[]"), "[false,\"\",0,0]");
-  EXPECT_EQ(Reply("SetmDNSQueryService", R"([true,"10.0.0.1",8080,"8443",0,0])"), "");
-  EXPECT_EQ(HostDouble::asked, (std::vector<std::string>{"stopmDNSQuery", "startmDNSQuery"}));
+  EXPECT_EQ(Reply("SetmDNSQueryService", R"([true,"10.0.0.1\n",8080,"8443",0,0])"), "");
   EXPECT_EQ(Reply("GetmDNSQueryService", "[]"), "[true,\"10.0.0.1\",8080,8443]");
-  HostDouble::asked.clear();
   EXPECT_EQ(Reply("SetmDNSQueryService", R"([false,"10.0.0.2",1,2,0,0])"), "");
-  EXPECT_EQ(HostDouble::asked, std::vector<std::string>{"stopmDNSQuery"});
+  EXPECT_EQ(HostDouble::asked, (Texts{"stopmDNSQuery", "startmDNSQuery", "stopmDNSQuery"}));
   EXPECT_EQ(Reply("GetmDNSQueryService", "[]"), "[false,\"\",0,0]");
   EXPECT_EQ(Stored("Proxy_IP"), "10.0.0.2");
 }
@@ -152,114 +110,61 @@ TEST_F(DiscoveryCommands, SwitchTheResponderAndHashItsPassword) {
   const std::string digest =
       "e9a75486736a550af4fea861e2378305c4a555a05094dee1dca2f68afea49cc3"
       "a50e8de6ea131ea521311f4d6fb054a146e8282f8e35ff2e6368c1a62e909716";  // of "password"
-  const struct {
-    const char* parameters;
-    std::string password;
-  } kSettings[] = {
-      {R"([true,"me","a,b",0,0,0,1,true,"password"])", digest},
-      {R"(["true","me","a,b",0,0,0,1,"TRUE","password","more"])", digest},
-      {R"([true,"me","a,b",0,0,0,2,true,"password"])", ""},
-      {R"([true,"me","a,b",0,0,0,1,false,"password"])", ""},
-      {R"([true,"me","a,b",0,0,0,1,true,""])", ""},
-  };
-  for (const auto& [parameters, password] : kSettings) {
+  const std::string digestOfBytes =
+      "0b6ca4361c30a723b544cc33c76de41f87f2e24949c1734bc6f38a52c3e4f02e"
+      "753a778dc4c3ed5e8e516bdedfc2bf9c7fda2f41e0c983debcdd66f0c9f28e21";  // of A umlaut, CR, LF,
+                                                                           // quote, NUL, blank
+  for (const auto& [parameters, password] : Table<const char*, std::string>{
+           {R"([true,"me","a,b",0,0,0,1,true,"password"])", digest},
+           {R"(["true","me","a,b",0,0,0,1,"TRUE","password","more"])", digest},
+           {R"([true,"me","a,b",0,0,0,1,true,"\u00e4\r\n\"\u0000 "])", digestOfBytes},
+           {R"([true,"me","a,b",0,0,0,2,true,"password"])", ""},
+           {R"([true,"me","a,b",0,0,0,1,false,"password"])", ""},
+           {R"([true,"me","a,b",0,0,0,1,true,""])", ""}}) {
     HostDouble::asked.clear();
     EXPECT_EQ(Reply("SetmDNSService", parameters), "");
     EXPECT_EQ(Stored("Service_pwd"), password) << parameters;
-    EXPECT_EQ(HostDouble::asked, (std::vector<std::string>{"stopmDNS", "startmDNS"}));
+    EXPECT_EQ(HostDouble::asked, (Texts{"stopmDNS", "startmDNS"}));
   }
   EXPECT_EQ(Reply("GetmDNSService", "[]"), "[true,1,\"me\",\"a,b\",0,0,0]");
   HostDouble::asked.clear();
   EXPECT_EQ(Reply("SetmDNSService", R"([false,"x","y",0,0,0,7,true,"password"])"), "");
-  EXPECT_EQ(HostDouble::asked, std::vector<std::string>{"stopmDNS"});
+  EXPECT_EQ(HostDouble::asked, Texts{"stopmDNS"});
   EXPECT_EQ(Stored("Service_alias"), "me") << "switching off keeps the rest";
   EXPECT_EQ(Reply("GetmDNSService", "[]"), "[false,-1,\"\",\"\",0,0,0]");
 }
 
-TEST_F(DiscoveryCommands, HashTheExactBytesOfAPassword) {
-  const std::string longText(100000, 'x');
-  const struct {
-    std::string json, bytes;
-  } kPasswords[] = {{R"(\"q\" 'q' \\ \/)", "\"q\" 'q' \\ /"},
-                    {R"(\u00e4\ud83d\ude00)", "\xC3\xA4\xF0\x9F\x98\x80"},
-                    {"\xC3\xA4", "\xC3\xA4"},
-                    {"  blank  ", "  blank  "},
-                    {R"(a\r\nb\u0000c)", std::string("a\r\nb\0c", 6)},
-                    {longText, longText}};
-  for (const auto& [json, bytes] : kPasswords) {
-    unsigned char digest[64];
-    ASSERT_EQ(EVP_Digest(bytes.data(), bytes.size(), digest, nullptr, EVP_sha3_512(), nullptr), 1);
-    std::string hex;
-    for (const auto byte : digest) {
-      for (const int digit : {byte >> 4, byte & 15}) hex += "0123456789abcdef"[digit];
-    }
-    EXPECT_EQ(Reply("SetmDNSService", R"([true,"","",0,0,0,1,true,")" + json + "\"]"), "");
-    EXPECT_EQ(Stored("Service_pwd"), hex) << json.substr(0, 20);
-  }
-}
-
 TEST_F(DiscoveryCommands, RefuseWrongParametersInEveryPlace) {
-  const struct {
-    const char* method;
-    std::vector<std::string> good;
-    std::vector<const char*> wrong;  // a text of the wrong type for each place
-    const char* refusal;             // what the reply to a wrong type has in it
-  } kCommands[] = {
-      {"SetServerInfo", {"\"h\"", "1", "2", "3", "4"}, {"{}", "\"p\"", "{}", "[]", "null"}, "{}"},
-      {"CheckHVNPort", {"\"h\"", "1", "2"}, {"{}", "true", "\"x\""}, "{}"},
-      {"GetPorts", {"\"s\""}, {"{}"}, "-2408"},  // any type is taken as a text
-      {"SetmDNSQueryService",
-       {"true", "\"a\"", "1", "2", "0", "0"},
-       {"\"no\"", "{}", "[]", "null"},
-       "-2201"},
-      {"SetmDNSService",
-       {"true", "\"a\"", "\"t\"", "true", "true", "true", "1", "true", "\"p\""},
-       {"[]", "{}", "{}", "\"x\"", "{}", "[]", "true", "\"false\"", "{}"},
-       "-2201"}};
-  for (const auto& [method, good, wrong, refusal] : kCommands) {
-    const auto list = [](const std::vector<std::string>& texts) {
-      std::string joined;
-      for (const auto& text : texts) joined += (joined.empty() ? "[" : ",") + text;
-      return joined.empty() ? "[]" : joined + "]";
-    };
+  const auto list = [](const Texts& texts) {
+    std::string joined;
+    for (const std::string& text : texts) joined += (joined.empty() ? "" : ",") + text;
+    return "[" + joined + "]";
+  };
+  // The places whose type counts, and what the reply to a wrong one has in it.
+  for (const auto& [method, good, places, refusal] :
+       Table<std::string, Texts, std::size_t, std::string>{
+           {"SetServerInfo", {"\"h\"", "1", "2", "3", "4"}, 5, "{}"},
+           {"CheckHVNPort", {"\"h\"", "1", "2"}, 3, "{}"},
+           {"GetPorts", {"\"s\""}, 1, "-2408"},
+           {"SetmDNSQueryService", {"true", "\"a\"", "1", "2", "0", "0"}, 4, "-2201"},
+           {"SetmDNSService",
+            {"true", "\"a\"", "1", "true", "true", "true", "1", "true", "\"p\""},
+            9,
+            "-2201"}}) {
     for (std::size_t count = 0; count < good.size(); ++count) {
       const std::string reply = Reply(method, list({good.begin(), good.begin() + count}));
       EXPECT_NE(reply.find("-2202"), std::string::npos) << method << " with " << count;
     }
-    for (std::size_t place = 0; place < wrong.size(); ++place) {
-      auto parameters = good;
-      parameters[place] = wrong[place];
+    for (std::size_t place = 0; place < places; ++place) {
+      Texts parameters = good;
+      parameters[place] = "{}";
       const std::string reply = Reply(method, list(parameters));
-      const bool asWhole = std::string_view(refusal) == "{}";
-      EXPECT_TRUE(asWhole ? reply == refusal : reply.find(refusal) != std::string::npos)
+      EXPECT_TRUE(refusal == "{}" ? reply == refusal : reply.find(refusal) != std::string::npos)
           << method << " place " << place << ": " << reply;
     }
   }
   EXPECT_EQ(Slurp(GetInitFile()), "");
   EXPECT_TRUE(HostDouble::asked.empty());
-}
-
-TEST_F(DiscoveryCommands, StoreAnyTextAsOneValue) {
-  const std::string longText(2045, 'x');
-  const struct {
-    std::string json, stored;
-  } kTexts[] = {{R"(a\r\nService_pwd=x\n[QV]\u0000)", "aService_pwd=x[QV]"},
-                {R"(\"q\" 'q' ; # =)", "\"q\" 'q' ; # ="},
-                {R"(\u00e4\u4f8b)", "\xC3\xA4\xE4\xBE\x8B"},
-                {"", ""},
-                {longText + "yz", longText + "y"},
-                {longText + "\xC3\xA4", longText}};
-  for (const auto& [json, stored] : kTexts) {
-    const std::string text = ",\"" + json + "\"";
-    Reply("SetmDNSService", "[true" + text + text + R"(,0,0,0,0,false,""])");
-    Reply("SetmDNSQueryService", "[true" + text + ",1,2,0,0]");
-    for (const char* key : {"Service_alias", "Service_tags", "Proxy_IP"}) {
-      EXPECT_EQ(Stored(key), stored) << key;
-    }
-    EXPECT_EQ(Stored("Service_pwd"), "");
-  }
-  Spit(GetInitFile(), "[QV]\nEnablemDNSService=TRUE\nService_am=abc\n");
-  EXPECT_EQ(Reply("GetmDNSService", "[]"), "[true,0,\"\",\"\",0,0,0]");
 }
 
 }  // namespace

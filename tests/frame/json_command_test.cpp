@@ -1,32 +1,22 @@
 #include "frame/json_command.h"
 
-#include <gtest/gtest.h>
-#include <json/json.h>
-
 #include <climits>
-#include <optional>
+
+#include "support/testing.h"
 
 namespace {
 
 TEST(JsonCommand, FindsTheFunctionOfACommand) {
-  const struct {
-    const char* text;
-    int type;
-    const char *name, *property;
-  } kCommands[] = {
-      {R"({"method":"A","event":"B"})", COMMAND_EVENT, "B", ""},
-      {R"({"property":"P","method":"A"})", COMMAND_METHOD, "A", "get"},
-      {R"({"property":"P"})", COMMAND_PROPERTY, "P", "get"},
-      {R"({"property":"P","parameter":[]})", COMMAND_PROPERTY, "P", "set"},
-      {R"({"Method":"A"})", COMMAND_NONE, "", ""},
-      {R"({"method":{"x":1}})", COMMAND_METHOD, "", ""},
-      {R"({"method":5})", COMMAND_METHOD, "5", ""},
-      {R"([{"method":"A"}])", COMMAND_NONE, "", ""},
-      {"\"method\"", COMMAND_NONE, "", ""},
-      {"", COMMAND_NONE, "", ""},
-      {R"({"method":"A",})", COMMAND_NONE, "", ""},
-  };
-  for (const auto& [text, type, name, property] : kCommands) {
+  for (const auto& [text, type, name, property] : Table<const char*, int, const char*, const char*>{
+           {R"({"method":"A","event":"B"})", COMMAND_EVENT, "B", ""},
+           {R"({"property":"P","method":"A"})", COMMAND_METHOD, "A", "get"},
+           {R"({"property":"P"})", COMMAND_PROPERTY, "P", "get"},
+           {R"({"property":"P","parameter":[]})", COMMAND_PROPERTY, "P", "set"},
+           {R"({"Method":"A"})", COMMAND_NONE, "", ""},
+           {R"({"method":{"x":1}})", COMMAND_METHOD, "", ""},
+           {R"({"method":5})", COMMAND_METHOD, "5", ""},
+           {"\"method\"", COMMAND_NONE, "", ""},
+           {R"({"method":"A",})", COMMAND_NONE, "", ""}}) {
     const JsonCommand command(text);
     EXPECT_EQ(command.GetCommandType(), type) << text;
     EXPECT_EQ(command.GetFunctionName(), name) << text;
@@ -34,122 +24,65 @@ TEST(JsonCommand, FindsTheFunctionOfACommand) {
   }
 }
 
-TEST(JsonCommand, SurvivesWhatIsNoCommand) {
-  JsonCommand command;
-  EXPECT_FALSE(command.SetJsonString(std::string(100000, '[')));
-  EXPECT_FALSE(command.SetJsonString(std::string(1001, '[') + std::string(1001, ']')));
-  EXPECT_EQ(command.GetParameterCount(), 0);
-  EXPECT_TRUE(command.SetJsonString(R"({"id":{"x":1},"cmdId":[],"version":2.5})"));
-  EXPECT_EQ(command.GetClientID(), "");
-  EXPECT_EQ(command.GetCmdId(), "");
-  EXPECT_EQ(command.GetVersion(), "2.5");
-}
-
 TEST(JsonCommand, RefusesTextsThatGrowWhenTheyAreWrittenBack) {
-  const auto times = [](const char* text, int count) {
-    std::string all;
-    for (int i = 0; i < count; ++i) all += text;
-    return all;
+  const auto isCommand = [](const std::string& parameters) {
+    return JsonCommand(R"({"method":"M","parameter":[)" + parameters + "]}").GetCommandType() ==
+           COMMAND_METHOD;
   };
-  const auto command = [](const std::string& parameters) {
-    return R"({"method":"M","parameter":[)" + parameters + "]}";
-  };
-  const std::string tower = times("[", 900) + times("]", 900);
-  const struct {
-    std::string text;
-    bool valid;
-  } kTexts[] = {
-      {command(tower), true},
-      {command(times((tower + ",").c_str(), 20) + "1"), false},
-      {command(times("1,", 1000000) + "1"), true},
-      {command(times("1,", 4000000) + "1"), false},
-      {command('"' + std::string(16 * 1024 * 1024, '[') + '"'), true},
-      {command("\"\\\"" + std::string(100000, '[') + '"'), true},
-      {command("/*\"*/" + times((tower + ",").c_str(), 20) + "1"), false},
-      {command("//\"\n" + times((tower + ",").c_str(), 20) + "1"), false},
-      {command("//\r" + times((tower + ",").c_str(), 20) + "1"), false},
-      {command("/*" + std::string(100000, '[') + "*/1"), true},
-      {command("\"x\\\\\"," + times((tower + ",").c_str(), 20) + "1"), false},
-  };
-  for (const auto& [text, valid] : kTexts) {
-    EXPECT_EQ(JsonCommand(text).GetCommandType(), valid ? COMMAND_METHOD : COMMAND_NONE)
-        << text.substr(0, 60);
+  const std::string tower = Times(900, "[") + Times(900, "]");
+  const std::string towers = Times(20, tower + ",") + "1";
+  const std::string brackets = Times(100000, "[");
+  for (const std::string& text : {tower, Times(1000000, "1,") + "1", '"' + brackets + '"',
+                                  "\"\\\"" + brackets + '"', "/*" + brackets + "*/1"}) {
+    EXPECT_TRUE(isCommand(text)) << text.substr(0, 20);
+  }
+  for (const std::string& text :
+       {towers, Times(1001, "[") + Times(1001, "]"), brackets, Times(4000000, "1,") + "1",
+        "/*\"*/" + towers, "//\"\n" + towers, "//\r" + towers, "\"x\\\\\"," + towers}) {
+    EXPECT_FALSE(isCommand(text)) << text.substr(0, 20);
   }
 }
 
 TEST(JsonCommand, TellsTheTypeOfEachParameter) {
   const JsonCommand command(
       R"({"parameter":[null,true,-5,4000000000,2.5,"s",[1],{"k":1},10000000000]})");
-  const int kTypes[] = {0, 1, 3, 4, 5, 6, 7, 8, 5};
-  ASSERT_EQ(command.GetParameterCount(), 9);
-  for (int i = 0; i < 9; ++i) EXPECT_EQ(command.GetParameterType(i), kTypes[i]) << i;
-  for (const int i : {-1, 9, INT_MAX, INT_MIN}) EXPECT_EQ(command.GetParameterType(i), 9) << i;
-  const JsonCommand object(R"({"parameter":{"a":1,"b":2}})");
-  EXPECT_EQ(object.GetParameterCount(), 2);
-  EXPECT_EQ(object.GetParameter(0), nullptr);
-  EXPECT_EQ(JsonCommand(R"({"parameter":"ab"})").GetParameterCount(), 0);
-}
-
-Json::Value Parsed(const std::string& text) {
-  Json::Value value;
-  EXPECT_TRUE(Json::Reader().parse(text, value)) << text;
-  return value;
+  std::vector<int> types;
+  for (int i = 0; i < 10; ++i) types.push_back(command.GetParameterType(i));
+  EXPECT_EQ(types, (std::vector{0, 1, 3, 4, 5, 6, 7, 8, 5, 9}));
+  for (const int i : {-1, INT_MAX, INT_MIN}) EXPECT_EQ(command.GetParameterType(i), 9) << i;
+  EXPECT_EQ(JsonCommand(R"({"parameter":{"a":1}})").GetParameter(0), nullptr);
 }
 
 TEST(JsonCommand, ConvertsParameters) {
-  constexpr int kUnset = 99;
-  const std::optional<std::string> kRefused;
-  const struct {
-    const char* json;
-    std::optional<std::string> text;
-    bool isInt;
-    int number;
-    bool isBool;
-    int flag;
-  } kValues[] = {{"0", "0.000000", true, 0, true, 0},
-                 {"-2.9", "-2.900000", true, -2, true, 1},
-                 {"-4000000000", "-4000000000.000000", true, INT_MIN, true, 1},
-                 {"4000000000", "4000000000.000000", true, INT_MAX, true, 1},
-                 {R"("0")", "0", true, 0, false, kUnset},
-                 {R"("00")", "00", false, -1, false, kUnset},
-                 {R"("12abc")", "12abc", true, 12, false, kUnset},
-                 {R"("99999999999")", "99999999999", true, INT_MAX, false, kUnset},
-                 {R"("TRUE")", "TRUE", false, -1, true, kUnset},
-                 {R"("true\u0000x")", std::string("true\0x", 6), false, -1, false, kUnset},
-                 {"true", "true", false, -1, true, 1},
-                 {"null", "NULL", false, -1, true, 0},
-                 {"[1]", "[\n\t1\n]\n", false, -1, false, kUnset},
-                 {"{}", kRefused, false, -1, false, kUnset}};
-  for (const auto& [json, text, isInt, number, isBool, flag] : kValues) {
-    const Json::Value value = Parsed(json);
+  constexpr int kKept = 99;
+  for (const auto& [json, isText, text, isInt, number, isBool, flag] :
+       Table<std::string, bool, std::string, bool, int, bool, int>{
+           {"0", true, "0.000000", true, 0, true, 0},
+           {"-2.9", true, "-2.900000", true, -2, true, 1},
+           {"-4000000000", true, "-4000000000.000000", true, INT_MIN, true, 1},
+           {"4000000000", true, "4000000000.000000", true, INT_MAX, true, 1},
+           {R"("0")", true, "0", true, 0, false, kKept},
+           {R"("00")", true, "00", false, -1, false, kKept},
+           {R"("12abc")", true, "12abc", true, 12, false, kKept},
+           {R"("99999999999")", true, "99999999999", true, INT_MAX, false, kKept},
+           {R"("TRUE")", true, "TRUE", false, -1, true, kKept},
+           {R"("true\u0000x")", true, std::string("true\0x", 6), false, -1, false, kKept},
+           {"true", true, "true", false, -1, true, 1},
+           {"null", true, "NULL", false, -1, true, 0},
+           {"[1]", true, "[\n\t1\n]\n", false, -1, false, kKept},
+           {"{}", false, "", false, -1, false, kKept}}) {
+    const auto value = JsonCommand(R"({"parameter":[)" + json + "]}").GetParameter(0);
     std::string asText = "x";
-    int asInt = kUnset;
-    signed char asFlag = kUnset;
-    EXPECT_EQ(JsonCommand::GetUTF8String(&value, &asText), text.has_value()) << json;
-    EXPECT_EQ(asText, text.value_or("")) << json;
-    EXPECT_EQ(JsonCommand::ConvertInt(&value, &asInt), isInt) << json;
-    EXPECT_EQ(asInt, number) << json;
-    EXPECT_EQ(JsonCommand::ConvertBOOL(&value, &asFlag), isBool) << json;
-    EXPECT_EQ(asFlag, flag) << json;
+    int asInt = kKept;
+    signed char asFlag = kKept;
+    EXPECT_EQ(JsonCommand::GetUTF8String(value.get(), &asText), isText) << json;
+    EXPECT_EQ(JsonCommand::ConvertInt(value.get(), &asInt), isInt) << json;
+    EXPECT_EQ(JsonCommand::ConvertBOOL(value.get(), &asFlag), isBool) << json;
+    EXPECT_EQ(std::tuple(asText, asInt, asFlag), std::tuple(text, number, flag)) << json;
   }
-  const Json::Value huge(1e300);
   std::string asText;
-  EXPECT_TRUE(JsonCommand::GetUTF8String(&huge, &asText));
+  EXPECT_TRUE(JsonCommand::GetUTF8String(std::make_unique<Json::Value>(1e300).get(), &asText));
   EXPECT_EQ(asText.size(), 255u) << "cut to what fits";
-}
-
-TEST(JsonCommand, WritesReplies) {
-  ParamStack stack;
-  stack.push_back(std::make_unique<Json::Value>(5));
-  stack.push_back(nullptr);
-  EXPECT_EQ(JsonCommand::Encode("", "Foo", stack, true, -2205, "no"),
-            "{\n\t\"description\" : \"no\",\n\t\"event\" : \"Foo\",\n\t\"exception\" : -2205,\n"
-            "\t\"id\" : \"\",\n\t\"result\" : \n\t[\n\t\t5,\n\t\tnull\n\t]\n}\n");
-  const Json::Value reply =
-      Parsed(JsonCommand::Encode("s", "o", "Foo", ParamStack(), false, 0, "ignored"));
-  EXPECT_EQ(reply["description"].asString(), "Successful");
-  EXPECT_EQ(reply["session"].asString() + reply["object"].asString(), "so");
-  EXPECT_FALSE(reply.isMember("result"));
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 With --update the replies in the document are replaced by those of this run."""
 
+import contextlib
 import http.server
 import os
 import pathlib
@@ -13,6 +14,7 @@ import sys
 import tempfile
 import threading
 import unittest
+import urllib.parse
 
 import service
 import zips
@@ -33,10 +35,6 @@ def normal(text):
     for pattern, value in VARYING:
         text = pattern.sub(value, text)
     return text
-
-
-def page_of(text):
-    return re.search(r"^```html\n(.*?)```$.*?^```text\n(.*?)```$", text, re.M | re.S).groups()
 
 
 class Documents(service.ServiceTest):
@@ -76,14 +74,18 @@ class Documents(service.ServiceTest):
 
     @unittest.skipUnless(BROWSER, "chromium is not installed")
     def test_the_page_works_in_a_browser(self):
-        page, shown = page_of(DOCUMENT.read_text())
+        text = DOCUMENT.read_text()
+        page, shown = re.search(
+            r"^```html\n(.*?)```$.*?^```text\n(.*?)```$", text, re.M | re.S).groups()
         plain = str(self.service.plain)
-        with PageServer(page.replace("18625", plain)) as server, Browser() as browser:
-            settings = self.service.ini.read_text()
-            self.service.ini.write_text(
-                settings.replace("[QV]\n", f"[QV]\nAllowedOrigins={server.origin}\n"))
-            browser.open(server.origin + "/")
-            text = service.wait_until(lambda: server.shown, "the page shows something")
+        PageHandler.page = (page.replace("18625", plain) + WATCHER).encode()
+        with http.server.ThreadingHTTPServer(("127.0.0.1", 0), PageHandler) as server:
+            threading.Thread(target=server.serve_forever, daemon=True).start()
+            self.addCleanup(server.shutdown)
+            origin = f"http://127.0.0.1:{server.server_port}"
+            self.service.set("AllowedOrigins", origin)
+            with browser(origin + "/"):
+                text = service.wait_until(lambda: PageHandler.shown, "the page shows something")
         self.assertEqual(text, shown.strip().replace("18625", plain))
 
 
@@ -91,66 +93,43 @@ class Documents(service.ServiceTest):
 WATCHER = """<script>
   const first = out.textContent;
   setInterval(() => {
-    if (out.textContent !== first) fetch("/shown", { method: "POST", body: out.textContent });
+    if (out.textContent !== first) fetch("/shown?" + encodeURIComponent(out.textContent));
   }, 50);
 </script>"""
 
 
-class PageServer(http.server.ThreadingHTTPServer):
+class PageHandler(http.server.BaseHTTPRequestHandler):
     """Serves a page and is told what it shows."""
 
-    def __init__(self, page):
-        self.page = (page + WATCHER).encode()
-        self.shown = None
-        super().__init__(("127.0.0.1", 0), PageHandler)
-        self.origin = f"http://127.0.0.1:{self.server_port}"
-        threading.Thread(target=self.serve_forever, daemon=True).start()
+    page, shown = b"", None
 
-    def __exit__(self, *_):
-        self.shutdown()
-        self.server_close()
-
-
-class PageHandler(http.server.BaseHTTPRequestHandler):
     def log_message(self, *_):
         pass
 
-    def answer(self, body=b""):
+    def do_GET(self):
+        if self.path.startswith("/shown?"):
+            PageHandler.shown = urllib.parse.unquote(self.path.partition("?")[2])
         self.send_response(200)
         self.send_header("Content-Type", "text/html; charset=utf-8")
-        self.send_header("Content-Length", str(len(body)))
         self.end_headers()
-        self.wfile.write(body)
-
-    def do_GET(self):
-        self.answer(self.server.page)
-
-    def do_POST(self):
-        self.server.shown = self.rfile.read(int(self.headers["Content-Length"])).decode()
-        self.answer()
+        self.wfile.write(self.page)
 
 
-class Browser:
+@contextlib.contextmanager
+def browser(address):
     """A browser without a window and with a profile of its own; ended with all its processes."""
-
-    def __enter__(self):
-        self.folder = tempfile.TemporaryDirectory(ignore_cleanup_errors=True)
-        self.process = None
-        return self
-
-    def open(self, address):
-        self.process = subprocess.Popen(
+    with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder:
+        process = subprocess.Popen(
             [BROWSER, "--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic",
              "--no-first-run", "--disable-background-networking", "--disable-component-update",
-             "--disable-sync", f"--user-data-dir={self.folder.name}/profile", address],
-            env={**os.environ, "HOME": self.folder.name}, start_new_session=True,
+             "--disable-sync", f"--user-data-dir={folder}/profile", address],
+            env={**os.environ, "HOME": folder}, start_new_session=True,
             stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
-
-    def __exit__(self, *_):
-        if self.process is not None:
-            os.killpg(self.process.pid, signal.SIGKILL)
-            self.process.wait()
-        self.folder.cleanup()
+        try:
+            yield
+        finally:
+            os.killpg(process.pid, signal.SIGKILL)
+            process.wait()
 
 
 if __name__ == "__main__":

@@ -1,19 +1,22 @@
 """Ports: chosen, stored, moved by a restart, in use by another program."""
 
-import json
 import socket
 import unittest
 
 from service import Service, ServiceTest, wait_until
 
 
-def free_port():
-    with taken_port() as probe:
-        return probe.getsockname()[1]
-
-
 def taken_port():
     return socket.create_server(("127.0.0.1", 0))
+
+
+def number(taken):
+    return taken.getsockname()[1]
+
+
+def free_port():
+    with taken_port() as probe:
+        return number(probe)
 
 
 class Ports(ServiceTest):
@@ -21,63 +24,54 @@ class Ports(ServiceTest):
 
     def move(self, plain, secure):
         """Stores new ports and restarts; the reply to the restart still comes on the old one."""
-        self.service.ask("SetServerInfo", "", plain, secure, 20100, 20101)
         s = self.service
+        s.ask("SetServerInfo", "", plain, secure, 20100, 20101)
         self.assertEqual(s.ask("Reboot")["result"], [True])
         s.plain, s.secure = s.listening("http", 2), s.listening("https", 2)
         self.assertEqual((s.plain, s.secure), (plain, secure))
+        self.assertEqual(self.stored(), [plain, secure, 20100, 20101])
 
     def stored(self):
         info = self.service.ask("GetServerInfo")
-        return {name: (int(info[name]["port"]), int(info[name]["sslPort"]))
-                for name in ("qtp", "hvn")}
+        return [int(info[name][kind]) for name in ("qtp", "hvn") for kind in ("port", "sslPort")]
 
     def test_reboot_moves_to_the_stored_ports(self):
         s = self.service
-        self.assertEqual(self.stored(), {"qtp": (s.plain, s.secure), "hvn": (20100, -1)})
+        before = [s.plain, s.secure]
+        self.assertEqual(self.stored(), before + [20100, -1])
         old = s.http()
         old.connect()
-        before = (s.plain, s.secure)
-        plain, secure = free_port(), free_port()
-        self.move(plain, secure)
-        self.assertEqual(self.stored(), {"qtp": (plain, secure), "hvn": (20100, 20101)})
+        self.move(free_port(), free_port())
         self.assertEqual(s.request("GET", "/health", secure=True)[0], 200)
         for port in before:
-            with self.assertRaises(ConnectionRefusedError):
-                socket.create_connection(("127.0.0.1", port)).close()
+            self.assertRaises(ConnectionRefusedError, s.connect, port)
         old.request("GET", "/health")
         self.assertEqual(old.getresponse().status, 200, "open connections live on")
         old.close()
 
     def test_ports_change_places(self):
-        s = self.service
-        self.move(s.secure, s.plain)
-        self.assertEqual(self.stored()["qtp"], (s.plain, s.secure))
+        self.move(self.service.secure, self.service.plain)
 
     def test_a_port_that_cannot_be_had_leaves_the_old_one(self):
         s = self.service
-        with taken_port() as other:
-            taken = other.getsockname()[1]
-            s.ask("SetServerInfo", "", taken, s.secure, 20100, 20101)
+        with taken_port() as taken:
+            s.ask("SetServerInfo", "", number(taken), s.secure, 20100, 20101)
             s.ask("Reboot")
-            wait_until(lambda: str(taken) in s.errors(), "it says which port is taken")
-            wait_until(lambda: self.stored()["qtp"] == (s.plain, s.secure), "the truth is stored")
-            port = json.loads(s.request("GET", "/health")[2])["ports"][0]
-            self.assertEqual((port["requested"], port["actual"]), (taken, s.plain))
+            wait_until(lambda: str(number(taken)) in s.errors(), "it says which port is taken")
+            wait_until(lambda: self.stored()[:2] == [s.plain, s.secure], "the truth is stored")
+            port = s.health()["ports"][0]
+            self.assertEqual((port["requested"], port["actual"]), (number(taken), s.plain))
             self.assertIn("in use", port["state"])
 
 
 class PortsAtStart(unittest.TestCase):
-    def test_one_port_in_use(self):
+    def test_ports_in_use(self):
         with taken_port() as other, Service(arguments=()) as s:
-            taken = other.getsockname()[1]
-            s.start("--port", str(taken), "--ssl-port", "0", expect_plain=False)
+            taken = str(number(other))
+            s.start("--port", taken, "--ssl-port", "0", expect_plain=False)
             self.assertEqual(s.request("GET", "/health", secure=True)[0], 200)
             self.assertIn(f"Port {taken} cannot be opened: Address already in use", s.errors())
-
-    def test_no_port_at_all(self):
-        with taken_port() as other, Service(arguments=()) as s:
-            taken = str(other.getsockname()[1])
+            s.stop()
             s.start("--port", taken, "--ssl-port", taken, expect_plain=False, expect_secure=False)
             s.finish(1)
             self.assertIn("listens nowhere", s.errors())
@@ -86,17 +80,15 @@ class PortsAtStart(unittest.TestCase):
         port = free_port()
         settings = f"[QV]\nPort=1\nPort_mn_0=qtp\nPort_mp_0=70000\n" \
                    f"SSLPort=1\nSSLPort_mn_0=qtp\nSSLPort_mp_0={port}\n"
-        with Service(settings, arguments=("--port", "0")) as s:
-            s.start()
-            self.assertEqual(s.secure, port)
-            first = s.plain
-            s.stop()
-            s.arguments = []
-            s.start()
-            self.assertEqual((s.plain, s.secure), (first, port))
-        with Service(settings, arguments=("--ssl-port", "0")) as s:
+        with Service(settings, arguments=()) as s:
             s.start(expect_plain=False)  # the module's own port may be in use here
             self.assertIn("70000, is no port number", s.errors())
+            s.stop()
+            s.start("--port", "0")
+            first = s.plain
+            s.stop()
+            s.start()
+            self.assertEqual((s.plain, s.secure), (first, port))
 
     def test_a_module_that_is_none(self):
         with open("/proc/self/maps", encoding="utf-8") as maps:

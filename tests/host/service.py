@@ -1,12 +1,12 @@
 """The program under test in a folder of its own: started, spoken to, and stopped in good order."""
 
+import contextlib
 import http.client
 import json
 import os
 import pathlib
 import re
 import shutil
-import signal
 import socket
 import ssl
 import subprocess
@@ -14,9 +14,11 @@ import tempfile
 import time
 import unittest
 
+import websockets
+
 BIN = pathlib.Path(os.environ["QV_BIN"])
 MODULE = os.environ["QV_MODULE"]
-PATIENCE = 30  # seconds; sanitized programs on a busy machine are slow
+PATIENCE = 60  # seconds; sanitized programs on a busy machine are slow
 
 
 def command(method, *parameters, **members):
@@ -27,8 +29,7 @@ def command(method, *parameters, **members):
 def wait_until(condition, what):
     end = time.monotonic() + PATIENCE
     while time.monotonic() < end:
-        result = condition()
-        if result:
+        if result := condition():
             return result
         time.sleep(0.02)
     raise AssertionError("waited in vain until " + what)
@@ -49,21 +50,19 @@ class Service:
         if settings:
             self.ini.write_text(settings)
         self.arguments = list(arguments)
-        self.process = None
-        self.plain = self.secure = None
+        self.process = self.plain = self.secure = None
 
     def __enter__(self):
         return self
 
     def __exit__(self, kind, *_):
         try:
-            if self.process is not None:
-                if kind is None:
-                    self.stop()
-                else:
-                    self.process.kill()
-                    self.process.wait()
+            if self.process is not None and kind is None:
+                self.stop()
         finally:
+            if self.process is not None:
+                self.process.kill()
+                self.process.wait()
             shutil.rmtree(self.folder)
 
     def path(self, name):
@@ -93,66 +92,75 @@ class Service:
     def errors(self):
         return self.path("err").read_text()
 
-    def stop(self, code=0):
-        self.process.send_signal(signal.SIGTERM)
-        self.finish(code)
+    def stop(self):
+        self.process.terminate()
+        self.finish(0)
 
     def finish(self, code):
+        process, self.process = self.process, None
         try:
-            ended = self.process.wait(PATIENCE + 10)
+            ended = process.wait(PATIENCE + 10)
         except subprocess.TimeoutExpired:
-            self.process.kill()
+            process.kill()
             raise AssertionError("it does not stop")
-        finally:
-            self.process = self.process if self.process.poll() is None else None
         errors = self.errors()
         assert ended == code, f"exit code {ended} instead of {code}: {errors}"
         assert not re.search("Sanitizer|runtime error", errors), errors
 
+    def set(self, key, value):
+        """Sets a key of section QV, in the file."""
+        text = re.sub(rf"(?m)^{key}=.*\n", "", self.ini.read_text())
+        self.ini.write_text(text.replace("[QV]\n", f"[QV]\n{key}={value}\n"))
+
     def tls(self):
-        context = ssl.create_default_context(cafile=self.path("cert/server.pem"))
-        return context
+        return ssl.create_default_context(cafile=self.path("cert/server.pem"))
 
     def http(self, secure=False):
+        if not secure:
+            return http.client.HTTPConnection("127.0.0.1", self.plain, timeout=PATIENCE)
+        return http.client.HTTPSConnection(
+            "127.0.0.1", self.secure, context=self.tls(), timeout=PATIENCE)
+
+    def connect(self, port=None, timeout=PATIENCE):
+        return socket.create_connection(("127.0.0.1", port or self.plain), timeout)
+
+    def ws(self, path="/", secure=False, **options):
+        """A WebSocket, to be entered."""
         if secure:
-            return http.client.HTTPSConnection(
-                "127.0.0.1", self.secure, context=self.tls(), timeout=PATIENCE)
-        return http.client.HTTPConnection("127.0.0.1", self.plain, timeout=PATIENCE)
+            options["ssl"] = self.tls()
+        scheme, port = ("wss", self.secure) if secure else ("ws", self.plain)
+        return websockets.connect(f"{scheme}://localhost:{port}{path}", **options)
 
     def request(self, method, path, body=None, headers=None, secure=False):
         """Status, headers and body of one request."""
-        connection = self.http(secure)
-        try:
+        with contextlib.closing(self.http(secure)) as connection:
             connection.request(method, path, body, {"User-Agent": "test", **(headers or {})})
             response = connection.getresponse()
             return response.status, response.headers, response.read()
-        finally:
-            connection.close()
 
-    def ask(self, method, *parameters, headers=None, secure=False):
+    def health(self):
+        return json.loads(self.request("GET", "/health")[2])
+
+    def ask(self, method, *parameters, secure=False):
         """The parsed reply to a command that must be answered."""
-        status, _, body = self.request(
-            "POST", "/qtp/", command(method, *parameters), headers, secure)
+        text = command(method, *parameters)
+        status, _, body = self.request("POST", "/qtp/", text, secure=secure)
         assert status == 200, (status, body)
         return json.loads(body)
 
     def raw(self, data, port=None):
         """All that comes back, until the other side closes, for bytes sent as they are."""
-        with socket.create_connection(("127.0.0.1", port or self.plain), PATIENCE) as connection:
-            try:
+        with self.connect(port) as connection:
+            with contextlib.suppress(ConnectionError):
                 connection.sendall(data)
-            except ConnectionError:
-                pass
             return drain(connection)
 
 
 def drain(connection):
     received = b""
-    try:
+    with contextlib.suppress(ConnectionError):
         while chunk := connection.recv(65536):
             received += chunk
-    except ConnectionError:
-        pass
     return received
 
 

@@ -1,23 +1,10 @@
 // Drives the built module as a host does: loaded by its file, through its ten functions only.
 #include <dlfcn.h>
-#include <gtest/gtest.h>
-
-#include <chrono>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
-#include <set>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include "frame/qtp_module.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 
 extern "C" int header_compiles_as_c(void);
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -38,17 +25,16 @@ class LoadedModule {
  public:
   static std::string File() { return ProgramsOwnFolder() + "../bin/libqtp.so"; }
 
-  decltype(&::DoAction) DoAction = Get<decltype(::DoAction)>("DoAction");
-  decltype(&::DistributeCommand) DistributeCommand =
+  decltype(::DoAction)* DoAction = Get<decltype(::DoAction)>("DoAction");
+  decltype(::DistributeCommand)* DistributeCommand =
       Get<decltype(::DistributeCommand)>("DistributeCommand");
-  decltype(&::CloseWebSocket) CloseWebSocket = Get<decltype(::CloseWebSocket)>("CloseWebSocket");
-  decltype(&::GetWaitTimeout) GetWaitTimeout = Get<decltype(::GetWaitTimeout)>("GetWaitTimeout");
-  decltype(&::GetAlias) GetAlias = Get<decltype(::GetAlias)>("GetAlias");
-  decltype(&::GetVersionDesc) GetVersionDesc = Get<decltype(::GetVersionDesc)>("GetVersionDesc");
-  decltype(&::GetPorts) GetPorts = Get<decltype(::GetPorts)>("GetPorts");
-  decltype(&::GetImage) GetImage = Get<decltype(::GetImage)>("GetImage");
-  decltype(&::SetImage) SetImage = Get<decltype(::SetImage)>("SetImage");
-  decltype(&::Reserved) Reserved = Get<decltype(::Reserved)>("Reserved");
+  decltype(::GetWaitTimeout)* GetWaitTimeout = Get<decltype(::GetWaitTimeout)>("GetWaitTimeout");
+  decltype(::GetAlias)* GetAlias = Get<decltype(::GetAlias)>("GetAlias");
+  decltype(::GetVersionDesc)* GetVersionDesc = Get<decltype(::GetVersionDesc)>("GetVersionDesc");
+  decltype(::GetPorts)* GetPorts = Get<decltype(::GetPorts)>("GetPorts");
+  decltype(::GetImage)* GetImage = Get<decltype(::GetImage)>("GetImage");
+  decltype(::SetImage)* SetImage = Get<decltype(::SetImage)>("SetImage");
+  decltype(::Reserved)* Reserved = Get<decltype(::Reserved)>("Reserved");
 };
 
 signed char Collect(int, void* replies, const char* text, const void*, unsigned int, const char*) {
@@ -56,124 +42,110 @@ signed char Collect(int, void* replies, const char* text, const void*, unsigned 
   return 1;
 }
 
-std::string Answer(const LoadedModule& module, const std::string& command, int browserType = 1) {
-  std::vector<std::string> replies;
-  const int result =
-      module.DistributeCommand(1, &replies, 1, command.c_str(), nullptr, nullptr, 0, browserType,
-                               &Collect, 0, "", nullptr, nullptr, nullptr);
-  EXPECT_EQ(result, 1) << command;
-  EXPECT_EQ(replies.size(), 1u) << command;
-  return replies.empty() ? "" : replies[0];
-}
+// A module that was started; it is told to stop at the end.
+struct StartedModule : LoadedModule {
+  StartedModule() { DoAction(0, nullptr, nullptr, 1); }
+  ~StartedModule() {
+    DoAction(2, nullptr, nullptr, 0);
+    DoAction(3, nullptr, nullptr, 0);
+  }
+
+  std::string Answer(const std::string& command) const {
+    std::vector<std::string> replies;
+    EXPECT_EQ(DistributeCommand(1, &replies, 1, command.c_str(), nullptr, nullptr, 0, 1, &Collect,
+                                0, "", nullptr, nullptr, nullptr),
+              1);
+    EXPECT_EQ(replies.size(), 1u) << command;
+    return replies.empty() ? "" : replies[0];
+  }
+};
 
 std::string WorkFolder() { return fs::canonical("/proc/self/exe").parent_path().string() + "/"; }
 
 TEST(Module, TellsWhoItIsStartsAndStops) {
   const LoadedModule module;
   EXPECT_TRUE(header_compiles_as_c());
-  unsigned int alias = 0;
+  unsigned int alias = 0, plain = 0, secure = 0;
   EXPECT_EQ(module.GetAlias(&alias), 4);
   EXPECT_EQ(alias, 0x00707471u);
   char description[17] = "................";
   EXPECT_EQ(module.GetVersionDesc(description), 16);
   EXPECT_STREQ(description, "hvasm2_17300531");
-  unsigned int port = 0;
-  EXPECT_EQ(module.GetPorts(0, &port), 1);
-  EXPECT_EQ(port, 18625u);
-  EXPECT_EQ(module.GetPorts(0x80, &port), 1);
-  EXPECT_EQ(port, 18626u);
-  EXPECT_FALSE(module.DoAction(1, "x", "y", 1));
-  EXPECT_FALSE(module.DoAction(5, "x", "y", 1));
+  EXPECT_EQ(module.GetPorts(0, &plain) + module.GetPorts(0x80, &secure), 2);
+  EXPECT_EQ(std::pair(plain, secure), std::pair(18625u, 18626u));
+  for (const unsigned int action : {1, 5}) EXPECT_FALSE(module.DoAction(action, "x", "y", 1));
   EXPECT_FALSE(fs::exists(WorkFolder() + "log"));
   EXPECT_TRUE(module.DoAction(0, nullptr, nullptr, 1));
   EXPECT_TRUE(fs::is_directory(WorkFolder() + "log"));
   EXPECT_TRUE(module.DoAction(4, "exe", "module", 2));
-  EXPECT_TRUE(module.DoAction(2, nullptr, nullptr, 0));
-  EXPECT_TRUE(module.DoAction(3, nullptr, nullptr, 0));
+  for (const unsigned int action : {2, 3}) EXPECT_TRUE(module.DoAction(action, "", "", 0));
   EXPECT_EQ(module.GetWaitTimeout(), 1) << "a fresh instance counts as busy";
 }
 
 TEST(Module, RunsCommandsOfBothKindsAndRefusesOthers) {
-  const LoadedModule module;
-  module.DoAction(0, nullptr, nullptr, 1);
+  const StartedModule module;
   const std::string command = R"({"id":"9","cmdId":"c","method":"AddFirewall"})";
+  const std::string withBytes = command + "\r\n\r\nbytes";
   const std::string reply =
       "{\n\t\"id\" : \"9\",\n\t\"method\" : \"AddFirewall\",\n\t\"result\" : \n\t[\n\t\tfalse\n"
       "\t],\n\t\"cmdId\" : \"c\"\n}\n";
-  EXPECT_EQ(Answer(module, command), reply);
-  const struct {
-    int kind;
-    const char *text1, *text2, *domain;
-    SendBackFunc sendBack;
-    std::string reply;
-  } kCalls[] = {{0, "/qtp/", command.c_str(), "", &Collect, reply},
-                {0, "/other", command.c_str(), "", &Collect, "Invalid command"},
-                {2, "/qtp/", command.c_str(), "", &Collect, ""},
-                {-1, nullptr, nullptr, nullptr, nullptr, ""},
-                {0, "/qtp/", nullptr, "", &Collect, ""},
-                {0, "/qtp/", command.c_str(), "", nullptr, ""},
-                {1, nullptr, nullptr, "", &Collect, ""}};
-  for (const auto& [kind, text1, text2, domain, sendBack, expected] : kCalls) {
+  for (const auto& [kind, text1, text2, domain, sendBack, expected] :
+       Table<int, const char*, const char*, const char*, SendBackFunc, std::string>{
+           {1, command.c_str(), nullptr, "", &Collect, reply},
+           {0, "/qtp/", command.c_str(), "", &Collect, reply},
+           {0, "/qtp/", withBytes.c_str(), "", &Collect, reply},
+           {0, "/other", command.c_str(), "", &Collect, "Invalid command"},
+           {2, "/qtp/", command.c_str(), "", &Collect, ""},
+           {-1, nullptr, nullptr, nullptr, nullptr, ""},
+           {0, "/qtp/", nullptr, "", &Collect, ""},
+           {0, "/qtp/", command.c_str(), "", nullptr, ""},
+           {1, nullptr, nullptr, "", &Collect, ""}}) {
     std::vector<std::string> replies;
     const int result = module.DistributeCommand(1, &replies, kind, text1, text2, "body", 4, 1,
                                                 sendBack, 0, domain, nullptr, nullptr, nullptr);
     EXPECT_EQ(result, expected.empty() ? 0 : 1);
     EXPECT_EQ(replies.empty() ? "" : replies[0], expected);
   }
-  module.DoAction(3, nullptr, nullptr, 0);
 }
 
-TEST(Module, LivesThroughHostileTexts) {
-  const LoadedModule module;
-  module.DoAction(0, nullptr, nullptr, 1);
-  const std::string deep = std::string(1001, '[') + std::string(1001, ']');
-  for (const std::string& text : {R"({"method":"GetPorts","parameter":[)" + deep + "]}",
-                                  std::string("[1,2]"), std::string("{\"method\":\"\xFF\xFE\"}"),
-                                  std::string(R"({"method":"GetPorts","parameter":{"a":1}})"),
-                                  std::string(16 * 1024 * 1024, 'x'),
-                                  R"({"method":")" + std::string(1024 * 1024, '%') + R"("})"}) {
-    EXPECT_NE(Answer(module, text).find("\"exception\" : -2"), std::string::npos)
-        << text.substr(0, 80);
-  }
-  module.DoAction(3, nullptr, nullptr, 0);
-}
-
-TEST(Module, KeepsImagesAndListedFilesUntilItIsUnloaded) {
-  const LoadedModule module;
+TEST(Module, KeepsImagesOfOneSizeAndListedFilesUntilItIsUnloaded) {
+  const StartedModule module;
+  std::string out(2052, '?');
   unsigned int len = 0;
-  const char* get = "/GetEncryptedImageMap?GUID=a";
-  EXPECT_EQ(module.SetImage("/SetEncryptedImageMap?GUID=a", "x", 1), 1);
-  EXPECT_EQ(module.GetImage(get, nullptr, &len), 1);
-
-  const struct {
-    const char *name, *path;
-    const void* third;
-    int result;
-  } kCalls[] = {{"fileInHVNWhiteList", "a\\b", nullptr, -1},
-                {"addFileToWhiteList and more", "a\\b", nullptr, 0},
-                {"fileInHVNWhiteListX", "a/b", nullptr, 0},
-                {"fileInHVNWhiteLis", "a/b", nullptr, -1},
-                {"addFileToWhiteList", nullptr, nullptr, -1},
-                {"addFileToWhiteList", "a/b", "x", -1}};
-  for (const auto& [name, path, third, result] : kCalls) {
+  const char* get = "/GetEncryptedImageMap?GUID=a&x";
+  const char* set = "/SetEncryptedImageMap?GUID=a&x";
+  for (std::string image : {std::string("0123456789"), std::string(5000, 'y')}) {
+    EXPECT_EQ(module.SetImage(set, image.data(), static_cast<unsigned int>(image.size())), 1);
+    EXPECT_EQ(module.GetImage(get, out.data(), &len), 1);
+    image.resize(len);
+    EXPECT_EQ(out, image);
+  }
+  EXPECT_EQ(module.GetImage("/GetEncryptedImageMap?GUID=a", nullptr, &len), 0);
+  EXPECT_EQ(module.SetImage("/SetEncryptedImageMap?GUID=", "x", 1), 0);
+  for (const auto& [name, path, third, result] : Table<const char*, const char*, const void*, int>{
+           {"fileInHVNWhiteList", "a\\b", nullptr, -1},
+           {"addFileToWhiteList and more", "a\\b", nullptr, 0},
+           {"fileInHVNWhiteListX", "a/b", nullptr, 0},
+           {"fileInHVNWhiteLis", "a/b", nullptr, -1},
+           {"addFileToWhiteList", nullptr, nullptr, -1},
+           {"addFileToWhiteList", "a/b", "x", -1}}) {
     EXPECT_EQ(module.Reserved(name, path, third), result) << name;
   }
-  module.CloseWebSocket(1);
   module.DoAction(3, nullptr, nullptr, 0);
   EXPECT_EQ(module.GetImage(get, nullptr, &len), 0);
+  EXPECT_EQ(module.SetImage(set, "x", 1) + module.SetImage(set, nullptr, 0), 2);
+  EXPECT_EQ(module.GetImage(get, nullptr, &len), 0);
   EXPECT_EQ(module.Reserved("fileInHVNWhiteList", "a/b", nullptr), -1);
-  module.DoAction(3, nullptr, nullptr, 0);
 }
 
 TEST(Module, LogsACommandInItsWrittenForm) {
   Spit(WorkFolder() + "QVConfiguration.ini", "[QV]\nLogLevel=1\n");
   {
-    const LoadedModule module;
-    module.DoAction(0, nullptr, nullptr, 1);
-    Answer(module, R"({"id":"1","method":"SetServerInfo","parameter":[1,2]})");
+    const StartedModule module;
+    module.Answer(R"({"id":"1","method":"SetServerInfo","parameter":[1,2]})");
     Spit(WorkFolder() + "QVConfiguration.ini", "[QV]\nLogLevel=14\n");
-    Answer(module, R"({"id":"2","method":"SetServerInfo","parameter":[1,2,3,4]})");
-    Answer(module, R"({"id":"3","method":"Nothing"})");
+    module.Answer(R"({"id":"2","method":"SetServerInfo","parameter":[1,2,3,4]})");
+    module.Answer(R"({"id":"3","method":"Nothing"})");
   }  // unloading writes what is pending
   const std::string text = Slurp(WorkFolder() + "log/qvs.log");
   EXPECT_EQ(text.find("\"id\":\"1\""), std::string::npos);
@@ -194,15 +166,14 @@ TEST(Module, LogsACommandInItsWrittenForm) {
 }
 
 TEST(ModuleThreads, RunCommandsInParallel) {
-  const LoadedModule module;
-  module.DoAction(0, nullptr, nullptr, 1);
+  const StartedModule module;
   const auto run = [&module](int thread) {
     for (int i = 0; i < 25; ++i) {
       const std::string port = std::to_string(1000 * thread + i), more = "," + port;
-      const std::string set = Answer(module, R"({"method":"SetServerInfo","parameter":["h")" +
-                                                 more + more + more + more + "]}");
+      const std::string set = module.Answer(R"({"method":"SetServerInfo","parameter":["h")" + more +
+                                            more + more + more + "]}");
       EXPECT_NE(set.find("\"" + port + "\""), std::string::npos);
-      EXPECT_NE(Answer(module, R"({"method":"GetServerInfo"})").find("\"Host\":\"h\""),
+      EXPECT_NE(module.Answer(R"({"method":"GetServerInfo"})").find("\"Host\":\"h\""),
                 std::string::npos);
       unsigned int len = 0;
       EXPECT_EQ(module.SetImage(("/SetEncryptedImageMap?GUID=" + port).c_str(), "x", 1), 1);
@@ -211,59 +182,38 @@ TEST(ModuleThreads, RunCommandsInParallel) {
       EXPECT_EQ(module.Reserved("fileInHVNWhiteList", port.c_str(), nullptr), 0);
     }
   };
-  {
-    std::vector<std::jthread> threads;
-    for (int thread = 0; thread < 4; ++thread) threads.emplace_back(run, thread);
-  }
-  module.DoAction(2, nullptr, nullptr, 0);
-  module.DoAction(3, nullptr, nullptr, 0);
+  std::vector<std::jthread> threads;
+  for (int thread = 0; thread < 4; ++thread) threads.emplace_back(run, thread);
 }
 
 std::size_t EntriesOf(const char* folder) {
-  return static_cast<std::size_t>(
-      std::distance(fs::directory_iterator(folder), fs::directory_iterator()));
+  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
 }
 
-std::size_t MappingsOf(const std::string& file) {
-  std::ifstream maps("/proc/self/maps");
-  std::string line;
-  std::size_t count = 0;
-  while (std::getline(maps, line)) count += line.find(file) != std::string::npos;
-  return count;
-}
-
-std::set<std::string> SemaphoreNames() {
-  std::set<std::string> names;
-  for (const auto& entry : fs::directory_iterator("/dev/shm")) names.insert(entry.path());
-  return names;
-}
+bool IsMapped() { return Slurp("/proc/self/maps").find("libqtp.so") != std::string::npos; }
 
 TEST(ModuleUnload, LeavesNoThreadDescriptorMappingOrName) {
   Spit(WorkFolder() + "QVConfiguration.ini", "[QV]\nLogLevel=14\n");
   const auto use = [] {
-    const LoadedModule module;
-    EXPECT_GT(MappingsOf("libqtp.so"), 0u);
-    module.DoAction(0, nullptr, nullptr, 1);
+    const StartedModule module;
+    EXPECT_TRUE(IsMapped());
     // A thread of the host's that lives on must not keep the module in memory.
-    std::jthread other([&module] { Answer(module, R"({"method":"GetServerInfo"})"); });
-    Answer(module, R"({"method":"Reboot"})");
+    std::jthread other([&module] { module.Answer(R"({"method":"GetServerInfo"})"); });
+    module.Answer(R"({"method":"Reboot"})");
     module.SetImage("/SetEncryptedImageMap?GUID=a", "x", 1);
-    other.join();
-    module.DoAction(2, nullptr, nullptr, 0);
-    module.DoAction(3, nullptr, nullptr, 0);
   };
   use();
   const std::size_t descriptors = EntriesOf("/proc/self/fd");
   const std::size_t threads = EntriesOf("/proc/self/task");
-  const auto names = SemaphoreNames();
+  const std::size_t names = EntriesOf("/dev/shm");
   for (int i = 0; i < 200; ++i) use();
-  EXPECT_EQ(MappingsOf("libqtp.so"), 0u) << "the module is still mapped";
+  EXPECT_FALSE(IsMapped()) << "something keeps the module in memory";
   EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
   for (int i = 0; i < 5000 && EntriesOf("/proc/self/task") != threads; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));  // a joined one may still be listed
   }
   EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
-  EXPECT_EQ(SemaphoreNames(), names);
+  EXPECT_LT(EntriesOf("/dev/shm"), names + 100) << "a name stays a run; others' come and go";
 }
 
 }  // namespace

@@ -1,97 +1,75 @@
 #include "platform/file_content.h"
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <filesystem>
-#include <thread>
-#include <vector>
 
 #include "platform/descriptor.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 
-namespace fs = std::filesystem;
+class WholeFile : public ::testing::Test {
+ protected:
+  int Write(const std::string& content) { return WriteWholeFile(file_.c_str(), content, 0600); }
 
-TEST(WholeFile, ComesBackWholeWhateverItsSize) {
-  const TempFolder folder;
-  const std::string path = folder / std::string(250, 'n');  // nearly as long as names may be
-  for (const std::size_t size : {0, 1, 16383, 16384, 16385, 1'000'000}) {
-    const std::string content(size, static_cast<char>('a' + size % 7));
-    ASSERT_EQ(WriteWholeFile(path.c_str(), content, 0640, Flush::Later), 0);
-    std::string read = "old";
-    EXPECT_EQ(ReadWholeFile(path.c_str(), &read), 0);
-    EXPECT_TRUE(read == content) << size;
-  }
+  const TempFolder folder_;
+  const std::string file_ = folder_ / "file";
+  const std::string beside_ = folder_ / ".file.replacement";
+};
+
+TEST_F(WholeFile, ComesBackWholeWhateverItsSize) {
+  const std::string longName = folder_ / std::string(250, 'n');  // nearly as long as names may be
   std::string read = "old";
-  ASSERT_EQ(::mkfifo((folder / "pipe").c_str(), 0600), 0);
-  EXPECT_EQ(ReadWholeFile((folder / "pipe").c_str(), &read), EINVAL);
-  EXPECT_EQ(WriteWholeFile((folder / "pipe").c_str(), "x", 0600), EINVAL);
-  EXPECT_EQ(ReadWholeFile(folder.path().c_str(), &read), EISDIR);
-  EXPECT_EQ(ReadWholeFile((folder / "missing").c_str(), &read), ENOENT);
-  EXPECT_EQ(read, "old");
+  for (const std::size_t size : {0, 1, 16383, 16384, 16385, 1'000'000}) {
+    EXPECT_EQ(WriteWholeFile(longName.c_str(), std::string(size, 'a'), 0600, Flush::Later), 0);
+    EXPECT_EQ(ReadWholeFile(longName.c_str(), &read), 0);
+    EXPECT_TRUE(read == std::string(size, 'a')) << size;
+  }
+  EXPECT_EQ(ReadWholeFile(folder_.path().c_str(), &read), EISDIR);
+  EXPECT_EQ(ReadWholeFile(file_.c_str(), &read), ENOENT);
+  ASSERT_EQ(::mkfifo(file_.c_str(), 0600), 0);
+  EXPECT_EQ(ReadWholeFile(file_.c_str(), &read), EINVAL);
+  EXPECT_EQ(Write("x"), EINVAL);
+  EXPECT_EQ(read.size(), 1'000'000u) << "a failure changes nothing";
 }
 
-TEST(WholeFile, WritingKeepsModeAndLinks) {
-  const TempFolder folder;
-  const std::string file = folder / "file";
-  const std::string link = folder / "link";
+TEST_F(WholeFile, WritingKeepsModeAndLinks) {
+  const std::string link = folder_ / "link";
   fs::create_symlink("file", link);
-  const auto mode = [&] {
-    struct stat status {};
-    return ::stat(file.c_str(), &status) == 0 ? status.st_mode & 07777 : 0;
-  };
-  const mode_t mask = ::umask(027);
-  EXPECT_EQ(WriteWholeFile(link.c_str(), "first", 0777), 0);
-  ::umask(mask);
-  EXPECT_EQ(mode(), 0750u);
-  ::chmod(file.c_str(), 0604);
-  EXPECT_EQ(WriteWholeFile(link.c_str(), "second", 0777), 0);
-  EXPECT_EQ(mode(), 0604u);
+  for (const fs::perms mode : {fs::perms(0600), fs::perms(0604)}) {
+    EXPECT_EQ(WriteWholeFile(link.c_str(), "content", 0600), 0);
+    EXPECT_EQ(fs::status(file_).permissions(), mode);
+    fs::permissions(file_, fs::perms(0604));
+  }
   EXPECT_TRUE(fs::is_symlink(link));
-  EXPECT_EQ(Slurp(file), "second");
 }
 
-TEST(WholeFile, NothingBesideItKeepsItFromBeingWritten) {
-  const TempFolder folder;
-  const std::string file = folder / "file";
-  const std::string beside = folder / ".file.replacement";
-  const auto writes = [&](const char* content, int filesLeft) {
-    const int error = WriteWholeFile(file.c_str(), content, 0600);
-    const fs::directory_iterator files(folder.path());
-    return error == 0 && Slurp(file) == content &&
-           std::distance(begin(files), end(files)) == filesLeft;
-  };
-  Spit(beside, "left by a killed writer");
-  EXPECT_TRUE(writes("1", 1));
-  fs::create_symlink("dangling", beside);
-  EXPECT_TRUE(writes("2", 2));
-  fs::remove(beside);
-  Spit(beside, "locked for ever");
-  const Descriptor locked(::open(beside.c_str(), O_RDONLY | O_CLOEXEC));
+TEST_F(WholeFile, NothingBesideItKeepsItFromBeingWritten) {
+  Spit(beside_, "left by a killed writer");
+  EXPECT_EQ(Write("1"), 0);
+  EXPECT_FALSE(fs::exists(beside_));
+  fs::create_symlink("dangling", beside_);
+  EXPECT_EQ(Write("2"), 0);
+  fs::remove(beside_);
+  Spit(beside_, "locked for ever");
+  const Descriptor locked(::open(beside_.c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(locked.get(), LOCK_EX), 0);
-  EXPECT_TRUE(writes("3", 2));
+  EXPECT_EQ(Write("3"), 0);
+  EXPECT_EQ(Slurp(file_), "3");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 2);
 }
 
-TEST(WholeFile, WritersOfOneFileTakeTurns) {
-  const TempFolder folder;
-  const std::string path = folder / "file";
-  std::vector<std::thread> writers;
+TEST_F(WholeFile, WritersOfOneFileTakeTurns) {
+  std::vector<std::jthread> writers;
   for (char ch = 'a'; ch < 'e'; ++ch) {
-    writers.emplace_back([&path, ch] {
-      const std::string content(50'000, ch);
-      for (int i = 0; i < 25; ++i) EXPECT_EQ(WriteWholeFile(path.c_str(), content, 0600), 0);
+    writers.emplace_back([this, ch] {
+      for (int i = 0; i < 25; ++i) EXPECT_EQ(Write(std::string(50'000, ch)), 0);
     });
   }
   for (int i = 0; i < 200; ++i) {
     std::string seen;
-    if (ReadWholeFile(path.c_str(), &seen) != 0) continue;  // not there yet
-    EXPECT_EQ(std::count(seen.begin(), seen.end(), seen.front()), 50'000);
+    if (ReadWholeFile(file_.c_str(), &seen) != 0) continue;  // not there yet
+    EXPECT_EQ(seen, std::string(50'000, seen.front()));
   }
-  for (std::thread& writer : writers) writer.join();
-  EXPECT_FALSE(fs::exists(folder / ".file.replacement"));
+  writers.clear();
+  EXPECT_FALSE(fs::exists(beside_));
 }

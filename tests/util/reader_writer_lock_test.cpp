@@ -1,48 +1,35 @@
 #include "util/reader_writer_lock.h"
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include <atomic>
-#include <chrono>
-#include <functional>
 #include <future>
-#include <string>
-#include <thread>
 
 #include "platform/sync.h"
+#include "support/testing.h"
 
 namespace {
 
 using namespace std::chrono_literals;
 
+constinit const std::atomic<bool> kAtOnce{true};
+
+/// Whether another thread gets a hold, which it gives back at once. It begins when `go` is set.
 template <class Lock>
-bool OtherCanRead(Lock& lock, unsigned int timeoutMs = 0) {
-  const auto read = [&] {
-    const bool got = lock.AcquireReaderLock(timeoutMs);
-    if (got) lock.ReleaseReaderLock();
+std::future<bool> Try(Lock& lock, bool writes, unsigned int timeoutMs,
+                      const std::atomic<bool>& go = kAtOnce) {
+  const auto hold = [&, writes, timeoutMs] {
+    while (!go) std::this_thread::yield();
+    const bool got = writes ? lock.AcquireWriterLock(timeoutMs) : lock.AcquireReaderLock(timeoutMs);
+    if (got) writes ? lock.ReleaseWriterLock() : lock.ReleaseReaderLock();
     return got;
   };
-  return std::async(std::launch::async, read).get();
+  return std::async(std::launch::async, hold);
 }
 
 template <class Lock>
-bool OtherCanWrite(Lock& lock, unsigned int timeoutMs = 0) {
-  const auto write = [&] {
-    const bool got = lock.AcquireWriterLock(timeoutMs);
-    if (got) lock.ReleaseWriterLock();
-    return got;
-  };
-  return std::async(std::launch::async, write).get();
-}
-
-bool Becomes(const std::function<bool()>& condition) {
-  const auto end = std::chrono::steady_clock::now() + 10s;
-  while (!condition()) {
-    if (std::chrono::steady_clock::now() > end) return false;
-    std::this_thread::sleep_for(1ms);
-  }
-  return true;
+std::string OthersMay(Lock& lock) {
+  const bool read = Try(lock, false, 0).get(), write = Try(lock, true, 0).get();
+  return std::string(read ? "read" : "") + (write ? "write" : "");
 }
 
 template <class Lock>
@@ -57,43 +44,32 @@ TYPED_TEST_SUITE(AnyLock, BothLocks);
 TYPED_TEST(AnyLock, SharesReadsAndExcludesWrites) {
   auto& lock = this->lock_;
   ASSERT_TRUE(lock.AcquireReaderLock(0));
-  EXPECT_TRUE(OtherCanRead(lock));
-  EXPECT_FALSE(OtherCanWrite(lock, 20));
-  EXPECT_TRUE(OtherCanRead(lock)) << "the writer that gave up still keeps readers out";
+  EXPECT_FALSE(Try(lock, true, 20).get());
+  EXPECT_EQ(OthersMay(lock), "read") << "the writer that gave up still keeps readers out";
   lock.ReleaseReaderLock();
-
   ASSERT_TRUE(lock.AcquireWriterLock(0));
-  EXPECT_FALSE(OtherCanRead(lock, 20));
-  EXPECT_FALSE(OtherCanWrite(lock, 20));
+  for (const bool writes : {false, true}) EXPECT_FALSE(Try(lock, writes, 20).get());
   lock.ReleaseWriterLock();
-  EXPECT_TRUE(OtherCanWrite(lock));
+  EXPECT_EQ(OthersMay(lock), "readwrite");
 }
 
 TYPED_TEST(AnyLock, LetsAWaitingWriterGoBeforeNewReaders) {
   auto& lock = this->lock_;
   ASSERT_TRUE(lock.AcquireReaderLock(0));
-  auto writer = std::async(std::launch::async, [&] { return OtherCanWrite(lock, INFINITE); });
-  EXPECT_TRUE(Becomes([&] { return !OtherCanRead(lock); }));
+  auto writer = Try(lock, true, INFINITE);
+  while (OthersMay(lock) != "") std::this_thread::yield();
   lock.ReleaseReaderLock();
   EXPECT_TRUE(writer.get());
-  EXPECT_TRUE(Becomes([&] { return OtherCanRead(lock); }));
+  EXPECT_EQ(OthersMay(lock), "readwrite");
 }
 
 TYPED_TEST(AnyLock, WaitsEvenWhenNoEventCanBeMade) {
   auto& lock = this->lock_;
   ASSERT_TRUE(lock.AcquireWriterLock(0));
-  // Threads that need descriptors of their own to start are started before the limit drops.
+  // The threads need descriptors of their own to start: they are there before the limit drops.
   std::atomic<bool> go{false};
-  auto waiter = [&](auto acquire, auto release) {
-    return std::async(std::launch::async, [&go, &lock, acquire, release] {
-      while (!go) std::this_thread::yield();
-      const bool got = (lock.*acquire)(10000);
-      if (got) (lock.*release)();
-      return got;
-    });
-  };
-  auto reader = waiter(&TypeParam::AcquireReaderLock, &TypeParam::ReleaseReaderLock);
-  auto writer = waiter(&TypeParam::AcquireWriterLock, &TypeParam::ReleaseWriterLock);
+  auto reader = Try(lock, false, 10000, go);
+  auto writer = Try(lock, true, 10000, go);
   rlimit limit;
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
   const rlimit none = {0, limit.rlim_max};
@@ -108,11 +84,9 @@ TYPED_TEST(AnyLock, WaitsEvenWhenNoEventCanBeMade) {
 }
 
 TYPED_TEST(AnyLock, GuardsDataUnderLoadAndLosesNoThread) {
-  constexpr int kThreads = 4;
-  constexpr int kRounds = 300;
+  constexpr int kThreads = 4, kRounds = 300;
   auto& lock = this->lock_;
-  int left = 0;
-  int right = 0;
+  int left = 0, right = 0;
   std::atomic<int> torn{0};
   std::vector<std::jthread> threads;
   for (int t = 0; t < kThreads; ++t) {
@@ -133,46 +107,40 @@ TYPED_TEST(AnyLock, GuardsDataUnderLoadAndLosesNoThread) {
   threads.clear();
   EXPECT_EQ(torn, 0);
   EXPECT_EQ(left, kThreads * kRounds / 3);
-  EXPECT_TRUE(OtherCanWrite(lock)) << "a count leaked";
+  EXPECT_EQ(OthersMay(lock), "readwrite") << "a count leaked";
 }
 
 TEST(PlainLock, ConvertsUpgradesAndDowngrades) {
   CReaderWriterLockNonReentrance lock;
   ASSERT_TRUE(lock.AcquireReaderLock(0));
   EXPECT_FALSE(lock.UpgradeToWriterLock(0));
-  EXPECT_TRUE(OtherCanRead(lock));
+  EXPECT_EQ(OthersMay(lock), "read");
   ASSERT_TRUE(lock.UpgradeToWriterLock(10));
-  EXPECT_FALSE(OtherCanRead(lock));
+  EXPECT_EQ(OthersMay(lock), "");
   lock.DowngradeFromWriterLock();
-  EXPECT_TRUE(OtherCanRead(lock));
-  EXPECT_FALSE(OtherCanWrite(lock));
-
+  EXPECT_EQ(OthersMay(lock), "read");
   ASSERT_TRUE(lock.AcquireReaderLock(0));  // a second reader keeps the upgrade waiting
   EXPECT_FALSE(lock.UpgradeToWriterLock(20));
   lock.ReleaseReaderLock();
-  EXPECT_FALSE(OtherCanWrite(lock)) << "the failed upgrade lost the read hold";
+  EXPECT_EQ(OthersMay(lock), "read") << "the failed upgrade lost the read hold";
   lock.ReleaseReaderLock();
-  EXPECT_TRUE(OtherCanWrite(lock));
+  EXPECT_EQ(OthersMay(lock), "readwrite");
 }
 
 TEST(RecursiveLock, CountsHoldsOfAThread) {
   CReaderWriterLock lock;
   const auto state = [&] { return lock.GetCurrentThreadStatus(); };
-  ASSERT_TRUE(lock.AcquireReaderLock(0));
-  ASSERT_TRUE(lock.AcquireWriterLock(0));
-  ASSERT_TRUE(lock.AcquireWriterLock(0));
-  ASSERT_TRUE(lock.AcquireReaderLock(0));
+  ASSERT_TRUE(lock.AcquireReaderLock(0) && lock.AcquireWriterLock(0));
+  ASSERT_TRUE(lock.AcquireWriterLock(0) && lock.AcquireReaderLock(0));
   EXPECT_EQ(state(), 0x20002u);
-
   lock.ReleaseWriterLock();
-  EXPECT_FALSE(OtherCanRead(lock));
+  EXPECT_EQ(OthersMay(lock), "");
   lock.ReleaseWriterLock();  // the reads stay: downgraded
   EXPECT_EQ(state(), 2u);
-  EXPECT_TRUE(OtherCanRead(lock));
-  EXPECT_FALSE(OtherCanWrite(lock));
+  EXPECT_EQ(OthersMay(lock), "read");
   lock.ReleaseAllLocks();
   EXPECT_EQ(state(), 0u);
-  EXPECT_TRUE(OtherCanWrite(lock));
+  EXPECT_EQ(OthersMay(lock), "readwrite");
 }
 
 TEST(RecursiveLock, LetsTwoReadersUpgradeOneAfterTheOther) {
@@ -189,12 +157,11 @@ TEST(RecursiveLock, LetsTwoReadersUpgradeOneAfterTheOther) {
     lock.ReleaseReaderLock();
     return wrote;
   };
-  auto one = std::async(std::launch::async, upgrade);
   auto other = std::async(std::launch::async, upgrade);
-  EXPECT_TRUE(one.get());
+  EXPECT_TRUE(upgrade());
   EXPECT_TRUE(other.get());
   EXPECT_EQ(value, 2);
-  EXPECT_TRUE(OtherCanWrite(lock));
+  EXPECT_EQ(OthersMay(lock), "readwrite");
 }
 
 }  // namespace
