@@ -59,7 +59,8 @@ void ReadAnswerOfTenRecords(benchmark::State& state) {
   records.pop_back();
   records.push_back({name, mdns_txt{"type", "twaindirect"}});
   records.push_back({name, mdns_txt{"url", "https://scanner.local/"}});
-  const std::size_t size = MakeMulticastAnswer(buffer, answer, records, MDNS_MULTICAST_ANSWER);
+  const std::size_t size =
+      MakeMulticastAnswer(buffer, RecordList(&answer, 1), records, MDNS_MULTICAST_ANSWER);
   const PacketBytes packet = PacketBytes(buffer).first(size);
   const std::uint64_t before = allocations;
   std::size_t walked = 0;
@@ -80,11 +81,12 @@ void WriteAnnouncement(benchmark::State& state) {
   info.ipv4 = info.ipv6 = "10.0.0.5";
   info.id = info.ty = info.modules = info.os = info.tags = "a text";
   const ServiceRecords records(info, nullptr);
+  const mdns_record_t pointer = records.pointer();
   Buffer buffer;
   const std::uint64_t before = allocations;
   for (auto _ : state) {
-    const std::size_t size =
-        MakeMulticastAnswer(buffer, records.pointer(), records.announced(), MDNS_ANNOUNCEMENT);
+    const std::size_t size = MakeMulticastAnswer(buffer, RecordList(&pointer, 1),
+                                                 records.announced(), MDNS_ANNOUNCEMENT);
     if (size == 0) state.SkipWithError("the announcement does not fit");
     benchmark::DoNotOptimize(buffer);
   }

@@ -34,7 +34,8 @@ void WriteAndReadBack(const mdns_query_result& result, std::string_view name) {
   std::array<std::uint8_t, MDNS_PACKET_BYTES> buffer;
   const std::vector<mdns_record_t> records = RecordsOf(result, name);
   const mdns_record_t pointer{name, mdns_ptr{name}};
-  const std::size_t size = MakeUnicastAnswer(buffer, {.name = name}, pointer, {}, records);
+  const std::size_t size =
+      MakeUnicastAnswer(buffer, {.name = name}, RecordList(&pointer, 1), {}, records);
   if (size == 0) return;
   const PacketBytes packet = PacketBytes(buffer).first(size);
 

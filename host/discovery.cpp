@@ -4,7 +4,9 @@
 #include <sys/utsname.h>
 
 #include <algorithm>
+#include <system_error>
 
+#include "environment/logging.h"
 #include "environment/mdns_settings.h"
 #include "environment/program_information.h"
 #include "host/certificate.h"
@@ -23,6 +25,19 @@ std::string SystemName() {
 /// The words that other implementations advertise.
 const char* KindWord(std::int32_t type) {
   return type == mdns_wrapper::SERVICE_TWAIN_DIRECT ? "twaindirect" : "marvique_private_cloud_scan";
+}
+
+bool IsAtWork(const mdns_wrapper::mDNSBase& worker) {
+  return worker.isRunning() && !worker.hasGivenUp();
+}
+
+/// The next Watch tries again.
+void Start(mdns_wrapper::mDNSBase& worker) {
+  try {
+    worker.start();
+  } catch (const std::system_error& problem) {
+    LogErr("Discovery does not start: %s", problem.what());
+  }
 }
 
 Json::Value ToJson(const mdns_wrapper::SeenService& seen) {
@@ -44,6 +59,15 @@ Json::Value ToJson(const mdns_wrapper::SeenService& seen) {
 
 }  // namespace
 
+Discovery::Addresses Discovery::AddressesNow() {
+  Addresses addresses;
+  if (const auto interfaces = mdns_wrapper::UsableInterfaces()) {
+    if (const auto* ipv4 = FirstOf(*interfaces, AF_INET)) addresses.ipv4 = ipv4->addressText();
+    if (const auto* ipv6 = FirstOf(*interfaces, AF_INET6)) addresses.ipv6 = ipv6->addressText();
+  }
+  return addresses;
+}
+
 DNSServiceInfo Discovery::RecordNow() const {
   DNSServiceInfo record;
   int accessMode = -1;
@@ -53,38 +77,46 @@ DNSServiceInfo Discovery::RecordNow() const {
   record.id = GetServiceGUID();
   record.modules = modules_;
   record.os = SystemName();
-  if (const auto interfaces = mdns_wrapper::UsableInterfaces()) {
-    if (const auto* ipv4 = FirstOf(*interfaces, AF_INET)) record.ipv4 = ipv4->addressText();
-    if (const auto* ipv6 = FirstOf(*interfaces, AF_INET6)) record.ipv6 = ipv6->addressText();
-  }
+  record.ipv4 = advertised_.ipv4;
+  record.ipv6 = advertised_.ipv6;
   return record;
 }
 
 void Discovery::Advertise() {
   responder_.stop();
-  advertised_ = RecordNow();
-  responder_.setServiceInfo(advertised_);
+  if (ended_ || !advertising_ || port_ == 0) return;
+  advertised_ = AddressesNow();
+  responder_.setServiceInfo(RecordNow());
   responder_.setServicePort(static_cast<std::uint16_t>(port_));
-  responder_.start();
+  Start(responder_);
+}
+
+void Discovery::Browse() {
+  browser_.stop();
+  if (!ended_ && browsing_) Start(browser_);
 }
 
 void Discovery::StartAdvertising() {
   const std::lock_guard lock(mutex_);
-  if (!ended_) Advertise();
+  advertising_ = true;
+  Advertise();
 }
 
 void Discovery::StopAdvertising() {
   const std::lock_guard lock(mutex_);
+  advertising_ = false;
   responder_.stop();
 }
 
 void Discovery::StartBrowsing() {
   const std::lock_guard lock(mutex_);
-  if (!ended_) browser_.start();
+  browsing_ = true;
+  Browse();
 }
 
 void Discovery::StopBrowsing() {
   const std::lock_guard lock(mutex_);
+  browsing_ = false;
   browser_.stop();
 }
 
@@ -107,26 +139,19 @@ void Discovery::Describe(int port, const std::string& modules) {
   if (port_ == port && modules_ == modules) return;
   port_ = port;
   modules_ = modules;
-  if (responder_.isRunning()) Advertise();
+  Advertise();
 }
 
 void Discovery::Watch() {
   const std::lock_guard lock(mutex_);
-  if (ended_) return;
-  if (responder_.isRunning()) {
-    const DNSServiceInfo now = RecordNow();
-    const bool moved = now.ipv4 != advertised_.ipv4 || now.ipv6 != advertised_.ipv6;
-    // Without any address the responder stays, so that it is there when one comes back.
-    const bool connected = !now.ipv4.empty() || !now.ipv6.empty();
-    if (connected && (moved || responder_.hasGivenUp())) Advertise();
-  }
-  if (browser_.hasGivenUp()) {
-    const auto interfaces = mdns_wrapper::UsableInterfaces();
-    if (interfaces && !interfaces->empty()) {
-      browser_.stop();
-      browser_.start();
-    }
-  }
+  if (ended_ || (!advertising_ && !browsing_)) return;
+  const Addresses now = AddressesNow();
+  // Without any address both stay as they are, so that they are there when one comes back.
+  if (now.none()) return;
+  // The responder itself follows an IPv6 address that moves.
+  const bool moved = now.ipv4 != advertised_.ipv4 || now.ipv6.empty() != advertised_.ipv6.empty();
+  if (advertising_ && (moved || !IsAtWork(responder_))) Advertise();
+  if (browsing_ && !IsAtWork(browser_)) Browse();
 }
 
 std::string Discovery::EncodedServices() {
@@ -136,8 +161,8 @@ std::string Discovery::EncodedServices() {
 
 std::string Discovery::ServicesText() {
   Json::Value root(Json::objectValue);
-  root["advertising"] = responder_.isRunning();
-  root["browsing"] = browser_.isRunning();
+  root["advertising"] = advertising_.load();
+  root["browsing"] = browsing_.load();
   root["services"] = Json::Value(Json::arrayValue);
   for (const auto& seen : browser_.getSeenServices()) root["services"].append(ToJson(seen));
   return root.toStyledString();

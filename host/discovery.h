@@ -4,6 +4,7 @@
 // Any thread may call; the calls take turns. Stopping waits until the goodbye is sent.
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <string>
 
@@ -26,16 +27,16 @@ class Discovery {
   void StartBrowsing();
   void StopBrowsing();
 
-  /// Starts what the settings switch on.
+  /// Switches on what the settings say.
   void StartAsStored();
   /// For good: nothing starts afterwards.
   void StopAll();
 
-  /// What is advertised beside the settings: the port and the aliases of the modules, separated by
-  /// commas. When it changes, the service is advertised anew.
+  /// What is advertised beside the settings: the port, 0 for none, and the aliases of the modules,
+  /// separated by commas. When it changes the service is advertised anew; without a port it is not.
   void Describe(int port, const std::string& modules);
   /// To be called every few seconds. Advertises anew when the machine's addresses have changed, and
-  /// starts again what gave up for want of an interface.
+  /// tries again what could not be done, for want of an interface or of a thread.
   void Watch();
 
   /// The services found, in the form in which they are handed to modules.
@@ -45,16 +46,27 @@ class Discovery {
   std::string ServicesText();
 
  private:
+  /// The first usable address of each family, "" for none.
+  struct Addresses {
+    std::string ipv4;
+    std::string ipv6;
+
+    bool none() const { return ipv4.empty() && ipv6.empty(); }
+  };
+  static Addresses AddressesNow();
   mdns_wrapper::DNSServiceInfo RecordNow() const;
   void Advertise();
+  void Browse();
 
   std::mutex mutex_;
   mdns_wrapper::mDNSService& responder_;
   mdns_wrapper::mDNSQueryService& browser_;
   bool ended_ = false;
+  std::atomic<bool> advertising_ = false;  ///< what is switched on, whether it can be done or not
+  std::atomic<bool> browsing_ = false;
   int port_ = 0;
   std::string modules_;
-  mdns_wrapper::DNSServiceInfo advertised_;
+  Addresses advertised_;
 };
 
 }  // namespace host

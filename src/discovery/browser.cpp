@@ -15,6 +15,12 @@ auto Identity(const DNSServiceInfo& record) {
                   record.url, record.id, record.txtvers, record.accessMode);
 }
 
+ServiceList::const_iterator FindService(const ServiceList& list, const DNSServiceInfo& record) {
+  return std::find_if(list.begin(), list.end(), [&](const DNSServiceInfo& other) {
+    return Identity(other) == Identity(record);
+  });
+}
+
 void Take(std::string& into, const std::string& from) {
   if (!from.empty()) into = from;
 }
@@ -40,9 +46,7 @@ DNSServiceInfo mDNSQueryService::readProvider(const mdns_query_result& result) {
 }
 
 bool mDNSQueryService::ServiceInfosExsts(const ServiceList& list, const DNSServiceInfo& record) {
-  return std::any_of(list.begin(), list.end(), [&](const DNSServiceInfo& other) {
-    return Identity(other) == Identity(record);
-  });
+  return FindService(list, record) != list.end();
 }
 
 bool mDNSQueryService::ServiceInfosAreDifferent(const ServiceList& before, const ServiceList& now) {
@@ -60,7 +64,11 @@ ServiceList mDNSQueryService::getServiceInfos(bool& changed) {
 
 std::vector<SeenService> mDNSQueryService::getSeenServices() const {
   const std::lock_guard lock(listMutex_);
-  return publishedSeen_;
+  std::vector<SeenService> seen;
+  for (std::size_t i = 0; i < published_.size(); ++i) {
+    seen.push_back({published_[i], publishedTimes_[i]});
+  }
+  return seen;
 }
 
 void mDNSQueryService::runMainLoop() {
@@ -78,7 +86,12 @@ int mDNSQueryService::QueryResultCallback(void* user, const mdns_query_result& r
       browser.addServiceInfo(readProvider(result), result.entry == mdns_entry_type::answer);
       break;
     case MDNS_CYCLE_ENDS:
-      browser.endAddServiceInfo();
+      // What a stop cut short is no list: the one before it stays.
+      if (browser.shouldStop()) {
+        browser.beginAddServiceInfo();
+      } else {
+        browser.endAddServiceInfo();
+      }
       break;
   }
   return 0;
@@ -86,20 +99,26 @@ int mDNSQueryService::QueryResultCallback(void* user, const mdns_query_result& r
 
 void mDNSQueryService::beginAddServiceInfo() {
   built_.clear();
-  builtSeen_.clear();
+  builtTimes_.clear();
   assembled_.clear();
 }
 
 void mDNSQueryService::commitAssembled() {
-  if (assembled_.type != SERVICE_UNKNOWN && !ServiceInfosExsts(built_, assembled_)) {
-    built_.push_back(assembled_);
-    builtSeen_.push_back({assembled_, std::chrono::system_clock::now()});
+  if (assembled_.type != SERVICE_UNKNOWN) {
+    const auto found = FindService(built_, assembled_);
+    if (found != built_.end()) {
+      builtTimes_[static_cast<std::size_t>(found - built_.begin())] = assembledTime_;
+    } else {
+      built_.push_back(assembled_);
+      builtTimes_.push_back(assembledTime_);
+    }
   }
   assembled_.clear();
 }
 
 void mDNSQueryService::addServiceInfo(const DNSServiceInfo& record, bool newService) {
   if (newService) commitAssembled();
+  assembledTime_ = Time::clock::now();
   if (record.type != SERVICE_UNKNOWN) assembled_.type = record.type;
   Take(assembled_.ipv4, record.ipv4);
   Take(assembled_.ipv6, record.ipv6);
@@ -118,13 +137,19 @@ void mDNSQueryService::endAddServiceInfo() {
   {
     const std::lock_guard lock(listMutex_);
     changed = ServiceInfosAreDifferent(published_, built_);
-    publishedSeen_ = builtSeen_;
     if (changed) {
       published_ = built_;
-      const auto now = std::chrono::system_clock::now().time_since_epoch();
+      publishedTimes_ = builtTimes_;
+      const auto now = Time::clock::now().time_since_epoch();
       const auto stamp = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
       // Two changes of one millisecond are still two.
       changeStamp_ = std::max<std::int64_t>(stamp, changeStamp_ + 1);
+    } else {
+      // The same services, in an order of their own.
+      for (std::size_t i = 0; i < published_.size(); ++i) {
+        const auto found = FindService(built_, published_[i]);
+        publishedTimes_[i] = builtTimes_[static_cast<std::size_t>(found - built_.begin())];
+      }
     }
   }
   if (changed && notification_) notification_(built_);

@@ -18,7 +18,7 @@ namespace mdns_wrapper {
 /// A service that the last complete cycle found, and when it last answered.
 struct SeenService {
   DNSServiceInfo info;
-  std::chrono::system_clock::time_point lastSeen;
+  std::chrono::system_clock::time_point lastSeen;  ///< when its last record came
 };
 
 /// The list is that of the last complete cycle; it outlives stop and start. Any thread may call
@@ -61,19 +61,22 @@ class mDNSQueryService : public mDNSBase {
   void endAddServiceInfo();
 
  private:
+  using Time = std::chrono::system_clock::time_point;
+
   void commitAssembled();
 
   MdnsNetwork& network_;
   Notification notification_;
 
-  // The loop's: what the current cycle found, and the service whose records are coming in.
+  // The loop's: what the current cycle found and when, and the service whose records come in.
   ServiceList built_;
-  std::vector<SeenService> builtSeen_;
+  std::vector<Time> builtTimes_;
   DNSServiceInfo assembled_;
+  Time assembledTime_;
 
   mutable std::mutex listMutex_;
   ServiceList published_;
-  std::vector<SeenService> publishedSeen_;
+  std::vector<Time> publishedTimes_;
   std::int64_t changeStamp_ = 0;    ///< milliseconds since the epoch
   std::int64_t reportedStamp_ = 0;  ///< the one that the last reader was told
 };

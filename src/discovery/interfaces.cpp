@@ -1,6 +1,7 @@
 #include "discovery/interfaces.h"
 
 #include <ifaddrs.h>
+#include <net/if.h>
 
 #include <algorithm>
 #include <memory>
@@ -26,7 +27,7 @@ InterfaceList UsableOf(const ifaddrs* entries) {
     const std::uint32_t index = ::if_nametoindex(entry->ifa_name);
     if (index == 0) continue;  // gone since the walk
     address->setPort(0);
-    address->setScope(index);
+    address->setScope(address->isLinkLocal() ? index : 0);
     list.push_back({index, *address, SocketAddress::from(entry->ifa_netmask)});
   }
   return list;

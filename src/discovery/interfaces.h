@@ -1,11 +1,8 @@
 // The addresses of this machine that discovery works with.
 #pragma once
 
-#include <net/if.h>
-
 #include <cstdint>
 #include <optional>
-#include <string>
 #include <vector>
 
 #include "discovery/socket_address.h"
@@ -17,7 +14,7 @@ namespace mdns_wrapper {
 /// An address and the network around it.
 struct InterfaceAddress {
   std::uint32_t index = 0;  ///< of the interface; never 0 for one that exists
-  SocketAddress address;    ///< without port; IPv6 with the interface as scope
+  SocketAddress address;    ///< without port; a link-local one with the interface as scope
   std::optional<SocketAddress> mask;
 
   bool operator==(const InterfaceAddress&) const = default;

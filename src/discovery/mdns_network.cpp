@@ -16,6 +16,7 @@ std::optional<InterfaceList> SystemNetwork::interfaces() { return UsableInterfac
 int SystemNetwork::open(const InterfaceAddress& address, std::uint16_t port) {
   SocketAddress own = address.address;
   own.setPort(port);
+  own.setScope(address.index);
   return own.isIpv4() ? mdns_socket_open_ipv4(&own.v4()) : mdns_socket_open_ipv6(&own.v6());
 }
 
@@ -36,7 +37,7 @@ bool SystemNetwork::send(int socket, const SocketAddress& to,
   do {
     sent = ::sendto(socket, packet.data(), packet.size(), 0, to.data(), to.size());
   } while (sent < 0 && errno == EINTR);
-  return sent == static_cast<ssize_t>(packet.size());
+  return sent >= 0;  // datagrams go out whole or not at all
 }
 
 std::optional<std::size_t> SystemNetwork::receive(int socket, std::span<std::uint8_t> buffer,

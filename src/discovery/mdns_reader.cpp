@@ -6,6 +6,7 @@
 #include <optional>
 
 #include "discovery/mdns_log.h"
+#include "discovery/mdns_words.h"
 
 namespace mdns_wrapper {
 
@@ -92,9 +93,6 @@ bool PacketReader::read(mdns_received& record) {
 }
 
 namespace {
-
-/// How much of a text a "%.*s" shows.
-int Width(std::string_view text) { return static_cast<int>(text.size()); }
 
 /// One record on its way into a result and into the log.
 class RecordParser {

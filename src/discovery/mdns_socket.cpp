@@ -17,12 +17,10 @@ bool Set(const Descriptor& socket, int level, int option, const Value& value) {
 }
 
 Descriptor Create(int family) {
-  Descriptor socket(::socket(family, SOCK_DGRAM, IPPROTO_UDP));
+  Descriptor socket(os::OpenDatagramSocket(family));
   // Other responders of this machine have the port, too.
-  const bool ready = socket && ::fcntl(socket.get(), F_SETFD, FD_CLOEXEC) == 0 &&
-                     Set(socket, SOL_SOCKET, SO_REUSEADDR, 1) &&
-                     Set(socket, SOL_SOCKET, SO_REUSEPORT, 1) &&
-                     os::HearJoinedGroupsOnly(socket.get(), family);
+  const bool ready = socket && Set(socket, SOL_SOCKET, SO_REUSEADDR, 1) &&
+                     Set(socket, SOL_SOCKET, SO_REUSEPORT, 1);
   return ready ? std::move(socket) : Descriptor();
 }
 

@@ -81,11 +81,6 @@ std::size_t MakeQuery(std::span<std::uint8_t> buffer, std::string_view name, std
 std::size_t MakeMulticastAnswer(std::span<std::uint8_t> buffer, RecordList answer,
                                 RecordList additional, const mdns_lifetime& lifetime);
 
-inline std::size_t MakeMulticastAnswer(std::span<std::uint8_t> buffer, const mdns_record_t& answer,
-                                       RecordList additional, const mdns_lifetime& lifetime) {
-  return MakeMulticastAnswer(buffer, RecordList(&answer, 1), additional, lifetime);
-}
-
 /// What was asked, for its asker alone.
 struct AskedQuestion {
   std::uint16_t queryId = 0;
@@ -97,10 +92,5 @@ struct AskedQuestion {
 std::size_t MakeUnicastAnswer(std::span<std::uint8_t> buffer, const AskedQuestion& question,
                               RecordList answer, RecordList authority, RecordList additional,
                               const mdns_lifetime& lifetime = MDNS_UNICAST_ANSWER);
-inline std::size_t MakeUnicastAnswer(std::span<std::uint8_t> buffer, const AskedQuestion& question,
-                                     const mdns_record_t& answer, RecordList authority,
-                                     RecordList additional) {
-  return MakeUnicastAnswer(buffer, question, RecordList(&answer, 1), authority, additional);
-}
 
 }  // namespace mdns_wrapper

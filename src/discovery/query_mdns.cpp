@@ -9,6 +9,7 @@
 
 #include "discovery/mdns_log.h"
 #include "discovery/mdns_send.h"
+#include "discovery/mdns_words.h"
 #include "discovery/socket_set.h"
 
 namespace mdns_wrapper {
@@ -27,18 +28,6 @@ constexpr int kMostRecordsARun = 4096;
 constexpr int kMostPacketsATurn = 64;
 constexpr std::uint16_t kQueryId = 0;  // RFC 6762, 18.1
 
-const char* TypeWord(std::uint16_t type) {
-  switch (type) {
-    case MDNS_TYPE_SRV:
-      return "SRV";
-    case MDNS_TYPE_A:
-      return "A";
-    case MDNS_TYPE_AAAA:
-      return "AAAA";
-  }
-  return "PTR";
-}
-
 class QueryRun {
  public:
   QueryRun(void* user, mdns_query_callback callback, MdnsNetwork& network)
@@ -51,13 +40,14 @@ class QueryRun {
       mdns_log("Failed to open any client sockets\n");
       return false;
     }
-    mdns_log("Opened %d socket%s for mDNS query\n", static_cast<int>(count), count == 1 ? "" : "s");
+    mdns_log("Opened %d socket%s for mDNS query\n", static_cast<int>(count), Plural(count));
     return true;
   }
 
   void send(std::string_view name, std::uint16_t type) {
-    mdns_log("Sending mDNS query: %.*s %s\n", static_cast<int>(name.size()), name.data(),
-             TypeWord(type));
+    const char* const word = TypeWord(type);
+    mdns_log("Sending mDNS query: %.*s %s\n", Width(name), name.data(),
+             word != nullptr ? word : "PTR");
     for (const int socket : sockets_.sockets()) {
       if (mdns_query_send(sockets_, socket, network_.portOf(socket), buffer_, name, type)) {
         asking_.push_back(socket);
@@ -71,12 +61,16 @@ class QueryRun {
     mdns_log("Reading mDNS query replies\n");
     const auto begun = network_.now();
     auto heard = begun;
+    auto looked = begun - kSlice;
     while (!stop.made()) {
       const auto now = network_.now();
       if (now - heard >= kSilence || now - begun >= kLongestRun) break;
+      if (now - looked >= kSlice) {
+        looked = now;
+        logWanted_ = mdns_log_wanted();
+      }
       network_.wait(asking_, kSlice, stop, readable_);
       bool any = false;
-      logWanted_ = !readable_.empty() && mdns_log_wanted();
       for (const int socket : readable_) any = readReplies(socket) || any;
       if (any) heard = network_.now();
     }

@@ -1,38 +1,19 @@
 #include "discovery/question_answerer.h"
 
 #include "discovery/mdns_log.h"
+#include "discovery/mdns_words.h"
 
 namespace mdns_wrapper {
 namespace {
 
-/// A link needs one a second of each record (RFC 6762, 6); the rest is for questions that come
-/// close together. What a flood of questions makes stays small beside the flood.
+/// On one link, which needs one a second of each record (RFC 6762, 6); the rest is for questions
+/// that come close together. What a flood of questions makes for all stays small beside the flood.
 constexpr int kMostMulticastsASecond = 100;
 
 /// Messages with an opcode or a response code are to be ignored (RFC 6762, 18.3 and 18.11).
 constexpr std::uint16_t kOpcode = 0x7800;
 constexpr std::uint16_t kResponseCode = 0x000F;
 constexpr std::uint16_t kClassAny = 255;  // RFC 1035, 3.2.5
-
-const char* TypeWord(std::uint16_t type) {
-  switch (type) {
-    case MDNS_TYPE_PTR:
-      return "PTR";
-    case MDNS_TYPE_SRV:
-      return "SRV";
-    case MDNS_TYPE_A:
-      return "A";
-    case MDNS_TYPE_AAAA:
-      return "AAAA";
-    case MDNS_TYPE_TXT:
-      return "TXT";
-    case MDNS_TYPE_ANY:
-      return "ANY";
-  }
-  return nullptr;
-}
-
-int Width(std::string_view text) { return static_cast<int>(text.size()); }
 
 }  // namespace
 
@@ -72,16 +53,20 @@ class QuestionAnswerer::Packet {
 
   void send(Subject subject, const mdns_question& question, RecordList answer,
             RecordList additional) {
+    // To the group an answer says the same whichever way it was asked for; to the asker it repeats
+    // the question.
     const bool unicast = question.wantsUnicast();
-    const unsigned bit = 1U << (subject + (unicast ? kSubjects : 0U));
+    const unsigned way = !unicast ? 0U : question.type != MDNS_TYPE_ANY ? 1U : 2U;
+    const unsigned bit = 1U << (subject + way * kSubjects);
     if ((sent_ & bit) != 0) return;
     sent_ |= bit;
+    if (!unicast && !owner_.mayMulticast(socket_)) return;
     if (log_) logAnswer(answer.front(), unicast ? "unicast" : "multicast");
     if (unicast) {
       const AskedQuestion asked{id_, question.name.view(), question.type, question.qclass};
       mdns_query_answer_unicast(owner_.network_, socket_, from_, owner_.buffer_, asked, answer, {},
                                 additional);
-    } else if (owner_.mayMulticast()) {
+    } else {
       mdns_answer_multicast_rclass_ttl(owner_.sockets_, socket_, owner_.buffer_,
                                        MDNS_MULTICAST_ANSWER.rclass, answer, additional,
                                        MDNS_MULTICAST_ANSWER.ttl);
@@ -114,13 +99,13 @@ class QuestionAnswerer::Packet {
   unsigned sent_ = 0;
 };
 
-bool QuestionAnswerer::mayMulticast() {
+bool QuestionAnswerer::mayMulticast(int socket) {
   const auto now = network_.now();
   if (now - second_ >= std::chrono::seconds(1)) {
     second_ = now;
-    multicasts_ = 0;
+    multicasts_.clear();
   }
-  return multicasts_++ < kMostMulticastsASecond;
+  return multicasts_[socket]++ < kMostMulticastsASecond;
 }
 
 void QuestionAnswerer::answer(const ServiceRecords& records, int socket, PacketBytes bytes,

@@ -3,7 +3,7 @@
 
 #include <array>
 #include <cstdint>
-#include <string_view>
+#include <map>
 
 #include "discovery/mdns_reader.h"
 #include "discovery/mdns_send.h"
@@ -20,7 +20,7 @@ class QuestionAnswerer {
 
   /// Answers what a packet asks of these records, on the socket where it came in: each question
   /// that wants a unicast answer to its asker, the others to the group. One packet is given each
-  /// answer once, however often it asks, and the group a limited number of answers a second.
+  /// answer once, however often it asks, and each group a limited number of answers a second.
   ///
   /// Ignored are answers (else two responders would answer each other without end), packets from
   /// senders that are no neighbours, and, from where it is malformed, the rest of a packet.
@@ -30,14 +30,14 @@ class QuestionAnswerer {
  private:
   class Packet;
 
-  /// Whether one more answer may go to the group now.
-  bool mayMulticast();
+  /// Whether one more answer may go to the socket's group now.
+  bool mayMulticast(int socket);
 
   MdnsNetwork& network_;
   SocketSet& sockets_;
   std::array<std::uint8_t, MDNS_PACKET_BYTES> buffer_{};
   MdnsNetwork::Clock::time_point second_{};  ///< the one in which multicasts_ were sent
-  int multicasts_ = 0;
+  std::map<int, int> multicasts_;            ///< how many, by socket
 };
 
 }  // namespace mdns_wrapper

@@ -1,13 +1,17 @@
 #include "discovery/service_mdns.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
-#include <cstring>
 #include <memory>
+#include <optional>
+#include <vector>
 
 #include "discovery/mdns_log.h"
+#include "discovery/mdns_words.h"
 #include "discovery/question_answerer.h"
 #include "discovery/socket_set.h"
+#include "environment/logging.h"
 
 namespace mdns_wrapper {
 namespace {
@@ -32,8 +36,7 @@ class ServiceLoop {
       return false;
     }
     const std::size_t count = sockets_.sockets().size();
-    mdns_log("Opened %d socket%s for mDNS service\n", static_cast<int>(count),
-             count == 1 ? "" : "s");
+    mdns_log("Opened %d socket%s for mDNS service\n", static_cast<int>(count), Plural(count));
     return true;
   }
 
@@ -74,8 +77,8 @@ class ServiceLoop {
       const bool gone = std::find(sockets.begin(), sockets.end(), socket) == sockets.end();
       if (gone || send(socket, MDNS_ANNOUNCEMENT)) return true;
       if (errno != EMSGSIZE) return false;
-      mdns_log("The service %s cannot be announced: a name or a text is too long.\n",
-               records_->instanceName().c_str());
+      LogErr("The service %s cannot be announced: a name or a text is too long.",
+             records_->instanceName().c_str());
       return true;
     });
   }
@@ -101,7 +104,7 @@ class ServiceLoop {
   SocketSet sockets_{network_, MDNS_PORT};
   QuestionAnswerer answerer_;
   std::unique_ptr<ServiceRecords> records_;
-  std::optional<SocketAddress> ipv6_;  ///< the first one there was
+  std::optional<SocketAddress> ipv6_;  ///< the first one, kept when there is none
   std::vector<int> silent_;            ///< sockets on which nothing was announced yet
   std::vector<int> readable_;
   std::array<std::uint8_t, MDNS_PACKET_BYTES> buffer_{};

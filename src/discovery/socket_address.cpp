@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 #include <netdb.h>
 
+#include <algorithm>
 #include <cstring>
 #include <span>
 
@@ -77,6 +78,11 @@ bool SocketAddress::isLoopback() const {
 bool SocketAddress::isLinkLocal() const {
   if (!isIpv4()) return IN6_IS_ADDR_LINKLOCAL(&v6_.sin6_addr);
   return (ntohl(v4_.sin_addr.s_addr) & 0xFFFF0000U) == 0xA9FE0000U;
+}
+
+bool SocketAddress::isAllOnes() const {
+  const auto bytes = BytesOf(*this);
+  return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0xFF; });
 }
 
 bool SocketAddress::sharesNetwork(const SocketAddress& other, const SocketAddress& mask) const {

@@ -30,7 +30,8 @@ class SocketAddress {
 
   std::uint16_t port() const;
   void setPort(std::uint16_t port);
-  /// Which interface a link-local IPv6 address belongs to; 0 for none.
+  /// Which interface an IPv6 address belongs to, for those that need it: link-local ones and
+  /// groups.
   void setScope(std::uint32_t index);
 
   /// "10.0.0.1" or "fe80::1%eth0", with a port "10.0.0.1:5353" or "[fe80::1%eth0]:5353". At most
@@ -45,6 +46,8 @@ class SocketAddress {
   bool isLoopback() const;
   /// 169.254.0.0/16 (RFC 3927) and fe80::/10 (RFC 4291, 2.5.6): no router passes those on.
   bool isLinkLocal() const;
+  /// As a mask: whether the network is this address alone.
+  bool isAllOnes() const;
   /// Whether both are of one family and agree in all bits that the mask has set.
   bool sharesNetwork(const SocketAddress& other, const SocketAddress& mask) const;
 

@@ -1,13 +1,13 @@
 #include "discovery/socket_set.h"
 
 #include <algorithm>
+#include <cerrno>
 
 #include "discovery/mdns_log.h"
+#include "discovery/mdns_words.h"
 
 namespace mdns_wrapper {
 namespace {
-
-const char* Plural(std::size_t count) { return count == 1 ? "" : "s"; }
 
 bool SharesSocket(const InterfaceAddress& a, const InterfaceAddress& b) {
   return a.index == b.index && a.address.family() == b.address.family();
@@ -61,13 +61,18 @@ std::vector<int> SocketSet::refresh() {
 bool SocketSet::isOnLink(const SocketAddress& address) const {
   if (address.isLinkLocal() || address.isLoopback()) return true;
   return std::any_of(interfaces_.begin(), interfaces_.end(), [&](const InterfaceAddress& own) {
-    return own.mask && own.address.sharesNetwork(address, *own.mask);
+    if (own.address.family() != address.family()) return false;
+    // An address without a network around it does not tell who is a neighbour.
+    return !own.mask || own.mask->isAllOnes() || own.address.sharesNetwork(address, *own.mask);
   });
 }
 
 bool SocketSet::sendToGroup(int socket, std::span<const std::uint8_t> packet) {
   const auto found = std::find(sockets_.begin(), sockets_.end(), socket);
-  if (found == sockets_.end()) return false;
+  if (found == sockets_.end()) {
+    errno = EBADF;
+    return false;
+  }
   const InterfaceAddress& own = addresses_[static_cast<std::size_t>(found - sockets_.begin())];
   SocketAddress group = GroupOf(own.address.family());
   group.setScope(own.index);

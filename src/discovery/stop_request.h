@@ -2,7 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <mutex>
 
@@ -23,8 +22,6 @@ class StopRequest {
   bool made() const { return value_.load() != 0; }
   /// Becomes readable when the request is made; for poll. -1 when there is none.
   int descriptor() const { return readEnd_.get(); }
-  /// Waits until the time is over or the request is made; returns made().
-  bool wait(std::chrono::milliseconds time) const;
 
  private:
   std::mutex mutex_;  ///< value and pipe change together

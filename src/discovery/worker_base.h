@@ -1,12 +1,11 @@
 // The thread of a discovery worker.
 //
 // start, stop and notifyStop may be called from any threads, the worker's own loop among them: they
-// take turns. A worker's loop polls shouldStop at least once a second and waits with waitForStop,
-// which a stop cuts short.
+// take turns. A worker's loop polls the stop request at least once a second, and waits where that
+// cuts the wait short.
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -50,15 +49,12 @@ class mDNSBase {
   bool shouldStop() const { return stopRequest_.made(); }
   /// For functions that poll it.
   const StopRequest& stopRequest() const { return stopRequest_; }
-  /// Waits until the time is over or a stop is asked for; returns whether one is.
-  bool waitForStop(std::chrono::milliseconds time) const { return stopRequest_.wait(time); }
 
   /// The name set with setInstanceName, else the host name.
   std::string instanceName() const;
   /// Outlasts each start; "" goes back to the host name. It holds from the loop's next start.
   void setInstanceName(const std::string& name);
   const std::string& serviceType() const { return serviceType_; }
-  const std::string& role() const { return role_; }
 
  private:
   void run() noexcept;

@@ -33,8 +33,11 @@ bool FillRandom(void* target, std::size_t size);
 int FlushToDisk(int descriptor);
 /// The modification time in a file's status.
 std::timespec ModificationTime(const struct stat& status);
-/// Makes a datagram socket of a family (AF_INET, AF_INET6) deaf to multicast groups that other
-/// sockets of this machine have joined. Returns whether it is.
-bool HearJoinedGroupsOnly(int socket, int family);
+/// A close-on-exec UDP socket of a family (AF_INET, AF_INET6), deaf to multicast groups that other
+/// sockets of this machine have joined. The caller closes it. -1 on failure.
+int OpenDatagramSocket(int family);
+/// The ends of a close-on-exec, non-blocking pipe, the reading one first, which the caller closes.
+/// Returns whether there is one.
+bool OpenPipe(int ends[2]);
 
 }  // namespace os

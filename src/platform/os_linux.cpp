@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <string_view>
 
+#include "platform/descriptor.h"
 #include "platform/file_content.h"
 #include "platform/os.h"
 
@@ -52,11 +53,17 @@ int FlushToDisk(int descriptor) { return ::fdatasync(descriptor) == 0 ? 0 : errn
 
 std::timespec ModificationTime(const struct stat& status) { return status.st_mtim; }
 
-bool HearJoinedGroupsOnly(int socket, int family) {
+int OpenDatagramSocket(int family) {
+  Descriptor socket(::socket(family, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
   const int off = 0;
-  return family == AF_INET
-             ? ::setsockopt(socket, IPPROTO_IP, IP_MULTICAST_ALL, &off, sizeof off) == 0
-             : ::setsockopt(socket, IPPROTO_IPV6, IPV6_MULTICAST_ALL, &off, sizeof off) == 0;
+  const int failed =
+      family == AF_INET
+          ? ::setsockopt(socket.get(), IPPROTO_IP, IP_MULTICAST_ALL, &off, sizeof off)
+          : ::setsockopt(socket.get(), IPPROTO_IPV6, IPV6_MULTICAST_ALL, &off, sizeof off);
+  // Old systems do not know the option for IPv6: then some packets come more than once.
+  return failed == 0 || errno == ENOPROTOOPT ? socket.Release() : -1;
 }
+
+bool OpenPipe(int ends[2]) { return ::pipe2(ends, O_CLOEXEC | O_NONBLOCK) == 0; }
 
 }  // namespace os

@@ -2,8 +2,10 @@
 #include <fcntl.h>
 #include <libproc.h>
 #include <mach/mach.h>
+#include <netinet/in.h>
 #include <pthread.h>
 #include <sys/random.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -41,7 +43,21 @@ int FlushToDisk(int descriptor) {
 
 std::timespec ModificationTime(const struct stat& status) { return status.st_mtimespec; }
 
-// Sockets are so from the start here.
-bool HearJoinedGroupsOnly(int, int) { return true; }
+// Sockets hear the groups alone that they joined themselves, from the start. Nothing here is
+// close-on-exec in one step: a program that is started in between gets the descriptor, too.
+int OpenDatagramSocket(int family) {
+  const int socket = ::socket(family, SOCK_DGRAM, IPPROTO_UDP);
+  if (socket >= 0) ::fcntl(socket, F_SETFD, FD_CLOEXEC);
+  return socket;
+}
+
+bool OpenPipe(int ends[2]) {
+  if (::pipe(ends) != 0) return false;
+  for (int i = 0; i < 2; ++i) {
+    ::fcntl(ends[i], F_SETFD, FD_CLOEXEC);
+    ::fcntl(ends[i], F_SETFL, O_NONBLOCK);
+  }
+  return true;
+}
 
 }  // namespace os

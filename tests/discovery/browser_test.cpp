@@ -81,6 +81,21 @@ TEST_F(Browser, KeepsTheListOfTheLastCycle) {
   EXPECT_EQ(network.openSockets(), 0U);
 }
 
+TEST_F(Browser, KeepsItsListWhenAStopCutsACycleShort) {
+  run({{0, [&] { reply(Reply("10.0.0.9", "Desk")); }}}, 22);
+  EXPECT_EQ(told, std::vector<std::string>{"10: Desk@10.0.0.9 "});
+  bool changed;
+  EXPECT_EQ(Names(browser.getServiceInfos(changed)), "Desk@10.0.0.9 ");
+}
+
+TEST_F(Browser, ListensOnlyWhereItCouldAsk) {
+  network.failures = 1;
+  run({{0, [&] { reply(Reply("10.0.0.9", "Desk")); }},
+       {1, [&] { reply(Reply("10.0.0.8", "Hall"), "fe80::9"); }}},
+      15);
+  EXPECT_EQ(told, std::vector<std::string>{"11: Hall@10.0.0.8 "});
+}
+
 TEST_F(Browser, TakesNeighboursOnlyAndAtMostSoMuch) {
   run({{0, [&] { reply(Reply("10.0.0.9", "Far"), "192.0.2.1"); }},
        {1, [&] { reply(Reply("10.0.0.9", "Printer", "printer")); }},

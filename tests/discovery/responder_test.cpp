@@ -1,6 +1,8 @@
 #include "discovery/responder.h"
 
 #include <gtest/gtest.h>
+#include <ifaddrs.h>
+#include <net/if.h>
 
 #include "discovery/fake_network.h"
 #include "discovery/service_mdns.h"
@@ -163,6 +165,39 @@ TEST_F(Responder, AnswersFloodsWithFewPackets) {
        },
        nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr});
   EXPECT_EQ(network.sent.size(), 4U + 100U);
+}
+
+TEST_F(Responder, AFloodOnOneLinkLeavesTheOthersAlone) {
+  network.list = {FakeNetwork::Interface(72, "10.0.0.5"), FakeNetwork::Interface(73, "10.0.1.5")};
+  run({[&] {
+         for (int i = 0; i < 120; ++i) network.deliver(72, "10.0.0.9", Asked(MDNS_ALL_TYPES, 12));
+       },
+       nullptr, [&] { network.deliver(73, "10.0.1.9", Asked(MDNS_ALL_TYPES, 12)); }, nullptr});
+  EXPECT_EQ(network.sent.size(), 4U + 100U + 1U);
+}
+
+TEST_F(Responder, WorksOnEveryInterfaceThatIsUpAndNotLoopback) {
+  const struct {
+    const char* address;
+    unsigned flags;
+    bool usable;
+  } kCases[] = {{"10.0.0.5", IFF_UP | IFF_RUNNING, true},
+                {"10.0.0.5", IFF_UP, false},
+                {"127.0.0.1", IFF_UP | IFF_RUNNING | IFF_LOOPBACK, false},
+                {"::1", IFF_UP | IFF_RUNNING | IFF_LOOPBACK, false},
+                {"::ffff:127.0.0.1", IFF_UP | IFF_RUNNING, false},
+                {"fe80::1", IFF_UP | IFF_RUNNING | IFF_LOOPBACK, false},
+                {"fe80::1", IFF_UP | IFF_RUNNING, true},
+                {nullptr, IFF_UP | IFF_RUNNING, false}};
+  for (const auto& [text, flags, usable] : kCases) {
+    const SocketAddress address = FakeNetwork::At(text != nullptr ? text : "10.0.0.5");
+    char name[] = "lo";  // any interface that there is
+    ifaddrs entry{};
+    entry.ifa_name = name;
+    entry.ifa_flags = flags;
+    if (text != nullptr) entry.ifa_addr = const_cast<sockaddr*>(address.data());
+    EXPECT_EQ(UsableOf(&entry).size(), usable ? 1U : 0U) << (text != nullptr ? text : "no address");
+  }
 }
 
 TEST_F(Responder, FollowsInterfacesThatComeAndGo) {

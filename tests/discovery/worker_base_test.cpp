@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "discovery/mdns_network.h"
 #include "support/testing.h"
 
 namespace {
@@ -33,7 +34,7 @@ class TestWorker : public mdns_wrapper::mDNSBase {
   using mDNSBase::instanceName;
   using mDNSBase::setInstanceName;
   using mDNSBase::shouldStop;
-  using mDNSBase::waitForStop;
+  using mDNSBase::stopRequest;
 
   std::atomic<int> loops{0};
   std::counting_semaphore<> began{0};
@@ -46,8 +47,9 @@ class TestWorker : public mdns_wrapper::mDNSBase {
 
 // A test that waits in vain ends by ctest's time-out, not by a wrong success.
 void UntilStopped(TestWorker& worker) {
-  while (!worker.waitForStop(24h)) {
-  }
+  mdns_wrapper::SystemNetwork network;
+  std::vector<int> none;
+  while (!worker.shouldStop()) network.wait({}, 24h, worker.stopRequest(), none);
 }
 
 TEST(Worker, StartsStopsAndRestarts) {

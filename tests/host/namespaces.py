@@ -129,13 +129,13 @@ class Host:
         return environment
 
     def capture(self, interface):
-        """Records the packets of multicast DNS into the file that it returns, a while later."""
+        """Records the packets of multicast DNS."""
         file = self.folder / f"{interface}.pcap"
         process = self.start("dumpcap", "-q", "-i", interface, "-f", "udp port 5353", "-w", file,
                              stderr=subprocess.PIPE)
         while "Capturing on" not in process.stderr.readline():
             assert process.poll() is None, "the capture does not start"
-        return file
+        return Capture(file, process)
 
 
 def peer():
@@ -158,7 +158,19 @@ def wait_for(condition, what, patience=30):
     raise AssertionError("waited in vain until " + what)
 
 
-def packets(file, wanted):
-    """The packets of a capture that a filter of tshark's lets pass, a line each."""
-    return subprocess.run(["tshark", "-r", file, "-Y", wanted], capture_output=True,
-                          text=True).stdout.splitlines()
+class Capture:
+    """Packets on their way into a file, which they reach a while later."""
+
+    def __init__(self, file, process):
+        self.file, self.process = file, process
+
+    def packets(self, wanted):
+        """Those that a filter of tshark's lets pass, a line each."""
+        running = self.process.poll() is None
+        done = subprocess.run(["tshark", "-r", self.file, "-Y", wanted], capture_output=True,
+                              text=True)
+        assert done.returncode == 0 or running, done.stderr
+        return done.stdout.splitlines()
+
+    def end(self):
+        Host.end(self.process, signal.SIGINT)
