@@ -112,15 +112,15 @@ TEST(Module, KeepsImagesOfOneSizeAndListedFilesUntilItIsUnloaded) {
   const StartedModule module;
   std::string out(2052, '?');
   unsigned int len = 0;
-  const char* get = "/GetEncryptedImageMap?GUID=a&x";
-  const char* set = "/SetEncryptedImageMap?GUID=a&x";
+  const char* get = "/GetEncryptedImageMap?GUID=abcd&x";
+  const char* set = "/SetEncryptedImageMap?GUID=abcd&x";
   for (std::string image : {std::string("0123456789"), std::string(5000, 'y')}) {
     EXPECT_EQ(module.SetImage(set, image.data(), static_cast<unsigned int>(image.size())), 1);
     EXPECT_EQ(module.GetImage(get, out.data(), &len), 1);
     image.resize(len);
     EXPECT_EQ(out, image);
   }
-  EXPECT_EQ(module.GetImage("/GetEncryptedImageMap?GUID=a", nullptr, &len), 0);
+  EXPECT_EQ(module.GetImage("/GetEncryptedImageMap?GUID=abcd", nullptr, &len), 0);
   EXPECT_EQ(module.SetImage("/SetEncryptedImageMap?GUID=", "x", 1), 0);
   for (const auto& [name, path, third, result] : Table<const char*, const char*, const void*, int>{
            {"fileInHVNWhiteList", "a\\b", nullptr, -1},
