@@ -1,6 +1,7 @@
 #include "host/service.h"
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -8,20 +9,25 @@
 #include <boost/asio/post.hpp>
 #include <boost/asio/signal_set.hpp>
 #include <boost/asio/steady_timer.hpp>
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <random>
 
 #include "environment/access_switches.h"
 #include "environment/configuration.h"
+#include "environment/paths.h"
 #include "environment/program_information.h"
 #include "host/complaint.h"
 #include "host/health.h"
 #include "host/module_handler.h"
+#include "host/run_file.h"
 #include "host/tls_identity.h"
 #include "platform/os.h"
+#include "updater/recovery.h"
 
 namespace host {
 
@@ -30,6 +36,7 @@ namespace {
 namespace net = boost::asio;
 
 constexpr auto kCertificateCheck = std::chrono::hours(12);
+constexpr auto kUpdateCheck = std::chrono::seconds(10);
 
 OriginLists ReadOriginLists() {
   return {GetWholeConfiguration("AllowedOrigins"), GetWholeConfiguration("ManageOrigins"),
@@ -94,39 +101,70 @@ bool Modules::Start(const std::vector<std::string>& files, const std::string& pr
   return true;
 }
 
-std::vector<BinaryFile> BinaryFiles(const std::string& program, const Modules& modules) {
-  std::vector<BinaryFile> files = {{program, HOST_VERSION}};
+std::vector<BinaryFile> BinaryFiles(const std::string& program, const std::string& build,
+                                    const Modules& modules) {
+  std::vector<BinaryFile> files = {{program, build}};
   for (const auto& module : modules.all()) {
     files.push_back({module->file(), module->VersionDescription()});
   }
   return files;
 }
 
+/// This process: which program it is, how it was started, and the run file that tells so.
+struct Self {
+  std::string build;
+  update::Places places;
+  update::RunRecord record;
+  RunFile runFile;
+  bool watchesUpdates = true;  ///< not where a further attempt would fail, too
+
+  /// Goes on as what now lies in this program's place. Returns only when that fails.
+  void BeginAnew();
+};
+
+void Self::BeginAnew() {
+  std::vector<char*> arguments = {record.program.data()};
+  for (std::string& argument : record.arguments) arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
+  std::fflush(nullptr);
+  // Commands may have changed the folder since the start.
+  if (::chdir(record.folder.c_str()) == 0) ::execv(record.program.c_str(), arguments.data());
+  Complain("The service cannot start itself anew: " + std::string(std::strerror(errno)));
+}
+
 /// Everything that lives while the service serves. The members are in the order of their making;
 /// the server, whose threads use all the others, is the last to come and the first to go.
 class Service {
  public:
-  Service(const Options& options, Modules& modules, Connections& connections,
+  Service(const Options& options, Self& self, Modules& modules, Connections& connections,
           HostServices& services);
-  /// Serves until a signal. Returns whether the end was in good order: then nothing runs any more.
+  /// Serves until a signal, or until there is an update to be ended that only a service at its
+  /// start can end. Returns whether the end was in good order: then nothing runs any more.
   bool Serve();
+  /// Whether the second was the reason.
+  bool IsToBeginAnew() const { return beginAnew_; }
 
   bool IsListening() const { return ports_.IsListening(); }
 
  private:
+  void OpenPorts(bool reopen);
   std::string RefreshCertificate();
   void WatchCertificate();
+  void WatchUpdates();
   std::string HealthNow() const;
   bool Stop();
 
   const Limits limits_;
   const std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
+  Self& self_;
   Modules& modules_;
   Connections& connections_;
   HostServices& services_;
   net::io_context control_;
   net::signal_set signals_;
   net::steady_timer certificateTimer_;
+  net::steady_timer updateTimer_;
+  bool beginAnew_ = false;
   std::atomic<bool> reopening_{false};
   Door door_{ReadOriginLists};
   TlsIdentity identity_;
@@ -135,14 +173,16 @@ class Service {
   ListeningPorts ports_;
 };
 
-Service::Service(const Options& options, Modules& modules, Connections& connections,
+Service::Service(const Options& options, Self& self, Modules& modules, Connections& connections,
                  HostServices& services)
     : limits_(LimitsFrom(options)),
+      self_(self),
       modules_(modules),
       connections_(connections),
       services_(services),
       signals_(control_, SIGINT, SIGTERM),
       certificateTimer_(control_),
+      updateTimer_(control_),
       server_({limits_, door_, connections_, [this] { return identity_.Context(); },
                [this] { return HealthNow(); }}),
       ports_(server_, door_) {
@@ -153,7 +193,7 @@ Service::Service(const Options& options, Modules& modules, Connections& connecti
       if (reopening_.exchange(true)) return;
       net::post(control_, [this] {
         reopening_ = false;
-        ports_.Reopen(RefreshCertificate());
+        OpenPorts(true);
       });
     }));
     ports_.Add(module->alias(), false, port.value_or(-1), module->DefaultPort(false),
@@ -162,11 +202,22 @@ Service::Service(const Options& options, Modules& modules, Connections& connecti
                *handlers_.back());
     port = sslPort = std::nullopt;
   }
-  ports_.Open(RefreshCertificate());
+  OpenPorts(false);
   if (const std::string file = identity_.File(); !file.empty()) {
     std::printf("The certificate is %s\n", file.c_str());
     std::fflush(stdout);
   }
+}
+
+void Service::OpenPorts(bool reopen) {
+  const std::string secureProblem = RefreshCertificate();
+  reopen ? ports_.Reopen(secureProblem) : ports_.Open(secureProblem);
+  self_.record.port = self_.record.sslPort = 0;
+  for (const PortState& port : ports_.Snapshot()) {
+    int& first = port.secure ? self_.record.sslPort : self_.record.port;
+    if (first == 0) first = port.actual;
+  }
+  self_.runFile.Write(self_.record);
 }
 
 std::string Service::RefreshCertificate() {
@@ -181,21 +232,34 @@ void Service::WatchCertificate() {
   certificateTimer_.expires_after(kCertificateCheck);
   certificateTimer_.async_wait([this](boost::system::error_code ec) {
     if (ec) return;
-    ports_.Open(RefreshCertificate());
+    OpenPorts(false);
     WatchCertificate();
+  });
+}
+
+/// An updater may be killed while the service runs. The update would be in progress for ever.
+void Service::WatchUpdates() {
+  updateTimer_.expires_after(kUpdateCheck);
+  updateTimer_.async_wait([this](boost::system::error_code ec) {
+    if (ec) return;
+    beginAnew_ = update::IsAbandoned(self_.places);
+    beginAnew_ ? signals_.cancel() : WatchUpdates();
   });
 }
 
 bool Service::Serve() {
   bool clean = false;
-  signals_.async_wait([this, &clean](boost::system::error_code, int) {
+  signals_.async_wait([this, &clean](boost::system::error_code ec, int) {
+    beginAnew_ = beginAnew_ && ec;
     // A second signal ends the program at once.
     signals_.clear();
     certificateTimer_.cancel();
+    updateTimer_.cancel();
     clean = Stop();
     control_.stop();
   });
   WatchCertificate();
+  if (self_.watchesUpdates) WatchUpdates();
   control_.run();
   return clean;
 }
@@ -214,6 +278,8 @@ std::string Service::HealthNow() const {
   Health health;
   health.name = GetServiceName();
   health.version = GetServiceVersion();
+  health.build = self_.build;
+  health.pid = self_.record.pid;
   for (std::size_t i = 0; i < handlers_.size(); ++i) {
     const ModuleLibrary& module = *modules_.all()[i];
     health.modules.push_back({module.alias(), module.VersionDescription(), handlers_[i]->IsBusy()});
@@ -225,13 +291,39 @@ std::string Service::HealthNow() const {
   return HealthText(health);
 }
 
+/// False when the process should have gone on as another program and could not.
+bool EndEarlierUpdate(Self& self) {
+  using Outcome = update::Recovery::Outcome;
+  const update::Recovery recovery = update::RecoverAtStart(self.places);
+  if (recovery.outcome == Outcome::Failed) {
+    Complain("An update that was cut short cannot be ended: see " + self.places.log + ".");
+    self.watchesUpdates = false;
+  } else if (recovery.outcome != Outcome::Nothing) {
+    Complain("An update that was cut short has been " +
+             std::string(recovery.outcome == Outcome::Undone ? "taken back." : "finished."));
+  }
+  if (recovery.changed) self.BeginAnew();
+  return !recovery.changed;
+}
+
 }  // namespace
 
-int RunService(const Options& options) {
+int RunService(const Options& options, const std::string& build) {
   // A client that goes away must not end the service.
   std::signal(SIGPIPE, SIG_IGN);
   InitProgramInfo();
   const std::string program = os::ExecutablePath();
+  std::error_code ignored;
+  const std::string folder = std::filesystem::current_path(ignored).string();
+  Self self{
+      build, update::PlacesIn(GetWorkPath()), {::getpid(), program, folder, options.arguments}, {}};
+  if (std::string error; !self.runFile.Take(self.places.run, error)) {
+    Complain(error);
+    return 1;
+  }
+  self.runFile.Write(self.record);
+  if (!EndEarlierUpdate(self)) return 1;
+
   std::vector<std::string> files = options.modules;
   if (files.empty()) files.push_back(program.substr(0, program.rfind('/') + 1) + DEFAULT_MODULE);
 
@@ -242,10 +334,10 @@ int RunService(const Options& options) {
     modules.Finish();
     return 1;
   }
-  HostServices services(BinaryFiles(program, modules));
-  bool served = false;
+  HostServices services(BinaryFiles(program, build, modules));
+  bool served = false, beginAnew = false;
   {
-    Service service(options, modules, connections, services);
+    Service service(options, self, modules, connections, services);
     if (service.IsListening()) {
       served = true;
       if (!service.Serve()) {
@@ -253,13 +345,15 @@ int RunService(const Options& options) {
         std::fflush(nullptr);
         std::_Exit(1);
       }
+      beginAnew = service.IsToBeginAnew();
     } else {
       Complain("The service listens nowhere and ends.");
       modules.AnnounceStop();
     }
   }
   modules.Finish();
-  return served ? 0 : 1;
+  if (beginAnew) self.BeginAnew();
+  return served && !beginAnew ? 0 : 1;
 }
 
 }  // namespace host
