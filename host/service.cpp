@@ -16,6 +16,7 @@
 #include <cstring>
 #include <filesystem>
 #include <random>
+#include <utility>
 
 #include "environment/access_switches.h"
 #include "environment/configuration.h"
@@ -36,7 +37,7 @@ namespace {
 namespace net = boost::asio;
 
 constexpr auto kCertificateCheck = std::chrono::hours(12);
-constexpr auto kUpdateCheck = std::chrono::seconds(10);
+constexpr auto kUpdateCheck = std::chrono::seconds(5);
 
 OriginLists ReadOriginLists() {
   return {GetWholeConfiguration("AllowedOrigins"), GetWholeConfiguration("ManageOrigins"),
@@ -132,6 +133,21 @@ void Self::BeginAnew() {
   Complain("The service cannot start itself anew: " + std::string(std::strerror(errno)));
 }
 
+/// False when the process should have gone on as another program and could not.
+bool EndEarlierUpdate(Self& self) {
+  using Outcome = update::Recovery::Outcome;
+  const update::Recovery recovery = update::RecoverAtStart(self.places);
+  if (recovery.outcome == Outcome::Failed) {
+    Complain("An update that was cut short cannot be ended: see " + self.places.log + ".");
+    self.watchesUpdates = false;
+  } else if (recovery.outcome != Outcome::Nothing) {
+    Complain("An update that was cut short has been " +
+             std::string(recovery.outcome == Outcome::Undone ? "taken back." : "finished."));
+  }
+  if (recovery.changed) self.BeginAnew();
+  return !recovery.changed;
+}
+
 /// Everything that lives while the service serves. The members are in the order of their making;
 /// the server, whose threads use all the others, is the last to come and the first to go.
 class Service {
@@ -164,6 +180,7 @@ class Service {
   net::signal_set signals_;
   net::steady_timer certificateTimer_;
   net::steady_timer updateTimer_;
+  update::Left left_ = update::Left::Nothing;
   bool beginAnew_ = false;
   std::atomic<bool> reopening_{false};
   Door door_{ReadOriginLists};
@@ -239,11 +256,19 @@ void Service::WatchCertificate() {
 
 /// An updater may be killed while the service runs. The update would be in progress for ever.
 void Service::WatchUpdates() {
+  if (!self_.watchesUpdates) return;
   updateTimer_.expires_after(kUpdateCheck);
   updateTimer_.async_wait([this](boost::system::error_code ec) {
     if (ec) return;
-    beginAnew_ = update::IsAbandoned(self_.places);
-    beginAnew_ ? signals_.cancel() : WatchUpdates();
+    // Only what is still left at the second look: an updater may just be about to take its lock.
+    const update::Left before = std::exchange(left_, update::FindLeft(self_.places));
+    beginAnew_ = left_ == update::Left::Programs && before == left_;
+    if (beginAnew_) {
+      signals_.cancel();
+      return;
+    }
+    if (left_ == update::Left::Traces && before == left_) EndEarlierUpdate(self_);
+    WatchUpdates();
   });
 }
 
@@ -259,7 +284,7 @@ bool Service::Serve() {
     control_.stop();
   });
   WatchCertificate();
-  if (self_.watchesUpdates) WatchUpdates();
+  WatchUpdates();
   control_.run();
   return clean;
 }
@@ -289,21 +314,6 @@ std::string Service::HealthNow() const {
   health.started = started_;
   health.connections = server_.ConnectionCount();
   return HealthText(health);
-}
-
-/// False when the process should have gone on as another program and could not.
-bool EndEarlierUpdate(Self& self) {
-  using Outcome = update::Recovery::Outcome;
-  const update::Recovery recovery = update::RecoverAtStart(self.places);
-  if (recovery.outcome == Outcome::Failed) {
-    Complain("An update that was cut short cannot be ended: see " + self.places.log + ".");
-    self.watchesUpdates = false;
-  } else if (recovery.outcome != Outcome::Nothing) {
-    Complain("An update that was cut short has been " +
-             std::string(recovery.outcome == Outcome::Undone ? "taken back." : "finished."));
-  }
-  if (recovery.changed) self.BeginAnew();
-  return !recovery.changed;
 }
 
 }  // namespace

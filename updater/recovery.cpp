@@ -58,12 +58,17 @@ Recovery Recover(FileOperations& files, const Places& places, const StepsLog& lo
   return recovery;
 }
 
-bool IsAbandoned(const Places& places) {
-  if (!IsSomethingLeft(places)) return false;
-  // Looked at again under the lock: an updater may have ended in good order meanwhile.
+Left FindLeft(const Places& places) {
   UpdateLock lock;
-  return lock.Take(places.lock, std::chrono::milliseconds(0)) == UpdateLock::Taken::Yes &&
-         IsSomethingLeft(places);
+  // Looked at again under the lock: an updater may have ended in good order meanwhile.
+  if (!IsSomethingLeft(places) ||
+      lock.Take(places.lock, std::chrono::milliseconds(0)) != UpdateLock::Taken::Yes ||
+      !IsSomethingLeft(places)) {
+    return Left::Nothing;
+  }
+  std::string error;
+  const auto journal = FindJournal(places, error);
+  return journal && !journal->committed ? Left::Programs : Left::Traces;
 }
 
 Recovery RecoverAtStart(const Places& places) {

@@ -22,8 +22,13 @@ bool IsMarked(const Places& places);
 /// Returns "" or a sentence that tells what failed.
 std::string SetMark(FileOperations& files, const Places& places, bool marked);
 
-/// Whether there is something to end and no updater that would do it.
-bool IsAbandoned(const Places& places);
+/// What is left to end by somebody else, because no updater runs.
+enum class Left {
+  Nothing,
+  Traces,    ///< RecoverAtStart will not touch the programs
+  Programs,  ///< it will: only a service at its start may call it
+};
+Left FindLeft(const Places& places);
 /// For a service at its start, before it loads anything: ends what an updater has left, when none
 /// runs, and clears the mark.
 Recovery RecoverAtStart(const Places& places);
