@@ -9,6 +9,8 @@ std::string HealthText(const Health& health) {
   Json::Value root(Json::objectValue);
   root["name"] = health.name;
   root["version"] = health.version;
+  root["build"] = health.build;
+  root["pid"] = health.pid;
   root["started"] = IsoTime(health.started);
   root["uptime_seconds"] =
       Json::Int64(duration_cast<seconds>(system_clock::now() - health.started).count());

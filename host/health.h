@@ -20,7 +20,9 @@ struct ModuleHealth {
 
 struct Health {
   std::string name;
-  std::string version;
+  std::string version;  ///< of the installation, as its settings tell it
+  std::string build;    ///< of the running program
+  int pid = 0;
   std::vector<ModuleHealth> modules;
   std::vector<PortState> ports;
   std::optional<CertificateFacts> certificate;

@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
     return 0;
   }
   try {
-    return host::RunService(options);
+    return host::RunService(options, HOST_VERSION);
   } catch (const std::exception& problem) {
     std::fprintf(stderr, "marvique-service: %s\n", problem.what());
     return 1;

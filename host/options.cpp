@@ -34,6 +34,7 @@ std::optional<int> Number(std::string_view text, int least, int most) {
 
 Options ParseOptions(int argc, const char* const* argv) {
   Options options;
+  if (argc > 1) options.arguments.assign(argv + 1, argv + argc);
   for (int i = 1; i < argc && options.error.empty(); ++i) {
     std::string_view name = argv[i];
     std::optional<std::string_view> value;

@@ -9,8 +9,9 @@
 namespace host {
 
 struct Options {
-  std::vector<std::string> modules;  ///< empty: the module beside the program
-  std::optional<int> port;           ///< of the first module; 0 takes any free port
+  std::vector<std::string> arguments;  ///< as given, for starting the service again in the same way
+  std::vector<std::string> modules;    ///< empty: the module beside the program
+  std::optional<int> port;             ///< of the first module; 0 takes any free port
   std::optional<int> sslPort;
   std::optional<std::chrono::seconds> patience;
   bool help = false;

@@ -1,6 +1,7 @@
 #include "host/service.h"
 
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -12,17 +13,21 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <random>
+#include <utility>
 
 #include "environment/access_switches.h"
 #include "environment/configuration.h"
+#include "environment/paths.h"
 #include "environment/program_information.h"
 #include "host/complaint.h"
 #include "host/discovery.h"
 #include "host/health.h"
 #include "host/module_handler.h"
+#include "host/modules.h"
+#include "host/own_process.h"
 #include "host/tls_identity.h"
 #include "platform/os.h"
+#include "updater/recovery.h"
 
 namespace host {
 
@@ -33,6 +38,7 @@ namespace net = boost::asio;
 constexpr auto kCertificateCheck = std::chrono::hours(12);
 /// A machine that changes networks is found at its new address this soon.
 constexpr auto kDiscoveryCheck = std::chrono::seconds(2);
+constexpr auto kUpdateCheck = std::chrono::seconds(5);
 
 OriginLists ReadOriginLists() {
   return {GetWholeConfiguration("AllowedOrigins"), GetWholeConfiguration("ManageOrigins"),
@@ -63,69 +69,32 @@ Limits LimitsFrom(const Options& options) {
   return limits;
 }
 
-/// The modules of the service, started and ended together.
-class Modules {
- public:
-  /// False, with the reason told, when one cannot be loaded or does not start.
-  bool Start(const std::vector<std::string>& files, const std::string& program);
-  void AnnounceStop() {
-    for (const auto& module : modules_) module->AnnounceStop();
-  }
-  void Finish() {
-    for (const auto& module : modules_) module->Finish();
-  }
-  const std::vector<std::unique_ptr<ModuleLibrary>>& all() const { return modules_; }
-
- private:
-  std::vector<std::unique_ptr<ModuleLibrary>> modules_;
-};
-
-bool Modules::Start(const std::vector<std::string>& files, const std::string& program) {
-  const unsigned int seed = std::random_device()();
-  for (const std::string& file : files) {
-    std::string error;
-    auto module = ModuleLibrary::Load(std::filesystem::absolute(file).string(), error);
-    if (module != nullptr && !module->Start(program, seed)) {
-      error = "The module " + module->file() + " does not start.";
-    }
-    if (!error.empty()) {
-      Complain(error);
-      return false;
-    }
-    modules_.push_back(std::move(module));
-  }
-  return true;
-}
-
-std::vector<BinaryFile> BinaryFiles(const std::string& program, const Modules& modules) {
-  std::vector<BinaryFile> files = {{program, HOST_VERSION}};
-  for (const auto& module : modules.all()) {
-    files.push_back({module->file(), module->VersionDescription()});
-  }
-  return files;
-}
-
 /// Everything that lives while the service serves. The members are in the order of their making;
 /// the server, whose threads use all the others, is the last to come and the first to go.
 class Service {
  public:
-  Service(const Options& options, Modules& modules, Connections& connections,
+  Service(const Options& options, OwnProcess& self, Modules& modules, Connections& connections,
           HostServices& services, Discovery& discovery);
-  /// Serves until a signal. Returns whether the end was in good order: then nothing runs any more.
+  /// Serves until a signal, or until there is an update to be ended that only a service at its
+  /// start can end. Returns whether the end was in good order: then nothing runs any more.
   bool Serve();
+  /// Whether the second was the reason.
+  bool IsToBeginAnew() const { return beginAnew_; }
 
   bool IsListening() const { return ports_.IsListening(); }
 
  private:
+  void OpenPorts(bool reopen);
   std::string RefreshCertificate();
   void WatchCertificate();
-  void DescribeToDiscovery();
   void WatchDiscovery();
+  void WatchUpdates();
   std::string HealthNow() const;
   bool Stop();
 
   const Limits limits_;
   const std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
+  OwnProcess& self_;
   Modules& modules_;
   Connections& connections_;
   HostServices& services_;
@@ -134,6 +103,9 @@ class Service {
   net::signal_set signals_;
   net::steady_timer certificateTimer_;
   net::steady_timer discoveryTimer_;
+  net::steady_timer updateTimer_;
+  update::Left left_ = update::Left::Nothing;
+  bool beginAnew_ = false;
   std::atomic<bool> reopening_{false};
   Door door_{ReadOriginLists};
   TlsIdentity identity_;
@@ -142,9 +114,10 @@ class Service {
   ListeningPorts ports_;
 };
 
-Service::Service(const Options& options, Modules& modules, Connections& connections,
-                 HostServices& services, Discovery& discovery)
+Service::Service(const Options& options, OwnProcess& self, Modules& modules,
+                 Connections& connections, HostServices& services, Discovery& discovery)
     : limits_(LimitsFrom(options)),
+      self_(self),
       modules_(modules),
       connections_(connections),
       services_(services),
@@ -152,6 +125,7 @@ Service::Service(const Options& options, Modules& modules, Connections& connecti
       signals_(control_, SIGINT, SIGTERM),
       certificateTimer_(control_),
       discoveryTimer_(control_),
+      updateTimer_(control_),
       server_({limits_,
                door_,
                connections_,
@@ -166,8 +140,7 @@ Service::Service(const Options& options, Modules& modules, Connections& connecti
       if (reopening_.exchange(true)) return;
       net::post(control_, [this] {
         reopening_ = false;
-        ports_.Reopen(RefreshCertificate());
-        DescribeToDiscovery();
+        OpenPorts(true);
       });
     }));
     ports_.Add(module->alias(), false, port.value_or(-1), module->DefaultPort(false),
@@ -176,11 +149,23 @@ Service::Service(const Options& options, Modules& modules, Connections& connecti
                *handlers_.back());
     port = sslPort = std::nullopt;
   }
-  ports_.Open(RefreshCertificate());
+  OpenPorts(false);
   if (const std::string file = identity_.File(); !file.empty()) {
     std::printf("The certificate is %s\n", file.c_str());
     std::fflush(stdout);
   }
+}
+
+void Service::OpenPorts(bool reopen) {
+  const std::string secureProblem = RefreshCertificate();
+  reopen ? ports_.Reopen(secureProblem) : ports_.Open(secureProblem);
+  self_.record.port = self_.record.sslPort = 0;
+  for (const PortState& port : ports_.Snapshot()) {
+    int& first = port.secure ? self_.record.sslPort : self_.record.port;
+    if (first == 0) first = port.actual;
+  }
+  self_.runFile.Write(self_.record);
+  discovery_.Describe(self_.record.sslPort, modules_.Aliases());
 }
 
 std::string Service::RefreshCertificate() {
@@ -195,21 +180,9 @@ void Service::WatchCertificate() {
   certificateTimer_.expires_after(kCertificateCheck);
   certificateTimer_.async_wait([this](boost::system::error_code ec) {
     if (ec) return;
-    ports_.Open(RefreshCertificate());
+    OpenPorts(false);
     WatchCertificate();
   });
-}
-
-void Service::DescribeToDiscovery() {
-  int port = 0;
-  for (const PortState& state : ports_.Snapshot()) {
-    if (port == 0 && state.secure) port = state.actual;
-  }
-  std::string modules;
-  for (const auto& module : modules_.all()) {
-    modules += (modules.empty() ? "" : ",") + module->alias();
-  }
-  discovery_.Describe(port, modules);
 }
 
 void Service::WatchDiscovery() {
@@ -221,20 +194,40 @@ void Service::WatchDiscovery() {
   });
 }
 
+/// An updater may be killed while the service runs. The update would be in progress for ever.
+void Service::WatchUpdates() {
+  if (!self_.watchesUpdates) return;
+  updateTimer_.expires_after(kUpdateCheck);
+  updateTimer_.async_wait([this](boost::system::error_code ec) {
+    if (ec) return;
+    // Only what is still left at the second look: an updater may just be about to take its lock.
+    const update::Left before = std::exchange(left_, update::FindLeft(self_.places));
+    beginAnew_ = left_ == update::Left::Programs && before == left_;
+    if (beginAnew_) {
+      signals_.cancel();
+      return;
+    }
+    if (left_ == update::Left::Traces && before == left_) self_.EndEarlierUpdate();
+    WatchUpdates();
+  });
+}
+
 bool Service::Serve() {
   bool clean = false;
-  signals_.async_wait([this, &clean](boost::system::error_code, int) {
+  signals_.async_wait([this, &clean](boost::system::error_code ec, int) {
+    beginAnew_ = beginAnew_ && ec;
     // A second signal ends the program at once.
     signals_.clear();
     certificateTimer_.cancel();
     discoveryTimer_.cancel();
+    updateTimer_.cancel();
     clean = Stop();
     control_.stop();
   });
   WatchCertificate();
-  DescribeToDiscovery();
   discovery_.StartAsStored();
   WatchDiscovery();
+  WatchUpdates();
   control_.run();
   return clean;
 }
@@ -254,6 +247,8 @@ std::string Service::HealthNow() const {
   Health health;
   health.name = GetServiceName();
   health.version = GetServiceVersion();
+  health.build = self_.build;
+  health.pid = self_.record.pid;
   for (std::size_t i = 0; i < handlers_.size(); ++i) {
     const ModuleLibrary& module = *modules_.all()[i];
     health.modules.push_back({module.alias(), module.VersionDescription(), handlers_[i]->IsBusy()});
@@ -267,11 +262,22 @@ std::string Service::HealthNow() const {
 
 }  // namespace
 
-int RunService(const Options& options) {
+int RunService(const Options& options, const std::string& build) {
   // A client that goes away must not end the service.
   std::signal(SIGPIPE, SIG_IGN);
   InitProgramInfo();
   const std::string program = os::ExecutablePath();
+  std::error_code ignored;
+  const std::string folder = std::filesystem::current_path(ignored).string();
+  OwnProcess self{
+      build, update::PlacesIn(GetWorkPath()), {::getpid(), program, folder, options.arguments}, {}};
+  if (std::string error; !self.runFile.Take(self.places.run, error)) {
+    Complain(error);
+    return 1;
+  }
+  self.runFile.Write(self.record);
+  if (!self.EndEarlierUpdate()) return 1;
+
   std::vector<std::string> files = options.modules;
   if (files.empty()) files.push_back(program.substr(0, program.rfind('/') + 1) + DEFAULT_MODULE);
 
@@ -284,10 +290,12 @@ int RunService(const Options& options) {
   }
   Discovery discovery(mdns_wrapper::mDNSService::getInstance(),
                       mdns_wrapper::mDNSQueryService::getInstance());
-  HostServices services(BinaryFiles(program, modules), discovery);
-  bool served = false;
+  std::vector<BinaryFile> programFiles = modules.Files();
+  programFiles.insert(programFiles.begin(), {program, build});
+  HostServices services(std::move(programFiles), discovery);
+  bool served = false, beginAnew = false;
   {
-    Service service(options, modules, connections, services, discovery);
+    Service service(options, self, modules, connections, services, discovery);
     if (service.IsListening()) {
       served = true;
       if (!service.Serve()) {
@@ -295,13 +303,15 @@ int RunService(const Options& options) {
         std::fflush(nullptr);
         std::_Exit(1);
       }
+      beginAnew = service.IsToBeginAnew();
     } else {
       Complain("The service listens nowhere and ends.");
       modules.AnnounceStop();
     }
   }
   modules.Finish();
-  return served ? 0 : 1;
+  if (beginAnew) self.BeginAnew();
+  return served && !beginAnew ? 0 : 1;
 }
 
 }  // namespace host

@@ -23,7 +23,8 @@ ROOMS = {
     "frame": ["environment", "platform"],
     "manager": ["frame", "environment", "discovery", "util", "platform"],
     "entrance": ["manager", "frame", "environment", "discovery", "util", "platform"],
-    "host": ["frame", "manager", "environment", "discovery", "util", "platform"],
+    "updater": ["environment", "util", "platform"],
+    "host": ["updater", "frame", "manager", "environment", "discovery", "util", "platform"],
 }
 ENTRANCE = {"exports.cpp", "image_map.cpp", "virtual_manager_client.cpp", "virtual_manager_client.h"}
 # Of the environment, discovery may only log.
@@ -46,8 +47,8 @@ def tracked():
 
 def room_of(name):
     parts = name.split("/")
-    if parts[0] == "host":
-        return "host"
+    if parts[0] in ("host", "updater"):
+        return parts[0]
     if parts[0] != "src" or len(parts) < 3:
         return None
     if parts[1] == "frame" and parts[2] in ENTRANCE:

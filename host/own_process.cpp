@@ -1,0 +1,39 @@
+#include "host/own_process.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "host/complaint.h"
+#include "updater/recovery.h"
+
+namespace host {
+
+void OwnProcess::BeginAnew() {
+  std::vector<char*> arguments = {record.program.data()};
+  for (std::string& argument : record.arguments) arguments.push_back(argument.data());
+  arguments.push_back(nullptr);
+  std::fflush(nullptr);
+  // Commands may have changed the folder since the start.
+  if (::chdir(record.folder.c_str()) == 0) ::execv(record.program.c_str(), arguments.data());
+  Complain("The service cannot start itself anew: " + std::string(std::strerror(errno)));
+}
+
+bool OwnProcess::EndEarlierUpdate() {
+  using Outcome = update::Recovery::Outcome;
+  const update::Recovery recovery = update::RecoverAtStart(places);
+  if (recovery.outcome == Outcome::Failed) {
+    Complain("An update that was cut short cannot be ended: see " + places.log + ".");
+    watchesUpdates = false;
+  } else if (recovery.outcome != Outcome::Nothing) {
+    Complain("An update that was cut short has been " +
+             std::string(recovery.outcome == Outcome::Undone ? "taken back." : "finished."));
+  }
+  if (recovery.changed) BeginAnew();
+  return !recovery.changed;
+}
+
+}  // namespace host

@@ -1,0 +1,27 @@
+// This process: which program it is, how it was started, and what an update may make of it.
+#pragma once
+
+#include <string>
+
+#include "host/run_file.h"
+#include "updater/places.h"
+#include "updater/run_record.h"
+
+namespace host {
+
+/// One controlling thread.
+struct OwnProcess {
+  std::string build;
+  update::Places places;
+  update::RunRecord record;
+  RunFile runFile;
+  bool watchesUpdates = true;  ///< not where a further attempt would fail, too
+
+  /// Goes on as what now lies in this program's place. Returns only when that fails.
+  void BeginAnew();
+  /// Ends what a killed updater has left. False when the process should have gone on as another
+  /// program and could not.
+  bool EndEarlierUpdate();
+};
+
+}  // namespace host

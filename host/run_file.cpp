@@ -1,0 +1,39 @@
+#include "host/run_file.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "environment/logging.h"
+#include "platform/file_lock.h"
+
+namespace host {
+
+bool RunFile::Take(const std::string& file, std::string& error) {
+  file_ = Descriptor(::open(file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+  if (!file_) {
+    LogErr("The run file %s cannot be opened: updates will not find this service.", file.c_str());
+    return true;
+  }
+  if (LockUntil(std::chrono::steady_clock::now(), file_.get()) != EWOULDBLOCK) return true;
+  file_ = Descriptor();
+  const auto other = update::ReadRunRecord(file);
+  error = "The service runs already in this folder" +
+          (other ? ", as process " + std::to_string(other->pid) : std::string()) +
+          ", or an update is just replacing it. Two would spoil each other's settings.";
+  return false;
+}
+
+void RunFile::Write(const update::RunRecord& record) const {
+  if (!file_) return;
+  // In place: the lock belongs to this very file. Who reads half of it sees no record and tries
+  // again.
+  const std::string text = RunRecordText(record);
+  if (::pwrite(file_.get(), text.data(), text.size(), 0) != static_cast<ssize_t>(text.size()) ||
+      ::ftruncate(file_.get(), static_cast<off_t>(text.size())) != 0) {
+    LogErr("The run file cannot be written.");
+  }
+}
+
+}  // namespace host

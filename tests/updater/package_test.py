@@ -1,0 +1,322 @@
+"""Packages and the updater, with a real service: installed, refused, cut off, started again."""
+
+import fcntl
+import hashlib
+import http.client
+import json
+import os
+import pathlib
+import random
+import re
+import shutil
+import signal
+import socket
+import stat
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+import zipfile
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "host"))
+from service import BIN, MODULE, PATIENCE, Service, wait_until  # noqa: E402
+
+TOP = pathlib.Path(__file__).resolve().parent.parent.parent
+NEXT = BIN.parent / "tests/marvique-service-next"
+PROGRAM = "marvique-service"
+NEW, NEWER = "18,0,0,1", "19,0,0,1"
+# Poses as a service that listens and never answers.
+SILENT = """#!/usr/bin/python3
+import fcntl, json, os, socket, time
+with open(os.path.dirname(__file__) + "/service.run", "r+") as file:
+    fcntl.flock(file, fcntl.LOCK_EX)
+    silent = socket.create_server(("127.0.0.1", 0))
+    told = json.load(file) | {"pid": os.getpid(), "port": 0, "ssl_port": 0}
+    told[KIND] = silent.getsockname()[1]
+    file.seek(0)
+    file.truncate()
+    json.dump(told, file)
+    file.flush()
+    time.sleep(600)
+"""
+
+
+def build_of(program):
+    return subprocess.run([program, "--version"], capture_output=True, text=True,
+                          check=True).stdout.split()[-1]
+
+
+def make_package(folder, version, program):
+    """A package in a folder, made by the tool."""
+    program = shutil.copy2(program, folder / PROGRAM)
+    subprocess.run([TOP / "tools/make_package", version, program, BIN / MODULE, BIN / "QVUpdate"],
+                   cwd=folder, check=True, stdout=subprocess.DEVNULL)
+    return folder / f"Service_{version}.zip"
+
+
+class Installed(Service):
+    """A service that may have been started by an updater: known by its run file, not as a child."""
+
+    def __init__(self):
+        super().__init__("[QV]\nUpdatePatience=20\nQVVersion=1\n")
+        self.package = self.path("cache/MarviqueService")
+        self.updaters = []
+
+    def __exit__(self, kind, *rest):
+        if self.process is not None and self.process.poll() is not None:
+            self.process = None
+        for updater in self.updaters:
+            updater.kill()
+            updater.wait()
+        self.end()
+        errors = self.path("log/service_output.log")
+        words = errors.read_text() if errors.exists() else ""
+        words += self.log()
+        super().__exit__(kind, *rest)
+        assert not re.search("Sanitizer|runtime error", words), words
+
+    def end(self):
+        if self.runs() and self.record()["pid"] != getattr(self.process, "pid", None):
+            os.kill(self.record()["pid"], signal.SIGTERM)
+            wait_until(lambda: not self.runs(), "the service has ended")
+
+    def record(self):
+        return json.loads(self.path("service.run").read_text())
+
+    def runs(self):
+        try:
+            with open(self.path("service.run"), "rb") as file:
+                fcntl.flock(file, fcntl.LOCK_EX | fcntl.LOCK_NB)
+            return False
+        except FileNotFoundError:
+            return False
+        except BlockingIOError:
+            return True
+
+    def keep_running(self):
+        """As somebody who starts the service whenever it does not run."""
+        if not self.runs() and (self.process is None or self.process.poll() is not None):
+            self.start(expect_plain=False, expect_secure=False)
+        return True
+
+    def health(self):
+        """What the service that runs now tells, once it does."""
+        def look():
+            try:
+                connection = http.client.HTTPConnection("127.0.0.1", self.record()["port"],
+                                                        timeout=PATIENCE)
+                connection.request("GET", "/health")
+                told = json.loads(connection.getresponse().read())
+                connection.close()
+                return told if told["pid"] == self.record()["pid"] else None
+            except (OSError, ValueError, http.client.HTTPException):
+                return None
+        return wait_until(look, "the service answers at /health")
+
+    def setting(self, name):
+        found = re.search(rf"^{name}=(.*)$", self.ini.read_text(), re.M)
+        return found[1] if found else None
+
+    def log(self):
+        log = self.path("log/update.log")
+        return log.read_text() if log.exists() else ""
+
+    def unpack(self, package):
+        """As the module does, which keeps no modes."""
+        shutil.rmtree(self.package, ignore_errors=True)
+        with zipfile.ZipFile(package) as zipped:
+            zipped.extractall(self.package)
+        for name in ("QVUpdate", "QVUpdate.exe"):
+            (self.package / name).chmod(0o777)
+
+    def update(self, name="QVUpdate"):
+        self.updaters.append(subprocess.Popen(
+            [self.package / name, f"{self.folder}/"], env={}, stdin=subprocess.DEVNULL,
+            stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL))
+        return self.updaters[-1]
+
+    def sums(self):
+        return [hashlib.sha256(self.path(name).read_bytes()).hexdigest()
+                for name in (PROGRAM, MODULE)]
+
+
+class Packages(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="qv_packages_"))
+        cls.addClassCleanup(shutil.rmtree, cls.folder)
+        cls.old_build, cls.next_build = build_of(BIN / PROGRAM), build_of(NEXT)
+        cls.next = make_package(cls.folder, NEW, NEXT)
+        cls.back = make_package(cls.folder, NEWER, BIN / PROGRAM)
+
+    def installed(self):
+        home = Installed()
+        self.addCleanup(home.__exit__, None, None, None)
+        return home
+
+    def spoil(self, home, manifest, contents=()):
+        """Changes the package in the home: members of the manifest, and files with their sums."""
+        path = home.package / "manifest.json"
+        told = {**json.loads(path.read_text()), **manifest}
+        for name, content in dict(contents).items():
+            (home.package / name).write_bytes(content)
+            for entry in told["files"]:
+                if entry["name"] == name:
+                    entry["sha256"] = hashlib.sha256(content).hexdigest()
+        path.write_text(json.dumps(told))
+
+    def assert_settled(self, home, version, build):
+        self.assertEqual((home.health()["build"], home.setting("QVVersion"),
+                          home.setting("IfUpdate")), (build, version, "0"), home.log())
+        # Who is killed while writing the settings leaves one file, which the next write removes.
+        kept = {".QVConfiguration.ini.replacement"}
+        self.assertEqual([p.name for p in home.folder.iterdir() if p.name not in kept
+                          and (p.name == "update" or p.name.startswith("."))], [])
+
+    def test_a_newer_service_takes_over(self):
+        home = self.installed().start()
+        arguments = home.record()["arguments"]
+        home.unpack(self.next)
+        updater = home.update("QVUpdate.exe")
+        self.assertEqual((updater.wait(60), home.process.wait(10)), (0, 0), home.log())
+        self.assert_settled(home, NEW, self.next_build)
+        self.assertEqual(home.health()["modules"][0]["alias"], "qtp")
+        self.assertEqual(home.record()["arguments"], arguments)
+        self.assertTrue(home.path(PROGRAM).stat().st_mode & stat.S_IXUSR)
+        pid = home.record()["pid"]
+        self.assertEqual(os.getsid(pid), pid, "it outlives a terminal")
+        with open(home.path("cache/update.lock"), "rb") as lock:
+            fcntl.flock(lock, fcntl.LOCK_EX | fcntl.LOCK_NB)  # not inherited by the service
+        for step in ("package holds version 18,0,0,1", "files are checked", "asked to end",
+                     "new service serves", "update is done"):
+            self.assertRegex(home.log(), rf"(?m)^\d{{4}}-\d\d-\d\d [\d:]{{8}} \[\d+\] .*{step}")
+
+    def test_one_that_was_killed_before_is_replaced_and_started_as_it_was(self):
+        home = self.installed().start("--idle-timeout", "77")
+        home.process.kill()
+        home.process.wait()
+        home.unpack(self.next)
+        self.assertEqual(home.update().wait(60), 0, home.log())
+        self.assert_settled(home, NEW, self.next_build)
+        self.assertEqual(home.record()["arguments"][-2:], ["--idle-timeout", "77"])
+
+    def test_a_service_with_its_secure_port_alone_is_asked_there(self):
+        with socket.create_server(("127.0.0.1", 0)) as taken:
+            home = self.installed()
+            home.arguments = ["--port", str(taken.getsockname()[1]), "--ssl-port", "0"]
+            home.start(expect_plain=False)
+            home.unpack(self.next)
+            self.assertEqual(home.update().wait(60), 0, home.log())
+            self.assertEqual((home.setting("QVVersion"), home.record()["port"]), (NEW, 0))
+            home.end()
+
+    def test_a_bad_package_is_refused_and_the_service_not_disturbed(self):
+        home = self.installed().start()
+        before, pid = home.sums(), home.process.pid
+        for told, change in (
+                (f"{MODULE} is not the file", lambda: (home.package / MODULE).write_bytes(b"x")),
+                (f"package lacks {MODULE}", lambda: (home.package / MODULE).unlink()),
+                ("no plain file name", lambda: self.spoil(
+                    home, {"files": [{"name": "../" + MODULE, "sha256": "0" * 64}]})),
+                ("not for the product", lambda: self.spoil(home, {"product": "Another"})),
+                ("no JSON", lambda: (home.package / "manifest.json").write_text("[" * 90000))):
+            home.unpack(self.next)
+            change()
+            self.assertEqual(home.update().wait(60), 1)
+            self.assertIn(told, home.log().splitlines()[-2])
+            self.assert_settled(home, "1", self.old_build)
+            self.assertEqual((home.sums(), home.record()["pid"]), (before, pid))
+
+    def test_a_new_service_that_fails_gives_way_to_the_old_one(self):
+        home = self.installed().start()
+        before = home.sums()
+        for told, program, patience in (
+                ("ended with exit code 3", b"#!/bin/sh\nexit 3\n", 20),
+                ("cannot be started: Exec format error", b"\x7fELF nothing", 20),
+                ("did not answer at /health within 8 sec", b"#!/bin/sh\nexec sleep 600\n", 8),
+                ("did not answer", SILENT.replace("KIND", "'port'").encode(), 8),
+                ("did not answer", SILENT.replace("KIND", "'ssl_port'").encode(), 8),
+                (f"its build is {self.next_build} instead of 5", None, 20)):
+            home.unpack(self.next)
+            if program is None:
+                self.spoil(home, {"build": "5"})
+            else:
+                self.spoil(home, {}, {PROGRAM: program, MODULE: b"bad"})
+            text = re.sub("UpdatePatience=.*", f"UpdatePatience={patience}", home.ini.read_text())
+            home.ini.write_text(text)
+            lines = home.log().count("\n")
+            self.assertEqual(home.update().wait(90), 1, home.log())
+            self.assertIn(told, "\n".join(home.log().splitlines()[lines:]))
+            self.assert_settled(home, "1", self.old_build)
+            self.assertEqual(home.sums(), before)
+
+    def test_killed_at_any_moment_it_ends_old_or_new(self):
+        home = self.installed().start()
+        packages = [(self.next, NEW, self.next_build), (self.back, NEWER, self.old_build)]
+        chance = random.Random(5)
+        now, versions = 1, set()
+        for round_number in range(16):
+            package, version, build = packages[1 - now]
+            was = home.setting("QVVersion"), home.health()["build"]
+            home.unpack(package)
+            lines = home.log().count("\n")
+            updater = home.update()
+            # Killed behind a line of the log, or a little later.
+            wanted = lines + 1 + round_number % 8
+            end = time.monotonic() + 60
+            while home.log().count("\n") < wanted and updater.poll() is None:
+                self.assertLess(time.monotonic(), end)
+            time.sleep(chance.choice((0, 0, 0.005, 0.02, 0.1)))
+            updater.kill()
+            updater.wait()
+            if round_number % 2:
+                self.assertEqual(home.update().wait(60), 0, home.log())
+                expected = {(version, build)}
+            else:
+                # A service that runs looks now and then, one that starts at once.
+                wait_until(lambda: home.keep_running() and home.setting("IfUpdate") != "1"
+                           and not home.path("update").exists(), "the update is ended")
+                expected = {was, (version, build)}
+            outcome = home.setting("QVVersion"), home.health()["build"]
+            self.assertIn(outcome, expected, home.log())
+            self.assert_settled(home, *outcome)
+            versions.add(outcome[0])
+            now = 0 if outcome[1] == self.next_build else 1
+        self.assertLessEqual({NEW, NEWER}, versions)
+
+    def test_two_updaters_take_turns_or_one_leaves(self):
+        home = self.installed().start()
+        home.unpack(self.next)
+        both = [home.update(), home.update("QVUpdate.exe")]
+        codes = sorted(updater.wait(90) for updater in both)
+        self.assertIn(codes, ([0, 0], [0, 3]), home.log())
+        self.assert_settled(home, NEW, self.next_build)
+
+    def test_a_second_service_in_the_folder_ends_with_a_sentence(self):
+        home = self.installed().start()
+        second = subprocess.run([home.path(PROGRAM), "--port", "0"], capture_output=True,
+                                text=True, timeout=PATIENCE, check=False)
+        self.assertEqual(second.returncode, 1)
+        self.assertIn(f"runs already in this folder, as process {home.process.pid}",
+                      second.stderr)
+        self.assertEqual(home.health()["pid"], home.process.pid)
+
+    def test_a_mark_that_nobody_will_clear_is_cleared_at_the_start(self):
+        home = self.installed()
+        home.ini.write_text("[QV]\nIfUpdate=1\nQVVersion=1\n")
+        home.start()
+        self.assert_settled(home, "1", self.old_build)
+
+
+class Tool(unittest.TestCase):
+    def test_versions_that_the_service_would_refuse(self):
+        for version in ("1/2", "1\\2", "1..2", "", "1\n", "x" * 65):
+            made = subprocess.run([TOP / "tools/make_package", version, BIN / MODULE],
+                                  capture_output=True, text=True, check=False)
+            self.assertEqual((made.returncode, made.stdout), (1, ""), version)
+            self.assertIn("a version has", made.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main()

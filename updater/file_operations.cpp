@@ -1,0 +1,126 @@
+#include "updater/file_operations.h"
+
+#include <fcntl.h>
+#include <openssl/evp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
+
+#include "environment/configuration.h"
+#include "platform/descriptor.h"
+#include "platform/file_content.h"
+#include "platform/os.h"
+
+namespace update {
+
+namespace {
+
+constexpr mode_t kFolderMode = 0755;
+constexpr mode_t kPrivateMode = 0600;
+
+int ResultOf(int call) { return call == 0 ? 0 : errno; }
+
+class Sha256 {
+ public:
+  Sha256() : context_(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
+    good_ = context_ != nullptr && EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) == 1;
+  }
+  void Add(std::string_view bytes) {
+    good_ = good_ && EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) == 1;
+  }
+  /// "" when the library failed, which no expected value equals.
+  std::string Finish() {
+    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
+    unsigned int length = 0;
+    if (!good_ || EVP_DigestFinal_ex(context_.get(), digest.data(), &length) != 1) return "";
+    std::string text;
+    for (unsigned int i = 0; i < length; ++i) {
+      char digits[3];
+      std::snprintf(digits, sizeof digits, "%02x", digest[i]);
+      text += digits;
+    }
+    return text;
+  }
+
+ private:
+  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_;
+  bool good_ = false;
+};
+
+int WriteAll(int file, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(file, bytes.data(), bytes.size());
+    if (count < 0 && errno != EINTR) return errno;
+    if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
+
+}  // namespace
+
+int FileOperations::MakeFolder(const std::string& path) {
+  return ResultOf(::mkdir(path.c_str(), kFolderMode));
+}
+
+int FileOperations::RemoveTree(const std::string& path) {
+  std::error_code error;
+  std::filesystem::remove_all(path, error);
+  return error.value();
+}
+
+int FileOperations::Copy(const std::string& from, const std::string& to, mode_t mode,
+                         std::string* sha256) {
+  const Descriptor source(::open(from.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+  if (!source) return errno;
+  struct stat status {};
+  if (::fstat(source.get(), &status) != 0) return errno;
+  if (!S_ISREG(status.st_mode)) return EINVAL;
+  const Descriptor target(
+      ::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kPrivateMode));
+  if (!target) return errno;
+  Sha256 sum;
+  std::string buffer(256 * 1024, '\0');
+  for (;;) {
+    const ssize_t count = ::read(source.get(), buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    if (count == 0) break;
+    const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
+    if (const int error = WriteAll(target.get(), bytes)) return error;
+    sum.Add(bytes);
+  }
+  if (::fchmod(target.get(), mode) != 0) return errno;
+  *sha256 = sum.Finish();
+  return os::FlushToDisk(target.get());
+}
+
+int FileOperations::Link(const std::string& from, const std::string& to) {
+  return ResultOf(::link(from.c_str(), to.c_str()));
+}
+
+int FileOperations::Rename(const std::string& from, const std::string& to) {
+  return ResultOf(::rename(from.c_str(), to.c_str()));
+}
+
+int FileOperations::Remove(const std::string& path) { return ResultOf(::unlink(path.c_str())); }
+
+int FileOperations::SyncFolder(const std::string& path) {
+  const Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!folder) return errno;
+  return ResultOf(::fsync(folder.get()));
+}
+
+int FileOperations::Write(const std::string& path, std::string_view content) {
+  return WriteWholeFile(path.c_str(), content, kPrivateMode);
+}
+
+int FileOperations::StoreSettings(const std::string& file, std::span<const ProfileEntry> entries) {
+  return WritePrivateProfileEntries(DEFAULT_SECTION, entries, file.c_str()) ? 0 : errno;
+}
+
+}  // namespace update

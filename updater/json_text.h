@@ -1,0 +1,21 @@
+// Strict reading of small JSON texts that others wrote.
+#pragma once
+
+#include <json/value.h>
+
+#include <optional>
+#include <string>
+
+namespace update {
+
+/// The object that a text holds; nothing when it is not exactly one object, is nested beyond need
+/// or names a member twice.
+std::optional<Json::Value> ParseObject(const std::string& text);
+/// In one line. Texts keep their bytes.
+std::string ObjectText(const Json::Value& object);
+
+/// A member of the kind asked for, else the default.
+std::string TextMember(const Json::Value& object, const char* name);
+int NumberMember(const Json::Value& object, const char* name);
+
+}  // namespace update

@@ -1,0 +1,126 @@
+#include "updater/launch.h"
+
+#include <fcntl.h>
+#include <spawn.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <string_view>
+
+#include "platform/os.h"
+
+namespace update {
+
+namespace {
+
+constexpr mode_t kOutputMode = 0644;
+
+/// The attributes and file actions of one start.
+class SpawnPlan {
+ public:
+  SpawnPlan() {
+    ::posix_spawn_file_actions_init(&actions_);
+    ::posix_spawnattr_init(&attributes_);
+  }
+  ~SpawnPlan() {
+    ::posix_spawn_file_actions_destroy(&actions_);
+    ::posix_spawnattr_destroy(&attributes_);
+  }
+  SpawnPlan(const SpawnPlan&) = delete;
+  SpawnPlan& operator=(const SpawnPlan&) = delete;
+
+  int Set(const LaunchOrder& order) {
+    sigset_t none, all;
+    ::sigemptyset(&none);
+    ::sigfillset(&all);
+    ::posix_spawnattr_setsigmask(&attributes_, &none);
+    ::posix_spawnattr_setsigdefault(&attributes_, &all);
+    int error = ::posix_spawnattr_setflags(
+        &attributes_, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+    if (error == 0) error = ::posix_spawn_file_actions_addchdir_np(&actions_, order.folder.c_str());
+    if (error == 0) error = Open(STDIN_FILENO, "/dev/null", O_RDONLY);
+    if (error == 0) {
+      error = Open(STDOUT_FILENO, order.output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
+    }
+    if (error == 0) {
+      error = ::posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO);
+    }
+    return error;
+  }
+
+  const posix_spawn_file_actions_t* actions() const { return &actions_; }
+  const posix_spawnattr_t* attributes() const { return &attributes_; }
+
+ private:
+  int Open(int descriptor, const char* path, int flags) {
+    return ::posix_spawn_file_actions_addopen(&actions_, descriptor, path, flags, kOutputMode);
+  }
+
+  posix_spawn_file_actions_t actions_{};
+  posix_spawnattr_t attributes_{};
+};
+
+std::vector<char*> Pointers(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  pointers.reserve(texts.size() + 1);
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
+}
+
+/// An updater that the service started has no environment at all.
+std::vector<std::string> EnvironmentForService() {
+  std::vector<std::string> result;
+  for (char** entry = os::Environment(); entry != nullptr && *entry != nullptr; ++entry) {
+    result.emplace_back(*entry);
+  }
+  const auto add = [&](std::string_view name, const std::string& value) {
+    const std::string start = std::string(name) + "=";
+    const bool given = std::any_of(result.begin(), result.end(),
+                                   [&](const std::string& e) { return e.starts_with(start); });
+    if (!given && !value.empty()) result.push_back(start + value);
+  };
+  add("PATH", "/usr/local/bin:/usr/bin:/bin");
+  add("HOME", os::HomeFolder());
+  add("USER", os::UserName());
+  add("LOGNAME", os::UserName());
+  return result;
+}
+
+}  // namespace
+
+int LaunchDetached(const LaunchOrder& order, pid_t& child) {
+  SpawnPlan plan;
+  if (const int error = plan.Set(order)) return error;
+  std::vector<std::string> arguments = {order.program};
+  arguments.insert(arguments.end(), order.arguments.begin(), order.arguments.end());
+  std::vector<std::string> environment = EnvironmentForService();
+  return ::posix_spawn(&child, order.program.c_str(), plan.actions(), plan.attributes(),
+                       Pointers(arguments).data(), Pointers(environment).data());
+}
+
+void DetachSelf(const std::string& output) {
+  ::setsid();  // refused to the leader of a group, which a shell's command is: then it stays one
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  for (const int signal : {SIGCHLD, SIGTERM}) std::signal(signal, SIG_DFL);
+  for (const int signal : {SIGHUP, SIGINT, SIGPIPE}) std::signal(signal, SIG_IGN);
+  // The starter's sockets must not stay open in here: a port would stay taken.
+  constexpr long kMostDescriptors = 65536;
+  const long limit = std::clamp(::sysconf(_SC_OPEN_MAX), 256L, kMostDescriptors);
+  for (int descriptor = 3; descriptor < limit; ++descriptor) ::close(descriptor);
+  const int nothing = ::open("/dev/null", O_RDWR);
+  int file = ::open(output.c_str(), O_WRONLY | O_APPEND | O_CREAT, kOutputMode);
+  if (file < 0) file = nothing;
+  ::dup2(nothing, STDIN_FILENO);
+  ::dup2(file, STDOUT_FILENO);
+  ::dup2(file, STDERR_FILENO);
+  for (const int descriptor : {nothing, file}) {
+    if (descriptor > STDERR_FILENO) ::close(descriptor);
+  }
+}
+
+}  // namespace update

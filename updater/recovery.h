@@ -1,0 +1,36 @@
+// Ending an update that was cut short: finishing it when it was committed, else taking it back.
+#pragma once
+
+#include <string>
+
+#include "updater/file_operations.h"
+#include "updater/places.h"
+#include "updater/steps_log.h"
+
+namespace update {
+
+struct Recovery {
+  enum class Outcome { Nothing, Finished, Undone, Failed } outcome = Outcome::Nothing;
+  bool changed = false;  ///< the programs in the work folder are others than before
+};
+
+/// The lock is held and no service runs, except the caller. Leaves the mark as it is.
+Recovery Recover(FileOperations& files, const Places& places, const StepsLog& log);
+
+/// The mark in the settings that an update is in progress.
+bool IsMarked(const Places& places);
+/// Returns "" or a sentence that tells what failed.
+std::string SetMark(FileOperations& files, const Places& places, bool marked);
+
+/// What is left to end by somebody else, because no updater runs.
+enum class Left {
+  Nothing,
+  Traces,    ///< RecoverAtStart will not touch the programs
+  Programs,  ///< it will: only a service at its start may call it
+};
+Left FindLeft(const Places& places);
+/// For a service at its start, before it loads anything: ends what an updater has left, when none
+/// runs, and clears the mark.
+Recovery RecoverAtStart(const Places& places);
+
+}  // namespace update

@@ -1,0 +1,99 @@
+#include "updater/updater.h"
+
+#include "updater/recovery.h"
+#include "updater/swap.h"
+
+namespace update {
+
+bool Updater::Good(const std::string& problem) const {
+  if (!problem.empty()) log_.Say(problem);
+  return problem.empty();
+}
+
+bool Updater::Run() {
+  log_.Say("An update of " + places_.work + " begins.");
+  bool installed = false;
+  if (EndEarlier(installed) && !installed && Good(SetMark(files_, places_, true))) {
+    installed = Install();
+  }
+  Leave();
+  log_.Say(installed ? "The update is done." : "The old version stays.");
+  return installed;
+}
+
+/// False when an earlier update can be neither finished nor taken back.
+bool Updater::EndEarlier(bool& finished) {
+  std::string error;
+  const auto journal = FindJournal(places_, error);
+  if (!Good(error)) return false;
+  // Files are about to change below it.
+  if (journal && !journal->committed && !Good(service_.Stop())) return false;
+  const Recovery recovery = Recover(files_, places_, log_);
+  finished = recovery.outcome == Recovery::Outcome::Finished;
+  return recovery.outcome != Recovery::Outcome::Failed;
+}
+
+bool Updater::Install() {
+  std::string error;
+  const auto manifest = LoadManifest(places_.package, error);
+  if (!manifest) return Good(error);
+  log_.Say("The package holds version " + manifest->version + ".");
+  return Replace(*manifest);
+}
+
+bool Updater::Replace(const Manifest& manifest) {
+  Journal journal;
+  if (!Good(Prepare(files_, places_, manifest, journal))) {
+    Good(CleanUp(files_, places_));
+    return false;
+  }
+  log_.Say("Its " + std::to_string(journal.files.size()) +
+           " files are checked, the old ones kept aside. The service is asked to end.");
+  std::string problem = service_.Stop();
+  if (problem.empty()) {
+    log_.Say("No service runs any more. The files are exchanged.");
+    problem = Exchange(files_, places_, journal);
+  }
+  if (problem.empty()) {
+    log_.Say("The new files are in place. The new service is started.");
+    problem = service_.Start(manifest.build);
+  }
+  if (problem.empty()) {
+    log_.Say("The new service serves.");
+    problem = Commit(files_, places_, journal);
+  }
+  if (!Good(problem)) {
+    TakeBack();
+    return false;
+  }
+  Good(Finish(files_, places_, journal));
+  return true;
+}
+
+void Updater::TakeBack() {
+  std::string error;
+  const auto journal = FindJournal(places_, error);
+  if (!Good(error) || !journal || !Good(service_.Stop())) return;
+  bool changed = false;
+  if (!Good(Undo(files_, places_, *journal, changed))) return;
+  log_.Say("The old files are in their places again.");
+  Good(CleanUp(files_, places_));
+}
+
+/// Whatever happened, a service runs in the end if one can. The mark stays as long as there is
+/// something to finish or to take back: the next start of the service or of the updater does it.
+void Updater::Leave() {
+  std::string error;
+  bool left = FindJournal(places_, error).has_value();
+  // What failed a moment ago may have been a passing trouble.
+  bool finished = false;
+  if (left) left = !EndEarlier(finished);
+  constexpr int kAttempts = 2;
+  for (int i = 0; i < kAttempts && !service_.IsRunning(); ++i) {
+    log_.Say("The service is started.");
+    Good(service_.Start(""));
+  }
+  if (Good(error) && !left) Good(SetMark(files_, places_, false));
+}
+
+}  // namespace update
