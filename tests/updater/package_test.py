@@ -3,6 +3,7 @@
 import fcntl
 import hashlib
 import http.client
+import io
 import json
 import os
 import pathlib
@@ -20,7 +21,7 @@ import unittest
 import zipfile
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "host"))
-from service import BIN, MODULE, PATIENCE, Service, wait_until  # noqa: E402
+from service import BIN, MODULE, PATIENCE, Service, command, wait_until  # noqa: E402
 
 TOP = pathlib.Path(__file__).resolve().parent.parent.parent
 NEXT = BIN.parent / "tests/marvique-service-next"
@@ -191,6 +192,26 @@ class Packages(unittest.TestCase):
         for step in ("package holds version 18,0,0,1", "files are checked", "asked to end",
                      "new service serves", "update is done"):
             self.assertRegex(home.log(), rf"(?m)^\d{{4}}-\d\d-\d\d [\d:]{{8}} \[\d+\] .*{step}")
+
+    def test_a_page_uploads_a_package_and_another_one_lies_on_the_disk(self):
+        home = self.installed().start()
+        upload = io.BytesIO()
+        with zipfile.ZipFile(upload, "w") as zipped:
+            zipped.write(self.next, self.next.name)
+        shutil.copy(self.back, home.folder)
+        for path, body, version, build in (
+                (f"/LoadZipFromBytes?type=1&qvver={NEW}&", upload.getvalue(), NEW, self.next_build),
+                ("/qtp/", command("CheckUpdateFile", NEWER), NEWER, self.old_build)):
+            home.plain = home.record()["port"]
+            reply = json.loads(home.request("POST", path, body)[2])
+            self.assertEqual(reply["result"][-1], True, reply)
+            wait_until(lambda: home.setting("QVVersion") == version
+                       and home.setting("IfUpdate") == "0", "the update is done")
+            self.assert_settled(home, version, build)
+        self.assertFalse(home.path(self.back.name).exists())
+        home.plain = home.record()["port"]
+        again = json.loads(home.request("POST", "/qtp/", command("CheckUpdateFile", "18"))[2])
+        self.assertEqual(again["result"], ["18", True], "it is there already")
 
     def test_one_that_was_killed_before_is_replaced_and_started_as_it_was(self):
         home = self.installed().start("--idle-timeout", "77")
