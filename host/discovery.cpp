@@ -27,6 +27,12 @@ const char* KindWord(std::int32_t type) {
   return type == mdns_wrapper::SERVICE_TWAIN_DIRECT ? "twaindirect" : "marvique_private_cloud_scan";
 }
 
+bool IsAdvertisingStored() {
+  std::string alias, tags;
+  int accessMode = -1;
+  return GetEnablemDNSService(alias, tags, accessMode);
+}
+
 bool IsAtWork(const mdns_wrapper::mDNSBase& worker) {
   return worker.isRunning() && !worker.hasGivenUp();
 }
@@ -98,7 +104,7 @@ void Discovery::Browse() {
 
 void Discovery::StartAdvertising() {
   const std::lock_guard lock(mutex_);
-  advertising_ = true;
+  advertising_ = IsAdvertisingStored();
   Advertise();
 }
 
@@ -110,7 +116,7 @@ void Discovery::StopAdvertising() {
 
 void Discovery::StartBrowsing() {
   const std::lock_guard lock(mutex_);
-  browsing_ = true;
+  browsing_ = GetEnablemDNSQueryService();
   Browse();
 }
 
@@ -118,13 +124,6 @@ void Discovery::StopBrowsing() {
   const std::lock_guard lock(mutex_);
   browsing_ = false;
   browser_.stop();
-}
-
-void Discovery::StartAsStored() {
-  std::string alias, tags;
-  int accessMode = -1;
-  if (GetEnablemDNSService(alias, tags, accessMode)) StartAdvertising();
-  if (GetEnablemDNSQueryService()) StartBrowsing();
 }
 
 void Discovery::StopAll() {
@@ -144,7 +143,13 @@ void Discovery::Describe(int port, const std::string& modules) {
 
 void Discovery::Watch() {
   const std::lock_guard lock(mutex_);
-  if (ended_ || (!advertising_ && !browsing_)) return;
+  if (ended_) return;
+  // Of commands that come at once, the one that stored last wins.
+  advertising_ = IsAdvertisingStored();
+  browsing_ = GetEnablemDNSQueryService();
+  if (!advertising_) responder_.stop();
+  if (!browsing_) browser_.stop();
+  if (!advertising_ && !browsing_) return;
   const Addresses now = AddressesNow();
   // Without any address both stay as they are, so that they are there when one comes back.
   if (now.none()) return;

@@ -22,21 +22,21 @@ class Discovery {
   Discovery(const Discovery&) = delete;
   Discovery& operator=(const Discovery&) = delete;
 
+  /// Each starts anew, with the stored settings, when these switch it on.
   void StartAdvertising();
-  void StopAdvertising();
   void StartBrowsing();
+  /// Until the next start, or the next Watch if the settings switch it on.
+  void StopAdvertising();
   void StopBrowsing();
-
-  /// Switches on what the settings say.
-  void StartAsStored();
   /// For good: nothing starts afterwards.
   void StopAll();
 
   /// What is advertised beside the settings: the port, 0 for none, and the aliases of the modules,
   /// separated by commas. When it changes the service is advertised anew; without a port it is not.
   void Describe(int port, const std::string& modules);
-  /// To be called every few seconds. Advertises anew when the machine's addresses have changed, and
-  /// tries again what could not be done, for want of an interface or of a thread.
+  /// To be called every few seconds: makes what runs what the settings say. Advertises anew when
+  /// the machine's addresses have changed, and tries again what could not be done, for want of an
+  /// interface or of a thread.
   void Watch();
 
   /// The services found, in the form in which they are handed to modules.

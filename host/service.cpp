@@ -225,7 +225,8 @@ bool Service::Serve() {
     control_.stop();
   });
   WatchCertificate();
-  discovery_.StartAsStored();
+  discovery_.StartAdvertising();
+  discovery_.StartBrowsing();
   WatchDiscovery();
   WatchUpdates();
   control_.run();

@@ -23,6 +23,8 @@ inline constexpr std::uint16_t MDNS_CLASS_IN = 1;                 ///< RFC 1035,
 inline constexpr std::uint16_t MDNS_UNICAST_RESPONSE = 0x8000;    ///< in a question: RFC 6762, 5.4
 inline constexpr std::uint16_t MDNS_CACHE_FLUSH = 0x8000;         ///< in a record: RFC 6762, 10.2
 inline constexpr std::uint16_t MDNS_FLAG_RESPONSE = 0x8000;       ///< RFC 6762, 18.2
+inline constexpr std::uint16_t MDNS_OPCODE = 0x7800;              ///< RFC 6762, 18.3
+inline constexpr std::uint16_t MDNS_RESPONSE_CODE = 0x000F;       ///< RFC 6762, 18.11
 inline constexpr std::uint16_t MDNS_FLAG_AUTHORITATIVE = 0x0400;  ///< RFC 6762, 18.4
 
 inline constexpr std::size_t MDNS_HEADER_BYTES = 12;         ///< RFC 1035, 4.1.1

@@ -28,6 +28,16 @@ constexpr int kMostRecordsARun = 4096;
 constexpr int kMostPacketsATurn = 64;
 constexpr std::uint16_t kQueryId = 0;  // RFC 6762, 18.1
 
+/// Whether a packet says something about a service: it is an answer, of no error, and has one. (Its
+/// other records belong to its answers: without one they would be taken for another sender's.)
+bool IsAnswer(PacketBytes packet) {
+  mdns_header header;
+  constexpr std::uint16_t kKind =
+      MDNS_FLAG_RESPONSE | MDNS_OPCODE | MDNS_RESPONSE_CODE;  // RFC 6762, 18.2, 18.3 and 18.11
+  return PacketReader(packet).read(header) && (header.flags & kKind) == MDNS_FLAG_RESPONSE &&
+         header.answers > 0;
+}
+
 class QueryRun {
  public:
   QueryRun(void* user, mdns_query_callback callback, MdnsNetwork& network)
@@ -85,10 +95,11 @@ class QueryRun {
       const auto size = network_.receive(socket, buffer_, from);
       if (!size) break;
       // These sockets hear what is sent to them alone, which may come from far away.
-      if (!sockets_.isOnLink(from)) continue;
+      const PacketBytes packet = PacketBytes(buffer_).first(*size);
+      if (!sockets_.isOnLink(from) || !IsAnswer(packet)) continue;
       any = true;
       const std::string sender = logWanted_ ? from.text() : std::string();
-      ParseReply(PacketBytes(buffer_).first(*size), kQueryId, {sender, logWanted_},
+      ParseReply(packet, kQueryId, {sender, logWanted_},
                  [this](const mdns_query_result& result) { found(result); });
     }
     return any;

@@ -6,13 +6,10 @@
 namespace mdns_wrapper {
 namespace {
 
-/// On one link, which needs one a second of each record (RFC 6762, 6); the rest is for questions
+/// Of one record on one link, which needs one a second (RFC 6762, 6); the rest is for questions
 /// that come close together. What a flood of questions makes for all stays small beside the flood.
-constexpr int kMostMulticastsASecond = 100;
+constexpr int kMostMulticastsASecond = 50;
 
-/// Messages with an opcode or a response code are to be ignored (RFC 6762, 18.3 and 18.11).
-constexpr std::uint16_t kOpcode = 0x7800;
-constexpr std::uint16_t kResponseCode = 0x000F;
 constexpr std::uint16_t kClassAny = 255;  // RFC 1035, 3.2.5
 
 }  // namespace
@@ -60,7 +57,7 @@ class QuestionAnswerer::Packet {
     const unsigned bit = 1U << (subject + way * kSubjects);
     if ((sent_ & bit) != 0) return;
     sent_ |= bit;
-    if (!unicast && !owner_.mayMulticast(socket_)) return;
+    if (!unicast && !owner_.mayMulticast(socket_, subject)) return;
     if (log_) logAnswer(answer.front(), unicast ? "unicast" : "multicast");
     if (unicast) {
       const AskedQuestion asked{id_, question.name.view(), question.type, question.qclass};
@@ -99,13 +96,13 @@ class QuestionAnswerer::Packet {
   unsigned sent_ = 0;
 };
 
-bool QuestionAnswerer::mayMulticast(int socket) {
+bool QuestionAnswerer::mayMulticast(int socket, unsigned subject) {
   const auto now = network_.now();
   if (now - second_ >= std::chrono::seconds(1)) {
     second_ = now;
     multicasts_.clear();
   }
-  return multicasts_[socket]++ < kMostMulticastsASecond;
+  return multicasts_[{socket, subject}]++ < kMostMulticastsASecond;
 }
 
 void QuestionAnswerer::answer(const ServiceRecords& records, int socket, PacketBytes bytes,
@@ -113,7 +110,7 @@ void QuestionAnswerer::answer(const ServiceRecords& records, int socket, PacketB
   PacketReader reader(bytes);
   mdns_header header;
   if (!reader.read(header) || header.questions == 0) return;
-  if ((header.flags & (MDNS_FLAG_RESPONSE | kOpcode | kResponseCode)) != 0) return;
+  if ((header.flags & (MDNS_FLAG_RESPONSE | MDNS_OPCODE | MDNS_RESPONSE_CODE)) != 0) return;
   if (!sockets_.isOnLink(from)) return;
   Packet packet(*this, records, socket, from, header.id, log);
   mdns_question question;

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdint>
 #include <map>
+#include <utility>
 
 #include "discovery/mdns_reader.h"
 #include "discovery/mdns_send.h"
@@ -30,14 +31,14 @@ class QuestionAnswerer {
  private:
   class Packet;
 
-  /// Whether one more answer may go to the socket's group now.
-  bool mayMulticast(int socket);
+  /// Whether one more answer of a kind may go to the socket's group now.
+  bool mayMulticast(int socket, unsigned subject);
 
   MdnsNetwork& network_;
   SocketSet& sockets_;
   std::array<std::uint8_t, MDNS_PACKET_BYTES> buffer_{};
-  MdnsNetwork::Clock::time_point second_{};  ///< the one in which multicasts_ were sent
-  std::map<int, int> multicasts_;            ///< how many, by socket
+  MdnsNetwork::Clock::time_point second_{};             ///< the one in which multicasts_ were sent
+  std::map<std::pair<int, unsigned>, int> multicasts_;  ///< how many, by socket and kind
 };
 
 }  // namespace mdns_wrapper

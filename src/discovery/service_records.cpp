@@ -16,7 +16,8 @@ std::string WithLastDot(std::string name) {
   return name;
 }
 
-/// The number as the character with that code: what the browsers of this service expect.
+/// The number as the one character with that code, neither digits nor the words that readers of
+/// the text know: so this service has always said it.
 std::string CodeOf(std::int32_t number) { return std::string(1, static_cast<char>(number)); }
 
 std::optional<in_addr> ParseIpv4(const std::string& text) {

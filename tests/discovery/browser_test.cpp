@@ -99,7 +99,15 @@ TEST_F(Browser, ListensOnlyWhereItCouldAsk) {
 TEST_F(Browser, TakesNeighboursOnlyAndAtMostSoMuch) {
   run({{0, [&] { reply(Reply("10.0.0.9", "Far"), "192.0.2.1"); }},
        {1, [&] { reply(Reply("10.0.0.9", "Printer", "printer")); }},
-       {2, [&] { reply(Reply("10.0.0.9", "Cut").substr(0, 150)); }},
+       {2,
+        [&] {
+          reply(Reply("10.0.0.9", "Cut").substr(0, 150));
+          std::string nothing = Reply("10.0.0.9", "Asker");
+          nothing[2] = '\0';
+          reply(nothing);  // a question
+          nothing = Reply("10.0.0.9", "Thief");
+          reply(nothing.replace(7, 1, 1, '\0'));  // without an answer
+        }},
        {3,
         [&] {
           // Three records a packet.
