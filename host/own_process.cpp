@@ -22,12 +22,12 @@ void OwnProcess::BeginAnew() {
   Complain("The service cannot start itself anew: " + std::string(std::strerror(errno)));
 }
 
-bool OwnProcess::EndEarlierUpdate() {
+bool OwnProcess::EndEarlierUpdate(bool atStart) {
   using Outcome = update::Recovery::Outcome;
-  const update::Recovery recovery = update::RecoverAtStart(places);
-  if (recovery.outcome == Outcome::Failed) {
+  const update::Recovery recovery = update::RecoverAtStart(places, atStart);
+  recoveryFailed = recovery.outcome == Outcome::Failed;
+  if (recoveryFailed) {
     Complain("An update that was cut short cannot be ended: see " + places.log + ".");
-    watchesUpdates = false;
   } else if (recovery.outcome != Outcome::Nothing) {
     Complain("An update that was cut short has been " +
              std::string(recovery.outcome == Outcome::Undone ? "taken back." : "finished."));

@@ -15,13 +15,13 @@ struct OwnProcess {
   update::Places places;
   update::RunRecord record;
   RunFile runFile;
-  bool watchesUpdates = true;  ///< not where a further attempt would fail, too
+  bool recoveryFailed = false;  ///< at the last EndEarlierUpdate
 
   /// Goes on as what now lies in this program's place. Returns only when that fails.
   void BeginAnew();
-  /// Ends what a killed updater has left. False when the process should have gone on as another
-  /// program and could not.
-  bool EndEarlierUpdate();
+  /// Ends what a killed updater has left; once the service serves, without touching the programs.
+  /// False when the process should have gone on as another program and could not.
+  bool EndEarlierUpdate(bool atStart);
 };
 
 }  // namespace host

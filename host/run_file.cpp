@@ -16,7 +16,10 @@ bool RunFile::Take(const std::string& file, std::string& error) {
     LogErr("The run file %s cannot be opened: updates will not find this service.", file.c_str());
     return true;
   }
-  if (LockUntil(std::chrono::steady_clock::now(), file_.get()) != EWOULDBLOCK) return true;
+  // An updater that only looks whether a service runs holds it for a moment.
+  constexpr std::chrono::seconds kPatience(1);
+  const auto end = std::chrono::steady_clock::now() + kPatience;
+  if (LockUntil(end, file_.get()) != EWOULDBLOCK) return true;
   file_ = Descriptor();
   const auto other = update::ReadRunRecord(file);
   error = "The service runs already in this folder" +

@@ -39,6 +39,7 @@ constexpr auto kCertificateCheck = std::chrono::hours(12);
 /// A machine that changes networks is found at its new address this soon.
 constexpr auto kDiscoveryCheck = std::chrono::seconds(2);
 constexpr auto kUpdateCheck = std::chrono::seconds(5);
+constexpr auto kUpdateRetry = std::chrono::minutes(1);
 
 OriginLists ReadOriginLists() {
   return {GetWholeConfiguration("AllowedOrigins"), GetWholeConfiguration("ManageOrigins"),
@@ -196,18 +197,18 @@ void Service::WatchDiscovery() {
 
 /// An updater may be killed while the service runs. The update would be in progress for ever.
 void Service::WatchUpdates() {
-  if (!self_.watchesUpdates) return;
-  updateTimer_.expires_after(kUpdateCheck);
+  updateTimer_.expires_after(self_.recoveryFailed ? kUpdateRetry : kUpdateCheck);
   updateTimer_.async_wait([this](boost::system::error_code ec) {
     if (ec) return;
     // Only what is still left at the second look: an updater may just be about to take its lock.
     const update::Left before = std::exchange(left_, update::FindLeft(self_.places));
-    beginAnew_ = left_ == update::Left::Programs && before == left_;
+    // Where the start itself could not end it, a further one would not either.
+    beginAnew_ = left_ == update::Left::Programs && before == left_ && !self_.recoveryFailed;
     if (beginAnew_) {
       signals_.cancel();
       return;
     }
-    if (left_ == update::Left::Traces && before == left_) self_.EndEarlierUpdate();
+    if (left_ == update::Left::Traces && before == left_) self_.EndEarlierUpdate(false);
     WatchUpdates();
   });
 }
@@ -272,12 +273,15 @@ int RunService(const Options& options, const std::string& build) {
   const std::string folder = std::filesystem::current_path(ignored).string();
   OwnProcess self{
       build, update::PlacesIn(GetWorkPath()), {::getpid(), program, folder, options.arguments}, {}};
+  for (char** entry = os::Environment(); entry != nullptr && *entry != nullptr; ++entry) {
+    self.record.environment.emplace_back(*entry);
+  }
   if (std::string error; !self.runFile.Take(self.places.run, error)) {
     Complain(error);
     return 1;
   }
   self.runFile.Write(self.record);
-  if (!self.EndEarlierUpdate()) return 1;
+  if (!self.EndEarlierUpdate(true)) return 1;
 
   std::vector<std::string> files = options.modules;
   if (files.empty()) files.push_back(program.substr(0, program.rfind('/') + 1) + DEFAULT_MODULE);
@@ -301,6 +305,7 @@ int RunService(const Options& options, const std::string& build) {
       served = true;
       if (!service.Serve()) {
         // A module still runs: neither its code nor what it refers to may be taken away.
+        if (service.IsToBeginAnew()) self.BeginAnew();
         std::fflush(nullptr);
         std::_Exit(1);
       }

@@ -69,7 +69,8 @@ int FileOperations::MakeFolder(const std::string& path) {
 
 int FileOperations::RemoveTree(const std::string& path) {
   std::error_code error;
-  std::filesystem::remove_all(path, error);
+  // With a separator behind it a link would be followed.
+  std::filesystem::remove_all(path.ends_with('/') ? path.substr(0, path.size() - 1) : path, error);
   return error.value();
 }
 
@@ -96,7 +97,8 @@ int FileOperations::Copy(const std::string& from, const std::string& to, mode_t 
   }
   if (::fchmod(target.get(), mode) != 0) return errno;
   *sha256 = sum.Finish();
-  return os::FlushToDisk(target.get());
+  if (const int error = os::FlushToDisk(target.get())) return error;
+  return ResultOf(::fsync(target.get()));  // the mode, too
 }
 
 int FileOperations::Link(const std::string& from, const std::string& to) {

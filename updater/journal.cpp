@@ -1,6 +1,7 @@
 #include "updater/journal.h"
 
 #include "updater/json_text.h"
+#include "updater/manifest.h"
 
 namespace update {
 
@@ -27,7 +28,7 @@ std::optional<Journal> ParseJournal(const std::string& text) {
   for (const Json::Value& entry : (*root)["files"]) {
     if (!entry.isObject() || !entry["existed"].isBool()) return {};
     const std::string name = TextMember(entry, "name");
-    if (name.empty() || name.find('/') != name.npos) return {};
+    if (!MayBeInstalled(name)) return {};
     journal.files.push_back({name, entry["existed"].asBool()});
   }
   return journal;

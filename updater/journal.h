@@ -23,7 +23,7 @@ struct Journal {
 };
 
 std::string JournalText(const Journal& journal);
-/// Nothing for a text that JournalText did not make.
+/// Nothing for a text that is none, or names a file that no package may install.
 std::optional<Journal> ParseJournal(const std::string& text);
 
 }  // namespace update

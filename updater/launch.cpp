@@ -42,7 +42,7 @@ class SpawnPlan {
     if (error == 0) error = ::posix_spawn_file_actions_addchdir_np(&actions_, order.folder.c_str());
     if (error == 0) error = Open(STDIN_FILENO, "/dev/null", O_RDONLY);
     if (error == 0) {
-      error = Open(STDOUT_FILENO, order.output.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND);
+      error = Open(STDOUT_FILENO, order.output.c_str(), O_WRONLY | O_CREAT | O_APPEND);
     }
     if (error == 0) {
       error = ::posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO);
@@ -71,7 +71,7 @@ std::vector<char*> Pointers(std::vector<std::string>& texts) {
 }
 
 /// An updater that the service started has no environment at all.
-std::vector<std::string> EnvironmentForService() {
+std::vector<std::string> PlainEnvironment() {
   std::vector<std::string> result;
   for (char** entry = os::Environment(); entry != nullptr && *entry != nullptr; ++entry) {
     result.emplace_back(*entry);
@@ -96,13 +96,14 @@ int LaunchDetached(const LaunchOrder& order, pid_t& child) {
   if (const int error = plan.Set(order)) return error;
   std::vector<std::string> arguments = {order.program};
   arguments.insert(arguments.end(), order.arguments.begin(), order.arguments.end());
-  std::vector<std::string> environment = EnvironmentForService();
+  std::vector<std::string> environment =
+      order.environment.empty() ? PlainEnvironment() : order.environment;
   return ::posix_spawn(&child, order.program.c_str(), plan.actions(), plan.attributes(),
                        Pointers(arguments).data(), Pointers(environment).data());
 }
 
 void DetachSelf(const std::string& output) {
-  ::setsid();  // refused to the leader of a group, which a shell's command is: then it stays one
+  ::setsid();  // refused to a leader: the service has made it one already, a shell one of a group
   sigset_t none;
   ::sigemptyset(&none);
   ::sigprocmask(SIG_SETMASK, &none, nullptr);

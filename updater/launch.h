@@ -12,12 +12,14 @@ struct LaunchOrder {
   std::string program;
   std::string folder;
   std::vector<std::string> arguments;
-  std::string output;  ///< a file for what it prints, begun anew
+  std::vector<std::string> environment;  ///< empty: a plain one
+  std::string output;                    ///< a file to which it adds what it prints
 };
 
-/// Starts it in a session of its own, with the signals as a fresh program has them and no
-/// descriptor but the standard ones. It gets the caller's environment, and what the caller itself
-/// was not given: a search path, the user's name and home. Returns 0 or an errno.
+/// Starts it in a session of its own, with the signals as a fresh program has them and of the
+/// caller's descriptors those that are not close-on-exec. A plain environment is the caller's, and
+/// what the caller itself was not given: a search path, the user's name and home. Returns 0 or an
+/// errno.
 int LaunchDetached(const LaunchOrder& order, pid_t& child);
 
 /// Makes the calling process such a one: a session of its own if possible, no signal held back or

@@ -33,7 +33,7 @@ constexpr std::array<std::string_view, 11> kKept = {"qvconfiguration.ini",
                                                     "cert",
                                                     "dump",
                                                     "nginx",
-                                                    "update",
+                                                    "qv.exception",
                                                     "port.lock"};
 
 /// Some file systems take names that differ in case for the same.
@@ -77,7 +77,7 @@ std::string ReadFiles(const Json::Value& list, std::vector<ManifestFile>& files)
                       entry["executable"].isBool() && entry["executable"].asBool()};
     if (!IsPlainName(file.name)) return "The manifest names a file that is no plain file name.";
     const std::string folded = Folded(file.name);
-    if (std::find(kKept.begin(), kKept.end(), folded) != kKept.end()) {
+    if (!MayBeInstalled(file.name)) {
       return "The manifest names " + file.name + ", which no package may replace.";
     }
     if (!seen.insert(folded).second) return "The manifest names " + file.name + " twice.";
@@ -88,6 +88,11 @@ std::string ReadFiles(const Json::Value& list, std::vector<ManifestFile>& files)
 }
 
 }  // namespace
+
+bool MayBeInstalled(std::string_view name) {
+  return IsPlainName(name) &&
+         std::find(kKept.begin(), kKept.end(), Folded(std::string(name))) == kKept.end();
+}
 
 std::optional<Manifest> ParseManifest(const std::string& text, std::string& error) {
   const auto root = ParseObject(text);

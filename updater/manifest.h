@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace update {
@@ -21,6 +22,10 @@ struct Manifest {
 };
 
 inline constexpr const char* MANIFEST_NAME = "manifest.json";
+
+/// Whether a package may install a file of that name: a plain one, and none of the settings, of the
+/// service's folders or of what an update needs itself.
+bool MayBeInstalled(std::string_view name);
 
 /// Nothing, with the reason in `error`, unless every word of it is fit to be acted on: it is for
 /// this product, and each file has a plain name of its own, which is none of the settings' or the

@@ -11,7 +11,7 @@ Places PlacesIn(std::string work) {
   places.log = work + "log/update.log";
   places.output = work + "log/service_output.log";
   places.run = work + "service.run";
-  places.room = work + "update/";
+  places.room = work + ".qv_update/";
   places.fresh = places.room + "new/";
   places.old = places.room + "old/";
   places.journal = places.room + "journal";

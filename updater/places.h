@@ -15,7 +15,8 @@ struct Places {
   std::string output;    ///< what a service that the updater started prints
   std::string run;       ///< who the service is, locked while it runs
   /// The folder of an update under way. It lies beside the programs because files are moved between
-  /// the two in one step. It is there only during an update and after one that was cut short.
+  /// the two in one step. It is there only during an update and after one that was cut short. Its
+  /// name is none that a package may install, nor one that somebody would give a folder of his own.
   std::string room;
   std::string fresh;    ///< the new files, checked, on their way to their places
   std::string old;      ///< the files that they replace

@@ -1,6 +1,7 @@
 #include "updater/recovery.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 
@@ -14,10 +15,15 @@ namespace {
 
 constexpr const char* kMarkKey = "IfUpdate";
 
-bool IsSomethingLeft(const Places& places) {
+/// The room of an update that was cut short; a link or a stranger's folder of that name is none.
+bool IsRoomLeft(const Places& places) {
+  const std::string room = places.room.substr(0, places.room.size() - 1);
   struct stat status {};
-  return IsMarked(places) || ::lstat(places.room.c_str(), &status) == 0;
+  return ::lstat(room.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+         status.st_uid == ::geteuid();
 }
+
+bool IsSomethingLeft(const Places& places) { return IsMarked(places) || IsRoomLeft(places); }
 
 }  // namespace
 
@@ -39,6 +45,7 @@ Recovery Recover(FileOperations& files, const Places& places, const StepsLog& lo
   Recovery recovery;
   std::string error;
   const auto journal = FindJournal(places, error);
+  if (journal) recovery.version = journal->version;
   if (journal && journal->committed) {
     log.Say("An update to " + journal->version + " was cut short when it was done: finishing it.");
     recovery.outcome = Recovery::Outcome::Finished;
@@ -71,13 +78,16 @@ Left FindLeft(const Places& places) {
   return journal && !journal->committed ? Left::Programs : Left::Traces;
 }
 
-Recovery RecoverAtStart(const Places& places) {
+Recovery RecoverAtStart(const Places& places, bool mayTouchPrograms) {
   UpdateLock lock;
   if (!IsSomethingLeft(places) ||
       lock.Take(places.lock, std::chrono::milliseconds(0)) != UpdateLock::Taken::Yes ||
       !IsSomethingLeft(places)) {
     return {};
   }
+  std::string unreadable;
+  const auto journal = FindJournal(places, unreadable);
+  if (journal && !journal->committed && !mayTouchPrograms) return {};
   FileOperations files;
   const StepsLog log(places.log);
   Recovery recovery = Recover(files, places, log);

@@ -12,6 +12,7 @@ namespace update {
 struct Recovery {
   enum class Outcome { Nothing, Finished, Undone, Failed } outcome = Outcome::Nothing;
   bool changed = false;  ///< the programs in the work folder are others than before
+  std::string version;   ///< of the update that was finished or undone
 };
 
 /// The lock is held and no service runs, except the caller. Leaves the mark as it is.
@@ -29,8 +30,8 @@ enum class Left {
   Programs,  ///< it will: only a service at its start may call it
 };
 Left FindLeft(const Places& places);
-/// For a service at its start, before it loads anything: ends what an updater has left, when none
-/// runs, and clears the mark.
-Recovery RecoverAtStart(const Places& places);
+/// Ends what an updater has left, when none runs, and clears the mark. For a service at its start,
+/// before it loads anything; later it may not touch the programs, and leaves alone what needs that.
+Recovery RecoverAtStart(const Places& places, bool mayTouchPrograms = true);
 
 }  // namespace update

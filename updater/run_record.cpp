@@ -12,6 +12,8 @@ std::string RunRecordText(const RunRecord& record) {
   root["folder"] = record.folder;
   root["arguments"] = Json::Value(Json::arrayValue);
   for (const std::string& argument : record.arguments) root["arguments"].append(argument);
+  root["environment"] = Json::Value(Json::arrayValue);
+  for (const std::string& variable : record.environment) root["environment"].append(variable);
   root["port"] = record.port;
   root["ssl_port"] = record.sslPort;
   return ObjectText(root);
@@ -19,15 +21,19 @@ std::string RunRecordText(const RunRecord& record) {
 
 std::optional<RunRecord> ParseRunRecord(const std::string& text) {
   const auto root = ParseObject(text);
-  if (!root || !(*root)["arguments"].isArray()) return {};
+  if (!root || !(*root)["arguments"].isArray() || !(*root)["environment"].isArray()) return {};
   RunRecord record;
   record.pid = NumberMember(*root, "pid");
   record.program = TextMember(*root, "program");
   record.folder = TextMember(*root, "folder");
-  for (const Json::Value& argument : (*root)["arguments"]) {
-    if (!argument.isString()) return {};
-    record.arguments.push_back(argument.asString());
-  }
+  const auto take = [&root](const char* name, std::vector<std::string>& texts) {
+    for (const Json::Value& entry : (*root)[name]) {
+      if (!entry.isString()) return false;
+      texts.push_back(entry.asString());
+    }
+    return true;
+  };
+  if (!take("arguments", record.arguments) || !take("environment", record.environment)) return {};
   record.port = NumberMember(*root, "port");
   record.sslPort = NumberMember(*root, "ssl_port");
   return record;

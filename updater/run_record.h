@@ -1,8 +1,8 @@
 // What a running service tells of itself in a file of its work folder, for the updater that is to
 // end it and to start its successor in the same way.
 //
-// The service keeps a lock on the file while it runs: of a file that can be locked, only the
-// arguments still mean something.
+// The service keeps a lock on the file while it runs: of a file that can be locked, number and
+// ports mean nothing any more.
 #pragma once
 
 #include <optional>
@@ -16,7 +16,8 @@ struct RunRecord {
   std::string program;  ///< full path
   std::string folder;   ///< in which it was started
   std::vector<std::string> arguments;
-  int port = 0;  ///< on which it answers, 0 for none
+  std::vector<std::string> environment;  ///< "NAME=value"
+  int port = 0;                          ///< on which it answers, 0 for none
   int sslPort = 0;
 };
 

@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "platform/file_lock.h"
+#include "platform/os.h"
 #include "updater/health_client.h"
 #include "updater/json_text.h"
 #include "updater/launch.h"
@@ -51,7 +52,8 @@ std::string RunningService::Stop() {
   while (!HoldUntil(Clock::now() + kPause)) {
     // A service that starts at this moment tells its number only after it has locked the file.
     const auto record = ReadRunRecord(places_.run);
-    const bool known = record && record->pid > 1;
+    // A number may be another process's by now: it must still run the program that was recorded.
+    const bool known = record && record->pid > 1 && os::ProgramOf(record->pid) == record->program;
     if (known && record->pid != asked) {
       asked = record->pid;
       ::kill(asked, SIGTERM);
@@ -72,6 +74,7 @@ void RunningService::EndChild() {
   const Time end = Clock::now() + patience_;
   while (!ChildHasEnded()) {
     if (Clock::now() >= end) ::kill(child_, SIGKILL);
+    if (Clock::now() >= end + kDyingTime) return;
     std::this_thread::sleep_for(kPause);
   }
 }
@@ -98,6 +101,7 @@ std::string RunningService::Launch() {
   }
   order.folder = ::access(last.folder.c_str(), X_OK) == 0 ? last.folder : places_.work;
   order.arguments = last.arguments;
+  order.environment = last.environment;
   order.output = places_.output;
   const int error = LaunchDetached(order, child_);
   if (error != 0) child_ = 0;
@@ -110,7 +114,8 @@ std::string RunningService::Start(const std::string& build) {
   std::string problem = Launch();
   const Time end = Clock::now() + patience_;
   while (problem.empty() && !Answers(build, problem)) {
-    if (ChildHasEnded()) {
+    // Somebody else who starts services may have been faster: then that one is asked.
+    if (ChildHasEnded() && !IsRunning()) {
       problem = "The service that was started ended " + end_ + ". Its last words are in " +
                 places_.output + ".";
     } else if (Clock::now() >= end) {
@@ -124,11 +129,11 @@ std::string RunningService::Start(const std::string& build) {
 
 bool RunningService::Answers(const std::string& build, std::string& problem) const {
   const auto record = ReadRunRecord(places_.run);
-  if (!record || record->pid != child_ || record->port + record->sslPort == 0) return false;
+  if (!record || record->pid < 1 || record->port + record->sslPort == 0) return false;
   const bool secure = record->port == 0;
   const auto answer = FetchHealth(secure ? record->sslPort : record->port, secure, kAnswerTime);
   const auto health = answer ? ParseObject(*answer) : std::nullopt;
-  if (!health || NumberMember(*health, "pid") != child_) return false;
+  if (!health || NumberMember(*health, "pid") != record->pid) return false;
   const std::string told = TextMember(*health, "build");
   if (build.empty() || told == build) return true;
   problem =

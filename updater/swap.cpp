@@ -118,6 +118,8 @@ std::string Finish(FileOperations& files, const Places& places, const Journal& j
   if (const int error = files.StoreSettings(places.settings, version)) {
     return Told(error, "Storing the installed version in", places.settings);
   }
+  // In this order on the disk, too.
+  files.SyncFolder(places.work);
   return CleanUp(files, places);
 }
 

@@ -1,5 +1,7 @@
 #include "updater/updater.h"
 
+#include <exception>
+
 #include "updater/recovery.h"
 #include "updater/swap.h"
 
@@ -13,8 +15,16 @@ bool Updater::Good(const std::string& problem) const {
 bool Updater::Run() {
   log_.Say("An update of " + places_.work + " begins.");
   bool installed = false;
-  if (EndEarlier(installed) && !installed && Good(SetMark(files_, places_, true))) {
-    installed = Install();
+  try {
+    std::string finished, error;
+    if (EndEarlier(finished)) {
+      const auto manifest = LoadManifest(places_.package, error);
+      installed = manifest && manifest->version == finished;
+      if (!installed && Good(SetMark(files_, places_, true))) installed = Install();
+    }
+  } catch (const std::exception& problem) {
+    // Whatever it was, a service must run in the end.
+    log_.Say(std::string("The update ends early: ") + problem.what());
   }
   Leave();
   log_.Say(installed ? "The update is done." : "The old version stays.");
@@ -22,14 +32,14 @@ bool Updater::Run() {
 }
 
 /// False when an earlier update can be neither finished nor taken back.
-bool Updater::EndEarlier(bool& finished) {
+bool Updater::EndEarlier(std::string& finishedVersion) {
   std::string error;
   const auto journal = FindJournal(places_, error);
   if (!Good(error)) return false;
   // Files are about to change below it.
   if (journal && !journal->committed && !Good(service_.Stop())) return false;
   const Recovery recovery = Recover(files_, places_, log_);
-  finished = recovery.outcome == Recovery::Outcome::Finished;
+  if (recovery.outcome == Recovery::Outcome::Finished) finishedVersion = recovery.version;
   return recovery.outcome != Recovery::Outcome::Failed;
 }
 
@@ -86,7 +96,7 @@ void Updater::Leave() {
   std::string error;
   bool left = FindJournal(places_, error).has_value();
   // What failed a moment ago may have been a passing trouble.
-  bool finished = false;
+  std::string finished;
   if (left) left = !EndEarlier(finished);
   constexpr int kAttempts = 2;
   for (int i = 0; i < kAttempts && !service_.IsRunning(); ++i) {

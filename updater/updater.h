@@ -18,13 +18,13 @@ class Updater {
   Updater(FileOperations& files, ServiceControl& service, const Places& places, const StepsLog& log)
       : files_(files), service_(service), places_(places), log_(log) {}
 
-  /// Ends what an earlier updater left, installs the package and starts the service. Returns
-  /// whether the version of the package is installed, or the one of an update that only was to be
-  /// finished; else the old version is, and the log tells why.
+  /// Ends what an earlier updater left, installs the package unless that was just what was to be
+  /// finished, and starts the service. Returns whether the version of the package is installed;
+  /// else the old version is, and the log tells why.
   bool Run();
 
  private:
-  bool EndEarlier(bool& finished);
+  bool EndEarlier(std::string& finishedVersion);
   bool Install();
   bool Replace(const Manifest& manifest);
   void TakeBack();

@@ -1,5 +1,7 @@
 // The commands that bring files to this machine: module files, certificates, and a new service,
 // which a program of its own puts in the place of the running one.
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdarg>
@@ -175,6 +177,9 @@ bool ManagerClient::CheckIfAlreadyNewVersion(const std::string& version) {
 bool ManagerClient::CheckIfValid(const std::string& package) {
   const std::string folder = ServiceFolder();
   MakeEmptyFolder(folder);
+  // The updater in it is made writable for everybody before it is started: nobody else may get
+  // there.
+  ::chmod(folder.c_str(), S_IRWXU);
   Compress compress;
   if (compress.Unzip(package.c_str(), folder.c_str())) return true;
   Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, compress.GetErrorDescription(), GetLastError());

@@ -13,23 +13,22 @@ namespace {
 
 constexpr std::chrono::milliseconds kLookEvery{200};
 
-/// A process group of its own, no blocked signal, and SIGPIPE not ignored as it is in the service.
-class OwnGroup {
+/// A session of its own, no blocked signal, and SIGPIPE not ignored as it is in the service.
+class OwnSession {
  public:
-  OwnGroup() {
+  OwnSession() {
     ::posix_spawnattr_init(&attributes_);
     sigset_t signals;
     sigemptyset(&signals);
     ::posix_spawnattr_setsigmask(&attributes_, &signals);
     sigaddset(&signals, SIGPIPE);
     ::posix_spawnattr_setsigdefault(&attributes_, &signals);
-    ::posix_spawnattr_setpgroup(&attributes_, 0);
-    ::posix_spawnattr_setflags(
-        &attributes_, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETPGROUP);
+    ::posix_spawnattr_setflags(&attributes_,
+                               POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSID);
   }
-  ~OwnGroup() { ::posix_spawnattr_destroy(&attributes_); }
-  OwnGroup(const OwnGroup&) = delete;
-  OwnGroup& operator=(const OwnGroup&) = delete;
+  ~OwnSession() { ::posix_spawnattr_destroy(&attributes_); }
+  OwnSession(const OwnSession&) = delete;
+  OwnSession& operator=(const OwnSession&) = delete;
   const posix_spawnattr_t* get() const { return &attributes_; }
 
  private:
@@ -46,10 +45,11 @@ int ChildProcess::Start(std::vector<std::string> words) {
   {
     const std::lock_guard lock(mutex_);
     if (!Ended()) return EBUSY;
-    const OwnGroup group;
+    const OwnSession session;
     pid_t started = 0;
-    const int error = ::posix_spawnp(&started, arguments[0], nullptr, group.get(), arguments.data(),
-                                     /*envp=*/nullptr);
+    const int error =
+        ::posix_spawnp(&started, arguments[0], nullptr, session.get(), arguments.data(),
+                       /*envp=*/nullptr);
     if (error != 0) return error;
     child_ = started;
   }

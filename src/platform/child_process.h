@@ -20,8 +20,8 @@ class ChildProcess {
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   /// Starts `words[0]`, searched for as a shell does when it has no "/", with these arguments and
-  /// without environment. It gets a process group of its own, so that an interrupt typed for the
-  /// service does not end it, and the usual signals. Returns 0, or the errno that tells why it does
+  /// without environment. It gets a session of its own, so that an interrupt typed for the service
+  /// does not end it, and the usual signals. Returns 0, or the errno that tells why it does
   /// not run: EBUSY while an earlier one does.
   int Start(std::vector<std::string> words);
   /// Whether the program that was started last still runs.

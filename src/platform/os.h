@@ -14,6 +14,8 @@ namespace os {
 
 /// Full path of the running executable, "" when the system does not tell.
 std::string ExecutablePath();
+/// The same of another process, by its number.
+std::string ProgramOf(int process);
 /// A number that no other live thread of this process has, the same for the thread's whole life.
 /// Cheap enough to be asked on every lock.
 std::uint32_t ThreadNumber();

@@ -15,9 +15,12 @@
 
 namespace os {
 
-std::string ExecutablePath() {
+std::string ExecutablePath() { return ProgramOf(::getpid()); }
+
+std::string ProgramOf(int process) {
   char path[PATH_MAX];
-  const ssize_t length = ::readlink("/proc/self/exe", path, sizeof path);
+  const std::string link = "/proc/" + std::to_string(process) + "/exe";
+  const ssize_t length = ::readlink(link.c_str(), path, sizeof path);
   if (length <= 0) return {};
   std::string result(path, static_cast<std::size_t>(length));
   // The system marks a file that an update has replaced under the running program.

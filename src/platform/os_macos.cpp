@@ -15,9 +15,11 @@
 
 namespace os {
 
-std::string ExecutablePath() {
+std::string ExecutablePath() { return ProgramOf(::getpid()); }
+
+std::string ProgramOf(int process) {
   char path[PROC_PIDPATHINFO_MAXSIZE];
-  const int length = ::proc_pidpath(::getpid(), path, sizeof path);
+  const int length = ::proc_pidpath(process, path, sizeof path);
   return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
 }
 
