@@ -12,22 +12,6 @@
 #include "discovery/mdns_reader.h"
 #include "discovery/mdns_writer.h"
 
-// Answers are lists; in tests they mostly are one record.
-namespace mdns_wrapper {
-
-inline std::size_t MakeMulticastAnswer(std::span<std::uint8_t> buffer, const mdns_record_t& answer,
-                                       RecordList additional, const mdns_lifetime& lifetime) {
-  return MakeMulticastAnswer(buffer, RecordList(&answer, 1), additional, lifetime);
-}
-
-inline std::size_t MakeUnicastAnswer(std::span<std::uint8_t> buffer, const AskedQuestion& question,
-                                     const mdns_record_t& answer, RecordList authority,
-                                     RecordList additional) {
-  return MakeUnicastAnswer(buffer, question, RecordList(&answer, 1), authority, additional);
-}
-
-}  // namespace mdns_wrapper
-
 namespace mdns_packets {
 
 inline mdns_wrapper::PacketBytes Bytes(std::string_view text) {

@@ -30,8 +30,7 @@ class Profile : public ::testing::Test {
     return written ? 0 : errno;
   }
   std::size_t Files() const {
-    const std::filesystem::directory_iterator files(folder_.path());
-    return static_cast<std::size_t>(std::distance(begin(files), end(files)));
+    return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder_.path()), {}));
   }
 
   const TempFolder folder_;
@@ -86,7 +85,7 @@ TEST_F(Profile, AgreesWithTheModelOnAnyText) {
     for (const char* section : {"A", "", "b", "a]"}) {
       for (const char* key : {"a", "", "[", "Ab"}) {
         ASSERT_EQ(Read(section, key), model.GetKeyValue(section, key, "(default)").c_str())
-            << "seed " << seed << " [" << section << "] " << key << " in\n"
+            << seed << " [" << section << "] " << key << " in\n"
             << content;
       }
     }
@@ -159,7 +158,7 @@ TEST_F(ProfileSafety, AKilledWriterLeavesOneWholeVersion) {
     ::kill(child, SIGKILL);
     EXPECT_EQ(ResultOf(child), -1);
     EXPECT_EQ(Read("S", "one"), Read("S", "two"));
-    EXPECT_GT(std::filesystem::file_size(file_), 20'000u);
+    EXPECT_GT(fs::file_size(file_), 20'000u);
     EXPECT_LE(Files(), 2u) << "what killed writers leave piles up";
   }
   EXPECT_EQ(Write("end"), 0);
@@ -167,23 +166,21 @@ TEST_F(ProfileSafety, AKilledWriterLeavesOneWholeVersion) {
 }
 
 TEST_F(ProfileSafety, WritersOfSeveralProcessesLoseNothing) {
-  const std::string file = file_;
   const std::string link = folder_ / "link.ini";
-  std::filesystem::create_symlink("x.ini", link);  // to a file yet to come
+  fs::create_symlink("x.ini", link);  // to a file yet to come
   constexpr int kKeys = 60;
-  pid_t children[2];
-  for (const int number : {0, 1}) {
-    file_ = number == 0 ? file : link;
-    children[number] = Start([&] {
-      for (int i = 0; i < kKeys; ++i) {
-        if (Write("v", std::to_string(number) + "." + std::to_string(i)) != 0) return 1;
-      }
-      return 0;
-    });
+  std::vector<pid_t> children;
+  for (const std::string& name : {file_, link}) {
+    children.push_back(Start([&] {
+      file_ = name;
+      int failures = 0;
+      for (int i = 0; i < kKeys; ++i) failures += Write("v", name + std::to_string(i)) != 0;
+      return failures;
+    }));
   }
   for (const pid_t child : children) EXPECT_EQ(ResultOf(child), 0);
   CIniFileA stored;
-  ASSERT_TRUE(stored.Load(file));
+  ASSERT_TRUE(stored.Load(file_));
   EXPECT_EQ(stored.GetSection("S")->GetKeys().size(), 2u * kKeys);
   EXPECT_EQ(Files(), 2u);
 }
