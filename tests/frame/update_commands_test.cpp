@@ -89,11 +89,13 @@ class UpdateCommands : public Commands {
  protected:
   UpdateCommands() { fs::remove_all(GetCachePath()); }
 
-  // The reply to an upload as "code description value".
-  std::string Upload(const std::string& parameters, const std::string& body) {
-    HostDouble host;
+  // The reply to an upload of an archive as "code description value".
+  std::string Upload(const std::string& parameters, const Files& files) {
+    MakeZip(temp_ / "made.zip", files);
+    const std::string body = Slurp(temp_ / "made.zip");
     auto payload = std::make_unique<unsigned char[]>(body.size());
     std::copy(body.begin(), body.end(), payload.get());
+    HostDouble host;
     HttpParamRequest request(3, &host,
                              R"({"method":"LoadZipFromBytes","parameter":)" + parameters + "}", 1,
                              0, "", &HostDouble::Wrap, &HostDouble::Take, nullptr, nullptr, nullptr,
@@ -105,25 +107,20 @@ class UpdateCommands : public Commands {
            result[result.size() - 1].asString();
   }
 
-  std::string Zip(const Files& files) {
-    MakeZip(temp_ / "made.zip", files);
-    return Slurp(temp_ / "made.zip");
-  }
-
   const TempFolder temp_;
 };
 
 TEST_F(UpdateCommands, CompareVersionsByTheFirstFieldOrByAllDigits) {
-  for (const auto& [stored, given, isInstalled] :
-       Table<const char*, const char*, bool>{{"13,0,0,404", "13", true},
-                                             {"13,0,0,404", "14", false},
-                                             {"13,0,0,404", "17300531", false},
-                                             {"17, 3, 0, 0531", "17300531", true},
-                                             {"17300531", "18", true},
-                                             {"1 3", "13x", true},
-                                             {"9", "99999999999999999", false},
-                                             {"9,0", "-5", true},
-                                             {"9", "", false}}) {
+  const Table<const char*, const char*, bool> kVersions = {{"13,0,0,404", "13", true},
+                                                           {"13,0,0,404", "14", false},
+                                                           {"13,0,0,404", "17300531", false},
+                                                           {"17, 3, 0, 0531", "17300531", true},
+                                                           {"17300531", "18", true},
+                                                           {"1 3", "13x", true},
+                                                           {"9", "99999999999999999", false},
+                                                           {"9,0", "-5", true},
+                                                           {"9", "", false}};
+  for (const auto& [stored, given, isInstalled] : kVersions) {
     SetConfigurationToInitFile("QVVersion", stored, DEFAULT_SECTION);
     EXPECT_EQ(ManagerClient::CheckIfAlreadyNewVersion(given), isInstalled)
         << stored << "|" << given;
@@ -140,7 +137,7 @@ TEST_F(UpdateCommands, TakeWhatHasNoKindForModuleFiles) {
       {"[1,{}]", GetWorkPath()},     {R"([-7,"1"])", GetWorkPath()},
       {R"([2,"1"])", GetCertPath()}, {R"(["2","../x"])", GetCertPath()}};
   for (const auto& [parameters, folder] : kUploads) {
-    EXPECT_EQ(Upload(parameters, Zip({{"sent/file", parameters}, {"sent/empty", ""}})), "  true");
+    EXPECT_EQ(Upload(parameters, {{"sent/file", parameters}, {"sent/empty", ""}}), "  true");
     EXPECT_EQ(Slurp(folder + "sent/file"), parameters);
     EXPECT_TRUE(fs::exists(folder + "sent/empty"));
     fs::remove_all(folder + "sent");
@@ -153,7 +150,7 @@ TEST_F(UpdateCommands, TellOfEachFileThatDidNotArrive) {
   const Files kBlocked[] = {
       {{"a", "1"}, {"b", "2"}, {"d", "3"}}, {{"b", ""}, {"d", "3"}}, {{"c/d", "1"}, {"d", "3"}}};
   for (const Files& files : kBlocked) {
-    const std::string reply = Upload(R"([2,""])", Zip(files));
+    const std::string reply = Upload(R"([2,""])", files);
     EXPECT_EQ(reply.substr(0, 25), "-2406 Failed to copy dir ") << reply;
     EXPECT_TRUE(fs::is_empty(GetCachePath()));
   }

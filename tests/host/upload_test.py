@@ -12,7 +12,7 @@ import time
 import unittest
 
 import zips
-from service import BIN, MODULE, ServiceTest, wait_until
+from service import BIN, MODULE, ServiceTest, command, wait_until
 
 MIB = 1024 * 1024
 MODULE_FILES, UPDATE, CERTIFICATES = 0, 1, 2
@@ -130,7 +130,7 @@ class Uploads(ServiceTest):
         updating = (False, -2373, "Marvique Service is updating, please wait.")
         self.service.path("Service_15.zip").write_bytes(inner)
         self.assertEqual(self.upload(UPDATE, outer, 14), updating, "the updater still runs")
-        text = '{"method":"CheckUpdateFile","parameter":[]}'
+        text = command("CheckUpdateFile")
         self.assertEqual(self.post("/CheckUpdateFile?qvver=15&", text), updating)
         self.service.path("hold").unlink()
         wait_until(lambda: not self.children(), "no zombie is left")

@@ -233,7 +233,6 @@ INSTANTIATE_TEST_SUITE_P(All, CutOff,
 
 TEST(Package, IsRefusedWhenAFileIsNotWhatTheManifestSays) {
   const Table<const char*, std::function<void(const Installation&)>> cases = {
-      {"other bytes", [](auto& home) { Spit(home.places.package + "module", "other"); }},
       {"lacking", [](auto& home) { fs::remove(home.places.package + "extra"); }},
       {"no manifest", [](auto& home) { fs::remove(home.places.package + MANIFEST_NAME); }},
       {"a link to the right bytes",
