@@ -11,7 +11,7 @@ import zipfile
 DEFLATED = zipfile.ZIP_DEFLATED
 
 
-def archive(*entries, compression=zipfile.ZIP_STORED, zip64=False, mode=0o644):
+def archive(*entries, compression=zipfile.ZIP_STORED, mode=0o644):
     """An archive of (name, content) pairs; a name may come more than once."""
     out = io.BytesIO()
     with warnings.catch_warnings(), zipfile.ZipFile(out, "w", compression) as written:
@@ -20,21 +20,16 @@ def archive(*entries, compression=zipfile.ZIP_STORED, zip64=False, mode=0o644):
             info = zipfile.ZipInfo(name, (2026, 1, 2, 3, 4, 6))
             info.external_attr = (stat.S_IFMT(mode) or stat.S_IFREG | mode) << 16
             info.compress_type = compression
-            with written.open(info, "w", force_zip64=zip64) as target:
-                target.write(content)
+            written.writestr(info, content)
     return out.getvalue()
 
 
 def info_zip(folder, *options, pipe=False):
     """An archive of everything in a folder, made by the program zip."""
-    target = "-" if pipe else str(folder) + ".zip"
-    pathlib.Path(target).unlink(missing_ok=True)
-    made = subprocess.run(["zip", "-q", "-r", *options, target, "."], cwd=folder, check=True,
-                          stdout=subprocess.PIPE)
-    if pipe:
-        return made.stdout
-    with open(target, "rb") as file:
-        return file.read()
+    target = pathlib.Path(f"{folder}.zip")
+    made = subprocess.run(["zip", "-q", "-r", *options, "-" if pipe else target, "."], cwd=folder,
+                          check=True, stdout=subprocess.PIPE).stdout
+    return made if pipe else target.read_bytes()
 
 
 def patched(data, offset_local, offset_central, value):
@@ -49,50 +44,39 @@ def patched(data, offset_local, offset_central, value):
     return bytes(data)
 
 
-def hostile(outside, folder):
+def hostile(outside):
     """Triples: what an archive does, its bytes, and the reason that must be told. `outside` is a
-    folder that none may reach, `folder` one to make archives of."""
+    folder that none may reach."""
     one = ("plain.txt", b"first")
     zeros = archive(("zeros", bytes(1 << 20)), compression=DEFLATED)
     names = {
-        "../leaked": "leads out", "a/../../leaked": "leads out", "..": "leads out",
-        f"{outside}/leaked": "absolute", "C:/leaked": "drive", "c:leaked": "drive",
-        "..\\leaked": "backslash", "a\\b": "backslash", "line\nbreak": "control",
-        "del\x7f": "control", "a//b": "empty part", "./a": "empty part", "/": "absolute",
+        "a/../../leaked": "leads out", f"{outside}/leaked": "absolute", "C:/leaked": "drive",
+        "..\\leaked": "backslash", "del\x7f": "control", "a//b": "empty part", "./a": "empty part",
         "n" * 256: "too long", ("d" * 200 + "/") * 4 + "f": "too long", "d/" * 32 + "f": "too deep",
-        "PLAIN.TXT": "is there twice", "plain.txt": "is there twice",
-        "plain.txt/": "folder and a file", "plain.txt/below": "folder and a file",
+        "PLAIN.TXT": "is there twice", "plain.txt/below": "folder and a file",
     }
     for name, reason in names.items():
         yield f"the name {name[:20]!r}", archive(one, (name, b"")), reason
     yield "NUL in a name", archive(one, ("nul?name", b"x")).replace(b"nul?", b"nul\0"), "control"
     yield "folders that differ in case", archive(("Sub/a", b""), ("sub/b", b"")), "is there twice"
+    yield "a folder twice", archive(("sub/", b""), ("sub/", b"")), "is there twice"
+    yield "a folder's name again", archive(("sub/a", b""), ("sub", b"")), "folder and a file"
     yield "a folder with content", archive(one, ("sub/", b"x")), "folder and a file"
     yield "a file of a folder's kind", archive(("sub", b""), mode=stat.S_IFDIR), "folder and a file"
     yield "a link", archive(one, ("to", b"/etc/passwd"), mode=stat.S_IFLNK), "is a link"
-    (folder / "link").symlink_to(outside)
-    yield "a link made by zip", info_zip(folder, "-y"), "is a link"
-    (folder / "link").unlink()
-    (folder / "secret").write_bytes(b"x" * 100)
-    yield "encrypted by zip", info_zip(folder, "-P", "word"), "is encrypted"
+    yield "encryption", patched(archive(one), 6, 8, b"\1\0"), "is encrypted"
     yield "an unknown compression", patched(archive(one), 8, 10, b"\x5f\0"), "unknown way"
-    yield "bzip2", archive(one, compression=zipfile.ZIP_BZIP2), "unknown way"
     halves = archive(("first half", b""), ("second half", b""))
     for size, data in ((3 << 30, zeros), (3 << 29, halves)):
         yield "3 GiB told", patched(data, 22, 24, struct.pack("<I", size)), "more than 2147483648"
     yield "too little told", patched(zeros, 22, 24, struct.pack("<I", 9)), "wrong checksum"
     yield "too much told", patched(zeros, 22, 24, struct.pack("<I", 9 << 20)), "damaged"
-    yield "a wrong checksum", archive(one).replace(b"first", b"worst"), "wrong checksum"
     yield "damaged bytes", zeros.replace(zeros[60:80], b"\xff" * 20), "damaged"
     yield "20,001 entries", archive(*((str(i), b"") for i in range(20_001))), "more than 20000"
     yield "41,600 folders and files", archive(
         *((f"{i}/{'d/' * 30}f", b"") for i in range(1300))), "one folder too many"
     short = archive(one, ("second", b"x"))
     at = short.rfind(b"PK\1\2")
-    yield "a list without its end", short[:at + 20] + short[short.rfind(b"PK\5\6"):], "Cannot open"
     yield "a broken list", short[:at] + b"XX" + short[at + 2:], "list of the archive's entries"
-    yield "an archive without its end", short[:-30], "Cannot open"
     yield "no entries", b"prefix" + archive(), "holds no files"
-    yield "no entries and no prefix", archive(), "Cannot open"
     yield "nothing", b"", "Cannot open"
-    yield "no archive", b"<html>" * 1000, "Cannot open"

@@ -1,15 +1,12 @@
 // An update that is cut off, or fails, at each of its steps in turn.
-#include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <filesystem>
 #include <functional>
 #include <optional>
 
 #include "platform/file_content.h"
 #include "platform/profile.h"
-#include "support/temp_folder.h"
+#include "support/testing.h"
 #include "updater/recovery.h"
 #include "updater/swap.h"
 #include "updater/updater.h"
@@ -22,11 +19,11 @@ using namespace update;
 enum class Programs { Old, New, Mixed };
 
 /// A work folder with version 1 of "service" and "module", and a package of version 2, which has
-/// "extra" beside them.
+/// "extra" beside them. At most one service runs there, which lives on when an updater is killed.
 struct Installation {
   Installation() {
     for (const char* folder : {"cache", "cache/MarviqueService", "log"}) {
-      std::filesystem::create_directory(folder_ / folder);
+      fs::create_directory(folder_ / folder);
     }
     Spit(folder_ / "service", "old service");
     Spit(folder_ / "module", "old module");
@@ -46,14 +43,12 @@ struct Installation {
   }
 
   Programs Look() const {
-    const std::string service = Slurp(folder_ / "service"), module = Slurp(folder_ / "module");
-    const bool extra = std::filesystem::exists(folder_ / "extra");
-    if (service == "old service" && module == "old module" && !extra) return Programs::Old;
-    if (service == "new service" && module == "new module" &&
-        Slurp(folder_ / "extra") == "new extra") {
-      return Programs::New;
+    std::string all;
+    for (const char* name : {"service", "module", "extra"}) {
+      all += (fs::exists(folder_ / name) ? Slurp(folder_ / name) : "none") + "|";
     }
-    return Programs::Mixed;
+    if (all == "old service|old module|none|") return Programs::Old;
+    return all == "new service|new module|new extra|" ? Programs::New : Programs::Mixed;
   }
 
   std::string Setting(const char* key) const {
@@ -71,144 +66,116 @@ struct Installation {
   void ExpectSettled() const {
     const Programs programs = Look();
     EXPECT_NE(programs, Programs::Mixed);
+    EXPECT_EQ(running, programs);
     EXPECT_EQ(Setting("QVVersion"), programs == Programs::New ? "2" : "1");
     EXPECT_NE(Setting("IfUpdate"), "1");
     EXPECT_EQ(Setting("Mine"), "kept");
-    EXPECT_FALSE(std::filesystem::exists(places.room));
-    EXPECT_FALSE(std::filesystem::exists(folder_ / "not listed"));
+    EXPECT_FALSE(fs::exists(places.room));
+    EXPECT_FALSE(fs::exists(folder_ / "not listed"));
     EXPECT_EQ(Mode("service"), 0750u);
     EXPECT_EQ(Mode("extra"), programs == Programs::New ? 0755u : 0u);
   }
 
   TempFolder folder_;
   Places places = PlacesIn(folder_.path());
-};
-
-/// Counts steps and cuts the run off at one of them: it fails, or the process is killed within it,
-/// which is before it where a step is whole or nothing.
-struct Cut {
-  enum class How { Never, Fails, Killed } how = How::Never;
-  int at = 0;
+  std::optional<Programs> running = Programs::Old;
+  bool hasLinks = true;  ///< whether the file system gives a file two names
+  bool newOneWorks = true;
 };
 
 struct Killed {};
 
+/// Counts the steps of a run and cuts it off at one of them: it fails, or the process is killed
+/// within it, which is before it where a step is whole or nothing.
 class Steps {
  public:
-  explicit Steps(Cut cut) : cut_(cut) {}
+  enum class Cut { Never, Fails, Killed };
+  Steps(const Installation& home, Cut cut, int at) : home_(home), cut_(cut), at_(at) {}
 
   /// Whether the run came as far as the cut.
-  bool Reached() const { return count_ > cut_.at; }
+  bool Reached() const { return count_ > at_; }
 
-  template <class Act, class Failure>
-  Failure Take(
-      Act act, Failure failure, const std::function<void()>& half = [] {}) {
-    const Cut::How how = count_++ == cut_.at ? cut_.how : Cut::How::Never;
-    if (how == Cut::How::Fails) return failure;
-    if (how == Cut::How::Killed) {
-      half();
-      throw Killed();
+  /// Whether the step that begins has to fail. `half` is what a killed one leaves.
+  bool Fails(const std::function<void()>& half = [] {}) {
+    for (const char* name : {"service", "module"}) {
+      EXPECT_TRUE(fs::exists(home_.folder_ / name)) << "a program was missing";
     }
-    return act();
+    if (count_++ != at_ || cut_ == Cut::Never) return false;
+    if (cut_ == Cut::Fails) return true;
+    half();
+    throw Killed();
   }
 
  private:
-  Cut cut_;
+  const Installation& home_;
+  const Cut cut_;
+  const int at_;
   int count_ = 0;
 };
 
 class CutFiles : public FileOperations {
+  using Real = FileOperations;
+
  public:
-  CutFiles(Steps& steps, const Installation& home, bool links)
-      : steps_(steps), home_(home), links_(links) {}
+  CutFiles(Steps& steps, bool hasLinks) : steps_(steps), hasLinks_(hasLinks) {}
 
   int MakeFolder(const std::string& path) override {
-    return Take([&] { return FileOperations::MakeFolder(path); });
+    return steps_.Fails() ? EIO : Real::MakeFolder(path);
   }
   int RemoveTree(const std::string& path) override {
-    const auto half = [&] { std::filesystem::remove_all(path + "old"); };
-    return steps_.Take([&] { return FileOperations::RemoveTree(path); }, EIO, half);
+    return steps_.Fails([&] { fs::remove_all(path + "old"); }) ? EIO : Real::RemoveTree(path);
   }
   int Copy(const std::string& from, const std::string& to, mode_t mode, std::string* sum) override {
-    const auto half = [&] { Spit(to, "half"); };
-    return steps_.Take([&] { return FileOperations::Copy(from, to, mode, sum); }, ENOSPC, half);
+    return steps_.Fails([&] { Spit(to, "half"); }) ? ENOSPC : Real::Copy(from, to, mode, sum);
   }
   int Link(const std::string& from, const std::string& to) override {
-    return Take([&] { return links_ ? FileOperations::Link(from, to) : EPERM; });
+    return steps_.Fails() ? EIO : hasLinks_ ? Real::Link(from, to) : EPERM;
   }
   int Rename(const std::string& from, const std::string& to) override {
-    return Take([&] { return FileOperations::Rename(from, to); });
+    return steps_.Fails() ? EIO : Real::Rename(from, to);
   }
-  int Remove(const std::string& path) override {
-    return Take([&] { return FileOperations::Remove(path); });
-  }
+  int Remove(const std::string& path) override { return steps_.Fails() ? EIO : Real::Remove(path); }
   // No machine stops in these tests, so waiting for the disk would show nothing.
-  int SyncFolder(const std::string&) override {
-    return Take([] { return 0; });
-  }
+  int SyncFolder(const std::string&) override { return steps_.Fails() ? EIO : 0; }
   int Write(const std::string& path, std::string_view content) override {
-    return Take([&] { return WriteWholeFile(path.c_str(), content, 0600, Flush::Later); });
+    return steps_.Fails() ? EIO : WriteWholeFile(path.c_str(), content, 0600, Flush::Later);
   }
   int StoreSettings(const std::string& file, std::span<const ProfileEntry> entries) override {
-    return Take([&] { return FileOperations::StoreSettings(file, entries); });
+    return steps_.Fails() ? EIO : Real::StoreSettings(file, entries);
   }
 
  private:
-  template <class Act>
-  int Take(Act act) {
-    const int result = steps_.Take(act, EIO);
-    for (const char* name : {"service", "module"}) {
-      EXPECT_TRUE(std::filesystem::exists(home_.folder_ / name)) << "a program was missing";
-    }
-    return result;
-  }
-
   Steps& steps_;
-  const Installation& home_;
-  const bool links_;
-};
-
-/// A machine with at most one service, which lives on when an updater is killed.
-struct Machine {
-  std::optional<Programs> running = Programs::Old;
-  bool newOneWorks = true;
+  const bool hasLinks_;
 };
 
 class CutService : public ServiceControl {
  public:
-  CutService(Steps& steps, const Installation& home, Machine& machine)
-      : steps_(steps), home_(home), machine_(machine) {}
+  CutService(Steps& steps, Installation& home) : steps_(steps), home_(home) {}
 
-  bool IsRunning() override { return machine_.running.has_value(); }
+  bool IsRunning() override { return home_.running.has_value(); }
   std::string Stop() override {
-    return steps_.Take(
-        [&] {
-          machine_.running.reset();
-          return std::string();
-        },
-        std::string("It cannot be ended."));
+    if (steps_.Fails()) return "It cannot be ended.";
+    home_.running.reset();
+    return "";
   }
   std::string Start(const std::string&) override {
-    return steps_.Take(
-        [&]() -> std::string {
-          EXPECT_FALSE(machine_.running) << "two services at once";
-          machine_.running = home_.Look();
-          EXPECT_NE(machine_.running, Programs::Mixed);
-          return machine_.running == Programs::New && !machine_.newOneWorks ? "It fails." : "";
-        },
-        std::string("It does not start."));
+    if (steps_.Fails()) return "It does not start.";
+    EXPECT_FALSE(home_.running) << "two services at once";
+    home_.running = home_.Look();
+    EXPECT_NE(home_.running, Programs::Mixed);
+    return home_.running == Programs::New && !home_.newOneWorks ? "It fails." : "";
   }
 
  private:
   Steps& steps_;
-  const Installation& home_;
-  Machine& machine_;
+  Installation& home_;
 };
 
 /// Whether the run said that the new version is installed; nothing when it was killed.
-std::optional<bool> RunUpdater(Installation& home, Machine& machine, Steps& steps, bool links) {
-  CutFiles files(steps, home, links);
-  CutService service(steps, home, machine);
+std::optional<bool> RunUpdater(Installation& home, Steps& steps) {
+  CutFiles files(steps, home.hasLinks);
+  CutService service(steps, home);
   const StepsLog log(home.places.log);
   try {
     return Updater(files, service, home.places, log).Run();
@@ -217,44 +184,41 @@ std::optional<bool> RunUpdater(Installation& home, Machine& machine, Steps& step
   }
 }
 
-struct Setting {
-  bool links = true;  ///< whether the file system gives a file two names
-  bool newOneWorks = true;
-};
+std::optional<bool> RunWhole(Installation& home) {
+  Steps steps(home, Steps::Cut::Never, 0);
+  return RunUpdater(home, steps);
+}
 
-class CutOff : public ::testing::TestWithParam<std::tuple<Cut::How, Setting>> {};
+/// How it is cut off, whether a file may have two names, whether the new service works.
+class CutOff : public ::testing::TestWithParam<std::tuple<Steps::Cut, bool, bool>> {};
 
 TEST_P(CutOff, AtEveryStepItEndsOldOrNew) {
-  const auto [how, setting] = GetParam();
-  const auto [links, newOneWorks] = setting;
-  const Programs wanted = newOneWorks ? Programs::New : Programs::Old;
+  const auto [cut, hasLinks, newOneWorks] = GetParam();
   int at = 0;
   // Each cut twice: then the updater comes again, or the service is started.
   for (bool reached = true; reached && !HasFailure(); ++at) {
     for (const bool updaterComesAgain : {true, false}) {
       SCOPED_TRACE("cut off at step " + std::to_string(at));
       Installation home;
-      Machine machine{Programs::Old, newOneWorks};
-      Steps steps({how, at});
-      const auto result = RunUpdater(home, machine, steps, links);
+      home.hasLinks = hasLinks;
+      home.newOneWorks = newOneWorks;
+      Steps steps(home, cut, at);
+      const auto result = RunUpdater(home, steps);
       reached = steps.Reached();
-      EXPECT_EQ(result.has_value(), how == Cut::How::Fails || !reached);
+      EXPECT_EQ(result.has_value(), cut == Steps::Cut::Fails || !reached);
       if (result) {
         EXPECT_EQ(*result, home.Look() == Programs::New);
-        EXPECT_EQ(machine.running, home.Look());
+        EXPECT_EQ(home.running, home.Look());
       }
       if (updaterComesAgain) {
-        Steps all({Cut::How::Never, 0});
-        EXPECT_EQ(RunUpdater(home, machine, all, links), newOneWorks);
-        EXPECT_EQ(home.Look(), wanted);
-        EXPECT_EQ(machine.running, wanted);
+        EXPECT_EQ(RunWhole(home), newOneWorks);
+        EXPECT_EQ(home.Look(), newOneWorks ? Programs::New : Programs::Old);
       } else {
-        if (!machine.running) machine.running = home.Look();
+        if (!home.running) home.running = home.Look();
         const Recovery recovery = RecoverAtStart(home.places);
         EXPECT_NE(recovery.outcome, Recovery::Outcome::Failed);
         // Where it says that it changed nothing, the service goes on as what it is.
-        if (recovery.changed) machine.running = home.Look();
-        EXPECT_EQ(machine.running, home.Look());
+        if (recovery.changed) home.running = home.Look();
       }
       home.ExpectSettled();
     }
@@ -263,41 +227,31 @@ TEST_P(CutOff, AtEveryStepItEndsOldOrNew) {
 }
 
 INSTANTIATE_TEST_SUITE_P(All, CutOff,
-                         ::testing::Combine(::testing::Values(Cut::How::Fails, Cut::How::Killed),
-                                            ::testing::Values(Setting{}, Setting{true, false},
-                                                              Setting{false, false})));
+                         ::testing::Combine(::testing::Values(Steps::Cut::Fails,
+                                                              Steps::Cut::Killed),
+                                            ::testing::Bool(), ::testing::Bool()));
 
 TEST(Package, IsRefusedWhenAFileIsNotWhatTheManifestSays) {
-  const struct {
-    const char* what;
-    std::function<void(const Installation&)> spoil;
-  } cases[] = {
-      {"other bytes", [](auto& home) { Spit(home.places.package + "module", "other"); }},
-      {"lacking", [](auto& home) { std::filesystem::remove(home.places.package + "extra"); }},
-      {"no manifest",
-       [](auto& home) { std::filesystem::remove(home.places.package + MANIFEST_NAME); }},
+  const Table<const char*, std::function<void(const Installation&)>> cases = {
+      {"lacking", [](auto& home) { fs::remove(home.places.package + "extra"); }},
+      {"no manifest", [](auto& home) { fs::remove(home.places.package + MANIFEST_NAME); }},
       {"a link to the right bytes",
        [](auto& home) {
-         std::filesystem::rename(home.places.package + "module", home.folder_ / "elsewhere");
-         std::filesystem::create_symlink(home.folder_ / "elsewhere",
-                                         home.places.package + "module");
+         fs::rename(home.places.package + "module", home.folder_ / "elsewhere");
+         fs::create_symlink(home.folder_ / "elsewhere", home.places.package + "module");
        }},
       {"a folder in the place of a program",
-       [](auto& home) { std::filesystem::create_directory(home.folder_ / "extra"); }},
+       [](auto& home) { fs::create_directory(home.folder_ / "extra"); }},
   };
   for (const auto& [what, spoil] : cases) {
     SCOPED_TRACE(what);
     Installation home;
     spoil(home);
-    FileOperations files;
-    Machine machine;
-    Steps all({Cut::How::Never, 0});
-    EXPECT_EQ(RunUpdater(home, machine, all, true), false);
-    EXPECT_EQ(machine.running, Programs::Old);
+    EXPECT_EQ(RunWhole(home), false);
+    EXPECT_EQ(home.running, Programs::Old);
     EXPECT_EQ(Slurp(home.folder_ / "module"), "old module");
-    EXPECT_EQ(home.Setting("QVVersion"), "1");
-    EXPECT_EQ(home.Setting("IfUpdate"), "0");
-    EXPECT_FALSE(std::filesystem::exists(home.places.room));
+    EXPECT_EQ(home.Setting("QVVersion") + home.Setting("IfUpdate"), "10");
+    EXPECT_FALSE(fs::exists(home.places.room));
   }
 }
 
