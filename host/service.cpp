@@ -271,8 +271,13 @@ int RunService(const Options& options, const std::string& build) {
   const std::string program = os::ExecutablePath();
   std::error_code ignored;
   const std::string folder = std::filesystem::current_path(ignored).string();
-  OwnProcess self{
-      build, update::PlacesIn(GetWorkPath()), {::getpid(), program, folder, options.arguments}, {}};
+  OwnProcess self;
+  self.build = build;
+  self.places = update::PlacesIn(GetWorkPath());
+  self.record.pid = ::getpid();
+  self.record.program = program;
+  self.record.folder = folder;
+  self.record.arguments = options.arguments;
   for (char** entry = os::Environment(); entry != nullptr && *entry != nullptr; ++entry) {
     self.record.environment.emplace_back(*entry);
   }
