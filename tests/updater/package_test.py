@@ -163,7 +163,7 @@ class Packages(unittest.TestCase):
         # Who is killed while writing the settings leaves one file, which the next write removes.
         kept = {".QVConfiguration.ini.replacement"}
         self.assertEqual([p.name for p in home.folder.iterdir() if p.name not in kept
-                          and (p.name == "update" or p.name.startswith("."))], [])
+                          and p.name.startswith(".")], [])
 
     def test_a_page_uploads_a_package_and_another_one_lies_on_the_disk(self):
         home = self.installed().start()
@@ -265,7 +265,7 @@ class Packages(unittest.TestCase):
             else:
                 # A service that runs looks now and then, one that starts at once.
                 wait_until(lambda: home.keep_running() and home.setting("IfUpdate") != "1"
-                           and not home.path("update").exists(), "the update is ended")
+                           and not home.path(".qv_update").exists(), "the update is ended")
                 expected = {was, (version, build)}
             outcome = home.setting("QVVersion"), home.health()["build"]
             self.assertIn(outcome, expected, home.log())
