@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include <csignal>
 #include <string_view>
 
+#include "platform/descriptor.h"
 #include "platform/os.h"
 
 namespace update {
@@ -16,6 +18,16 @@ namespace update {
 namespace {
 
 constexpr mode_t kOutputMode = 0644;
+
+/// A file to which output can be added, or nothing's: a service must not fail to start for it, nor
+/// wait for somebody who reads it.
+std::string UsableOutput(const std::string& path) {
+  const Descriptor file(
+      ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, kOutputMode));
+  struct stat status {};
+  const bool usable = file && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
+  return usable ? path : "/dev/null";
+}
 
 /// The attributes and file actions of one start.
 class SpawnPlan {
@@ -42,7 +54,7 @@ class SpawnPlan {
     if (error == 0) error = ::posix_spawn_file_actions_addchdir_np(&actions_, order.folder.c_str());
     if (error == 0) error = Open(STDIN_FILENO, "/dev/null", O_RDONLY);
     if (error == 0) {
-      error = Open(STDOUT_FILENO, order.output.c_str(), O_WRONLY | O_CREAT | O_APPEND);
+      error = Open(STDOUT_FILENO, UsableOutput(order.output).c_str(), O_WRONLY | O_APPEND);
     }
     if (error == 0) {
       error = ::posix_spawn_file_actions_adddup2(&actions_, STDOUT_FILENO, STDERR_FILENO);
@@ -114,7 +126,7 @@ void DetachSelf(const std::string& output) {
   const long limit = std::clamp(::sysconf(_SC_OPEN_MAX), 256L, kMostDescriptors);
   for (int descriptor = 3; descriptor < limit; ++descriptor) ::close(descriptor);
   const int nothing = ::open("/dev/null", O_RDWR);
-  int file = ::open(output.c_str(), O_WRONLY | O_APPEND | O_CREAT, kOutputMode);
+  int file = ::open(UsableOutput(output).c_str(), O_WRONLY | O_APPEND);
   if (file < 0) file = nothing;
   ::dup2(nothing, STDIN_FILENO);
   ::dup2(file, STDOUT_FILENO);

@@ -23,7 +23,8 @@ void StepsLog::Say(const std::string& sentence) const {
     if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
   }
   line += '\n';
-  const Descriptor file(::open(file_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+  const Descriptor file(
+      ::open(file_.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_NONBLOCK | O_CLOEXEC, 0644));
   if (file && ::write(file.get(), line.data(), line.size()) < 0) {
     std::perror(file_.c_str());
   }

@@ -130,6 +130,8 @@ std::string Undo(FileOperations& files, const Places& places, const Journal& jou
     const std::string target = places.work + file.name, kept = places.old + file.name;
     int error = 0;
     struct stat status {};
+    // A new file that is still waiting has replaced nothing.
+    if (Look(places.fresh + file.name, status)) continue;
     if (file.existed) {
       // A file that is not kept aside any more has been put back by an Undo that was cut short.
       if (!Look(kept, status) || IsSameFile(kept, target)) continue;
