@@ -27,12 +27,6 @@ const char* KindWord(std::int32_t type) {
   return type == mdns_wrapper::SERVICE_TWAIN_DIRECT ? "twaindirect" : "marvique_private_cloud_scan";
 }
 
-bool IsAdvertisingStored() {
-  std::string alias, tags;
-  int accessMode = -1;
-  return GetEnablemDNSService(alias, tags, accessMode);
-}
-
 bool IsAtWork(const mdns_wrapper::mDNSBase& worker) {
   return worker.isRunning() && !worker.hasGivenUp();
 }
@@ -104,7 +98,7 @@ void Discovery::Browse() {
 
 void Discovery::StartAdvertising() {
   const std::lock_guard lock(mutex_);
-  advertising_ = IsAdvertisingStored();
+  advertising_ = GetEnablemDNSService();
   Advertise();
 }
 
@@ -145,7 +139,7 @@ void Discovery::Watch() {
   const std::lock_guard lock(mutex_);
   if (ended_) return;
   // Of commands that come at once, the one that stored last wins.
-  advertising_ = IsAdvertisingStored();
+  advertising_ = GetEnablemDNSService();
   browsing_ = GetEnablemDNSQueryService();
   if (!advertising_) responder_.stop();
   if (!browsing_) browser_.stop();

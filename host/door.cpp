@@ -7,6 +7,7 @@
 
 #include "frame/command_text.h"
 #include "frame/json_command.h"
+#include "platform/ascii.h"
 
 namespace host {
 
@@ -14,14 +15,6 @@ namespace {
 
 constexpr std::array<std::string_view, 3> kOwnNames = {"localhost", "127.0.0.1", "[::1]"};
 constexpr int kRefused = -2205;
-
-std::string Lower(std::string_view text) {
-  std::string lower(text);
-  for (char& c : lower) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return lower;
-}
 
 /// The names of this machine with the port as the scheme writes it: its default port is left out.
 std::vector<std::string> OwnAddresses(int port, bool secure, std::string_view scheme) {
@@ -85,7 +78,7 @@ bool Door::IsOwn(const std::string& origin) const {
 
 Entry Door::Judge(const std::vector<std::string>& hosts, const std::vector<std::string>& origins,
                   int port, bool secure) const {
-  if (hosts.size() != 1 || !Contains(OwnAddresses(port, secure, ""), Lower(hosts.front()))) {
+  if (hosts.size() != 1 || !Contains(OwnAddresses(port, secure, ""), ascii::Lower(hosts.front()))) {
     return {
         Rights::None,
         {},

@@ -52,15 +52,6 @@ class Sha256 {
   bool good_ = false;
 };
 
-int WriteAll(int file, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(file, bytes.data(), bytes.size());
-    if (count < 0 && errno != EINTR) return errno;
-    if (count > 0) bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return 0;
-}
-
 }  // namespace
 
 int FileOperations::MakeFolder(const std::string& path) {

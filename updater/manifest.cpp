@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "environment/module_identity.h"
+#include "platform/ascii.h"
 #include "platform/file_content.h"
 #include "updater/json_text.h"
 
@@ -36,29 +37,14 @@ constexpr std::array<std::string_view, 11> kKept = {"qvconfiguration.ini",
                                                     "qv.exception",
                                                     "port.lock"};
 
-/// Some file systems take names that differ in case for the same.
-std::string Folded(std::string text) {
-  for (char& c : text) {
-    if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-  }
-  return text;
-}
-
-bool HasControlCharacter(std::string_view text) {
-  return std::any_of(text.begin(), text.end(), [](char c) {
-    const auto byte = static_cast<unsigned char>(c);
-    return byte < 0x20 || byte == 0x7F;
-  });
-}
-
 /// Also no name that begins with a dot: those are hidden, or lead out of the folder.
 bool IsPlainName(std::string_view name) {
   return !name.empty() && name.size() <= kLongestName && !name.starts_with('.') &&
-         name.find_first_of("/\\:") == name.npos && !HasControlCharacter(name);
+         name.find_first_of("/\\:") == name.npos && !ascii::HasControl(name);
 }
 
 bool IsVersion(std::string_view text) {
-  return !text.empty() && text.size() <= kLongestVersion && !HasControlCharacter(text) &&
+  return !text.empty() && text.size() <= kLongestVersion && !ascii::HasControl(text) &&
          text.find_first_of("/\\") == text.npos && text.find("..") == text.npos;
 }
 
@@ -76,7 +62,8 @@ std::string ReadFiles(const Json::Value& list, std::vector<ManifestFile>& files)
     ManifestFile file{TextMember(entry, "name"), TextMember(entry, "sha256"),
                       entry["executable"].isBool() && entry["executable"].asBool()};
     if (!IsPlainName(file.name)) return "The manifest names a file that is no plain file name.";
-    const std::string folded = Folded(file.name);
+    // Some file systems take names that differ in case for the same.
+    const std::string folded = ascii::Lower(file.name);
     if (!MayBeInstalled(file.name)) {
       return "The manifest names " + file.name + ", which no package may replace.";
     }
@@ -91,7 +78,7 @@ std::string ReadFiles(const Json::Value& list, std::vector<ManifestFile>& files)
 
 bool MayBeInstalled(std::string_view name) {
   return IsPlainName(name) &&
-         std::find(kKept.begin(), kKept.end(), Folded(std::string(name))) == kKept.end();
+         std::find(kKept.begin(), kKept.end(), ascii::Lower(name)) == kKept.end();
 }
 
 std::optional<Manifest> ParseManifest(const std::string& text, std::string& error) {

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <ctime>
 
+#include "platform/ascii.h"
 #include "platform/descriptor.h"
 
 namespace update {
@@ -20,7 +21,7 @@ void StepsLog::Say(const std::string& sentence) const {
   std::string line =
       std::string(stamp.data()) + " [" + std::to_string(::getpid()) + "] " + sentence;
   for (char& c : line) {
-    if (static_cast<unsigned char>(c) < 0x20 || c == 0x7F) c = '?';
+    if (ascii::IsControl(c)) c = '?';
   }
   line += '\n';
   const Descriptor file(

@@ -2,12 +2,9 @@
 
 #include <algorithm>
 
+#include "platform/ascii.h"
+
 namespace mdns_wrapper {
-namespace {
-
-constexpr char Lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; }
-
-}  // namespace
 
 void NameText::append(std::string_view label) {
   const std::size_t taken = std::min(label.size(), bytes_.size() - length_);
@@ -55,7 +52,7 @@ std::optional<std::size_t> WalkName(PacketBytes packet, std::size_t offset, Name
 
 bool NamesEqual(std::string_view a, std::string_view b) {
   return std::equal(a.begin(), a.end(), b.begin(), b.end(),
-                    [](char x, char y) { return Lower(x) == Lower(y); });
+                    [](char x, char y) { return ascii::Lower(x) == ascii::Lower(y); });
 }
 
 std::optional<std::string_view> TakeLabel(std::string_view& rest) {

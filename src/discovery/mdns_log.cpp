@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "environment/logging.h"
+#include "platform/ascii.h"
 
 namespace mdns_wrapper {
 
@@ -17,8 +18,7 @@ void mdns_log(const char* format, ...) {
   if (length <= 0) return;
   // The line feed that ends the format is ours.
   char* const end = line + std::min<std::size_t>(length, sizeof line - 1) - 1;
-  std::replace_if(
-      line, end, [](unsigned char c) { return c < 32 || c == 127; }, '?');
+  std::replace_if(line, end, ascii::IsControl, '?');
   LogDebug("%s", line);
 }
 

@@ -1,7 +1,6 @@
 #include "discovery/mdns_network.h"
 
 #include <arpa/inet.h>
-#include <poll.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -62,14 +61,13 @@ std::optional<std::size_t> SystemNetwork::receive(int socket, std::span<std::uin
 void SystemNetwork::wait(std::span<const int> sockets, std::chrono::milliseconds time,
                          const StopRequest& stop, std::vector<int>& readable) {
   readable.clear();
-  std::vector<pollfd> entries;
-  entries.reserve(sockets.size() + 1);
-  for (const int socket : sockets) entries.push_back({socket, POLLIN, 0});
-  entries.push_back({stop.descriptor(), POLLIN, 0});
+  polled_.clear();
+  for (const int socket : sockets) polled_.push_back({socket, POLLIN, 0});
+  polled_.push_back({stop.descriptor(), POLLIN, 0});
   // An interrupted wait is one that ended early.
-  if (::poll(entries.data(), entries.size(), static_cast<int>(time.count())) <= 0) return;
-  entries.pop_back();
-  for (const pollfd& entry : entries) {
+  if (::poll(polled_.data(), polled_.size(), static_cast<int>(time.count())) <= 0) return;
+  polled_.pop_back();
+  for (const pollfd& entry : polled_) {
     if (entry.revents != 0) readable.push_back(entry.fd);
   }
 }

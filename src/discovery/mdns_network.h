@@ -2,6 +2,8 @@
 // world of its own and needs neither a network nor patience.
 #pragma once
 
+#include <poll.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -56,6 +58,9 @@ class SystemNetwork final : public MdnsNetwork {
   void wait(std::span<const int> sockets, std::chrono::milliseconds time, const StopRequest& stop,
             std::vector<int>& readable) override;
   Clock::time_point now() override { return Clock::now(); }
+
+ private:
+  std::vector<pollfd> polled_;  ///< kept, because every packet begins with a wait
 };
 
 /// The group of a family, with its port (RFC 6762, 3).

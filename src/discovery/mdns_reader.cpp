@@ -2,11 +2,11 @@
 
 #include <arpa/inet.h>
 
-#include <algorithm>
 #include <optional>
 
 #include "discovery/mdns_log.h"
 #include "discovery/mdns_words.h"
+#include "platform/ascii.h"
 
 namespace mdns_wrapper {
 
@@ -180,9 +180,7 @@ class RecordParser {
   void pair(std::string_view string) {
     const std::size_t equals = string.find('=');
     const std::string_view key = string.substr(0, equals);
-    const bool printable =
-        std::all_of(key.begin(), key.end(), [](unsigned char c) { return c >= 32 && c != 127; });
-    if (key.empty() || !printable) return;  // RFC 6763, 6.4
+    if (key.empty() || ascii::HasControl(key)) return;  // RFC 6763, 6.4
     const bool hasValue = equals != std::string_view::npos;
     const std::string_view value = hasValue ? string.substr(equals + 1) : std::string_view();
     if (log_.wanted) {

@@ -1,17 +1,11 @@
 #include "discovery/service_record.h"
 
-#include <algorithm>
 #include <string_view>
 
-#include "platform/ini_file.h"
+#include "platform/ascii.h"
 
 namespace mdns_wrapper {
 namespace {
-
-std::string Lower(std::string text) {
-  std::transform(text.begin(), text.end(), text.begin(), ini::Fold);
-  return text;
-}
 
 /// The field that takes the value of a key as it is, null for the other keys.
 std::string* TextField(DNSServiceInfo& info, std::string_view key) {
@@ -37,9 +31,9 @@ DNSServiceInfo serviceInfoFromTxt(const std::string& ipv4, const std::string& ip
   info.ipv4 = ipv4;
   info.ipv6 = ipv6;
   for (const auto& [rawKey, value] : pairs) {
-    const std::string key = Lower(rawKey);
+    const std::string key = ascii::Lower(rawKey);
     if (key == "type") {
-      const std::string kind = Lower(value);
+      const std::string kind = ascii::Lower(value);
       if (kind == "marvique_private_cloud_scan") {
         info.type = SERVICE_PRIVATE_CLOUD_SCAN;
       } else if (kind == "twaindirect") {
@@ -50,7 +44,7 @@ DNSServiceInfo serviceInfoFromTxt(const std::string& ipv4, const std::string& ip
         break;
       }
     } else if (key == "acessmode") {
-      const std::string mode = Lower(value);
+      const std::string mode = ascii::Lower(value);
       if (mode == "password_proetect") {
         info.accessMode = ACCESS_PASSWORD;
       } else if (mode == "anonymous") {

@@ -36,8 +36,10 @@ void WriteInt(const char* key, int value) {
 
 }  // namespace
 
+bool GetEnablemDNSService() { return GetConfigurationfromInitFile(kAdvertise, "FALSE"); }
+
 bool GetEnablemDNSService(std::string& alias, std::string& tags, int& accessMode) {
-  const bool enabled = GetConfigurationfromInitFile(kAdvertise, "FALSE");
+  const bool enabled = GetEnablemDNSService();
   alias = enabled ? ReadText(kAlias) : "";
   tags = enabled ? ReadText(kTags) : "";
   accessMode = enabled ? ReadInt(kAccessMode, -1) : -1;

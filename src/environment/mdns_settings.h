@@ -4,8 +4,10 @@
 
 #include <string>
 
-/// Whether the service is advertised. When it is, its alias, tags and access mode (-1 if none is
-/// stored); otherwise both texts are emptied and the mode is -1.
+/// Whether the service is advertised.
+bool GetEnablemDNSService();
+/// The same, and when it is its alias, tags and access mode (-1 if none is stored); otherwise both
+/// texts are emptied and the mode is -1.
 bool GetEnablemDNSService(std::string& alias, std::string& tags, int& accessMode);
 /// The stored password value, "" if none is.
 std::string GetmDNSServicePwd();

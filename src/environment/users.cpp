@@ -13,6 +13,7 @@
 
 #include "environment/configuration.h"
 #include "environment/logging.h"
+#include "platform/ascii.h"
 #include "platform/os.h"
 #include "util/cutil.h"
 
@@ -63,9 +64,7 @@ std::string DealWithMacHomeDir(const std::string& text) {
 std::string GetFullDomain(const std::string& address) {
   constexpr std::size_t kShortestAddress = 7;
   if (address.empty() || ::strcasecmp(address.c_str(), "null") == 0) return address;
-  std::string lower = address;
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](unsigned char c) { return c >= 'A' && c <= 'Z' ? c + ('a' - 'A') : c; });
+  const std::string lower = ascii::Lower(address);
   if (lower.size() < kShortestAddress) return "";
   if (lower.find("http://") == std::string::npos && lower.find("https://") == std::string::npos) {
     return "";

@@ -2,7 +2,6 @@
 // which a program of its own puts in the place of the running one.
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
@@ -16,6 +15,7 @@
 #include "manager/install_files.h"
 #include "manager/manager_client.h"
 #include "manager/messages.h"
+#include "platform/ascii.h"
 #include "platform/file.h"
 #include "platform/system_time.h"
 #include "platform/text.h"
@@ -99,14 +99,11 @@ void Report(int code, const char* what, const char* why, int error) {
   Report(code, Formatted("%s %s %d", what, why, error));
 }
 
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
-
 /// A version becomes part of the names of folders that are deleted.
 bool IsVersionRefused(const std::string& version) {
   constexpr std::size_t kLongestName = 255;
   const bool isPlain = version.find_first_of("/\\") == version.npos &&
-                       version.find("..") == version.npos &&
-                       std::none_of(version.begin(), version.end(), IsControl);
+                       version.find("..") == version.npos && !ascii::HasControl(version);
   const std::string file = "Service_" + version + ".zip";
   if (isPlain && file.size() <= kLongestName &&
       GetCachePath().size() + sizeof "Update_/" + version.size() + file.size() < kPathBytes) {

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "platform/ascii.h"
+
 namespace {
 
 /// Folders that only the names of others imply count, too: each costs as much as a file.
@@ -9,21 +11,12 @@ constexpr std::size_t kMostNodes = 2 * ZipNames::kMostEntries;
 constexpr const char* kTwice = "is there twice, or differs from another only in case";
 constexpr const char* kBoth = "is a folder and a file at once";
 
-bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 || c == 0x7F; }
-
 bool IsLetter(char c) { return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z'); }
-
-std::string LowerCase(std::string_view text) {
-  std::string lower(text);
-  std::transform(lower.begin(), lower.end(), lower.begin(),
-                 [](char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c + 32) : c; });
-  return lower;
-}
 
 /// Null for a path of plain parts, without the "/" at a folder's end.
 const char* CheckPath(std::string_view path) {
   if (path.size() > ZipNames::kLongestName) return "has too long a name";
-  if (std::any_of(path.begin(), path.end(), IsControl)) return "has control characters in its name";
+  if (ascii::HasControl(path)) return "has control characters in its name";
   if (path.find('\\') != path.npos) return "has a backslash in its name";
   if (path.starts_with('/')) return "has an absolute name";
   if (path.size() > 1 && path[1] == ':' && IsLetter(path[0])) return "names a drive";
@@ -54,7 +47,7 @@ const char* ZipNames::Add(std::string_view name) {
 
 const char* ZipNames::AddFolder(std::string_view path, bool isListed) {
   const auto [at, isNew] =
-      nodes_.try_emplace(LowerCase(path), Node{std::string(path), true, isListed});
+      nodes_.try_emplace(ascii::Lower(path), Node{std::string(path), true, isListed});
   Node& node = at->second;
   if (isNew) return nullptr;
   if (!node.isFolder) return kBoth;
@@ -65,7 +58,7 @@ const char* ZipNames::AddFolder(std::string_view path, bool isListed) {
 
 const char* ZipNames::AddFile(std::string_view path) {
   const auto [at, isNew] =
-      nodes_.try_emplace(LowerCase(path), Node{std::string(path), false, true});
+      nodes_.try_emplace(ascii::Lower(path), Node{std::string(path), false, true});
   if (isNew) return nullptr;
   return at->second.isFolder ? kBoth : kTwice;
 }

@@ -14,6 +14,7 @@
 #include "manager/zip_names.h"
 #include "platform/descriptor.h"
 #include "platform/file.h"
+#include "platform/file_content.h"
 
 namespace {
 
@@ -64,17 +65,6 @@ const char* CheckKind(const unz_file_info64& info, bool isFolder, std::uint64_t 
     return "is a folder and a file at once";
   }
   return nullptr;
-}
-
-bool WriteAll(int file, const char* bytes, std::size_t size) {
-  while (size > 0) {
-    const ssize_t count = ::write(file, bytes, size);
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return false;
-    bytes += count;
-    size -= static_cast<std::size_t>(count);
-  }
-  return true;
 }
 
 }  // namespace
@@ -204,8 +194,8 @@ bool ZipReader::CopyContent(int file, const Entry& entry) {
     const int count = ::unzReadCurrentFile(archive_.get(), buffer_.data(), wanted);
     if (count <= 0) return FailAt(EBADMSG, entry.name, "is damaged");
     const auto size = static_cast<std::size_t>(count);
-    if (!WriteAll(file, buffer_.data(), size)) {
-      return FailAt(errno, entry.name, "cannot be written");
+    if (const int error = WriteAll(file, {buffer_.data(), size})) {
+      return FailAt(error, entry.name, "cannot be written");
     }
     checksum = ::crc32_z(checksum, reinterpret_cast<const Bytef*>(buffer_.data()), size);
     rest -= size;

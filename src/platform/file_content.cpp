@@ -67,17 +67,6 @@ int ReadToEnd(int descriptor, std::string* content) {
   }
 }
 
-int WriteAll(int descriptor, std::string_view content) {
-  while (!content.empty()) {
-    const ssize_t count = ::write(descriptor, content.data(), content.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return errno;
-    if (count == 0) return EIO;
-    content.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return 0;
-}
-
 int CopyRest(int source, int target) {
   const auto buffer = std::make_unique<char[]>(kMostRead);
   ssize_t count = 0;
@@ -219,6 +208,17 @@ int Replace(const char* path, mode_t modeIfNew, Flush flush, Write write) {
 }
 
 }  // namespace
+
+int WriteAll(int descriptor, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t count = ::write(descriptor, content.data(), content.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    if (count == 0) return EIO;
+    content.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
 
 std::string FollowLinks(const char* path) {
   constexpr int kMaxLinks = 40;

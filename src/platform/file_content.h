@@ -29,6 +29,9 @@ class FileView {
   std::string_view text_;
 };
 
+/// Writes all of it to a descriptor. Returns 0 or an errno.
+int WriteAll(int descriptor, std::string_view content);
+
 /// The path that `path` leads to, links followed, also when nothing is there yet.
 std::string FollowLinks(const char* path);
 

@@ -11,6 +11,8 @@
 #include <string_view>
 #include <type_traits>
 
+#include "platform/ascii.h"
+
 /// Erase the leading, the trailing or both runs of characters that are in `set`.
 template <class Char>
 void LTrim(std::basic_string<Char>& text, std::type_identity_t<std::basic_string_view<Char>> set) {
@@ -88,18 +90,12 @@ void VisitLines(std::basic_string_view<Char> text, Visitor& visitor) {
   }
 }
 
-/// ASCII letters to lower case, whatever the locale of the process: a file means the same to every
-/// program that reads it.
-constexpr char Fold(char ch) {
-  return ch >= 'A' && ch <= 'Z' ? static_cast<char>(ch - 'A' + 'a') : ch;
-}
-
 /// Compares names as C strings without ASCII case: negative, 0 or positive. A NUL ends a name.
 constexpr int CompareNames(std::string_view left, std::string_view right) {
   const std::size_t common = left.size() < right.size() ? left.size() : right.size();
   for (std::size_t i = 0; i < common; ++i) {
-    const char a = Fold(left[i]);
-    const char b = Fold(right[i]);
+    const char a = ascii::Lower(left[i]);
+    const char b = ascii::Lower(right[i]);
     if (a != b) return static_cast<unsigned char>(a) - static_cast<unsigned char>(b);
     if (a == '\0') return 0;
   }

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <string>
 
+#include "platform/ascii.h"
 #include "platform/descriptor.h"
 #include "platform/file_content.h"
 #include "platform/file_lock.h"
@@ -25,10 +26,10 @@ class ValueFinder {
   ValueFinder(std::string_view section, std::string_view key, std::string_view defaultValue)
       : section_(ini::Name(section)),
         key_(ini::Name(key)),
-        first_(key_.empty() ? '\0' : ini::Fold(key_.front())),
+        first_(key_.empty() ? '\0' : ascii::Lower(key_.front())),
         value_(defaultValue) {}
 
-  bool WantsKeysFrom(char first) const { return inSection_ && ini::Fold(first) == first_; }
+  bool WantsKeysFrom(char first) const { return inSection_ && ascii::Lower(first) == first_; }
   void OnSection(std::string_view name) {
     inSection_ = ini::CompareNames(ini::Name(name), section_) == 0;
   }
