@@ -3,7 +3,6 @@
 #include "environment/paths.h"
 #include "environment/ports.h"
 #include "environment/program_information.h"
-#include "environment/work_mode.h"
 #include "support/testing.h"
 
 namespace {
@@ -13,8 +12,6 @@ class Configuration : public ::testing::Test {
   Configuration() {
     InitProgramInfo();
     Spit(GetInitFile(), "");
-    Spit(GetUserConfigFile(), "");
-    SetProcessMode(WorkMode::Service);
   }
   static std::string Text(const char* key, const char* def = "", const char* section = nullptr) {
     return GetConfigurationfromInitFile(key, def, section);
@@ -64,18 +61,6 @@ TEST_F(Ports, AreReadUpToTheCountOrTheFirstGap) {
   Spit(GetInitFile(), "[QV]\nPort=-4\nPort_mn_0=a\nPort_mp_0=99999999999\n");
   EXPECT_TRUE(ReadNoSSLPort(true).empty());
   EXPECT_EQ(GetNoSSLPort("a", false), 2147483647);
-}
-
-TEST_F(Ports, AreKeptPerUser) {
-  SavePort("ann", "hvn", true, true, 4001);
-  SavePort("ann", "hvn", false, false, 4002);
-  EXPECT_EQ(Slurp(GetUserConfigFile()), "[ann]\nhvn=4002\nhvn_ssl=4001\nhvn_ssl_def=4001\n");
-  EXPECT_EQ(GetPort("ann", "hvn", true, true), 4001);
-
-  Spit(GetUserConfigFile(), "[]\nqtp_ssl=5001\nhvn_ssl=0\n");
-  EXPECT_TRUE(ReadUserSSLPort().empty());
-  SetProcessMode(WorkMode::UserPorts);
-  EXPECT_EQ(ReadUserSSLPort(), std::vector<int>{5001});
 }
 
 }  // namespace

@@ -2,8 +2,6 @@
 
 #include <regex>
 
-#include "environment/configuration.h"
-#include "environment/log_level.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
 #include "environment/work_mode.h"
@@ -76,17 +74,6 @@ TEST_F(LogFile, KeepsTheLevelsThatTheFileAsksFor) {
   }
   Spit(GetInitFile(), "");
   EXPECT_EQ(LogErr("e"), 0);
-}
-
-TEST_F(LogFile, FullLoggingDoesNotLookAtTheFile) {
-  EXPECT_TRUE(SetLogLevel(14));
-  SetLevel("1");
-  EXPECT_EQ(GetLogLevel(), 14);
-  EXPECT_NE(LogDebug("kept"), 0);
-  EXPECT_EQ(IsDebugMode(), 1);
-  EXPECT_FALSE(SetLogLevel(12));
-  EXPECT_EQ(GetConfigurationfromInitFile("LogLevel", "", DEFAULT_SECTION), "12");
-  EXPECT_EQ(LogErr("dropped"), 0);
 }
 
 TEST_F(LogFile, TakesRawBytesLongTextsAndThePlatformsDiagnostics) {

@@ -11,7 +11,6 @@ TEST(Users, AddressesAreReducedToTheirOrigin) {
   for (const auto& [address, origin] : Table<const char*, const char*>{
            {"", ""},
            {"null", "null"},
-           {"http:", ""},
            {"ftp://host/x", ""},
            {"https://Host.Example:8443/path?q=1", "https://Host.Example:8443"},
            {"https://b\xC3\xBC.de:1/x", "https://xn--b-eha.de:1"},
@@ -38,7 +37,6 @@ TEST(Users, CertificatesAreChosenByHost) {
   EXPECT_EQ(named("local.EXAMPLE"), "|mine.key") << "a configured pair wins";
   EXPECT_EQ(named("scan.products.example"), own);
   EXPECT_EQ(named("127.0.0.1"), "|");
-  EXPECT_EQ(GetScanModuleName(0) + GetScanModuleName(5), "QVSCN2.exeQVSCN2x64.exe");
 }
 
 }  // namespace

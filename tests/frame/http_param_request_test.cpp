@@ -51,9 +51,4 @@ TEST_F(HttpParamRequestTest, TakesAWholeTextAsItIs) {
   }
 }
 
-TEST_F(HttpParamRequestTest, SendsNothingWithoutAConnection) {
-  EXPECT_EQ(host_.Request(R"({"method":"M"})", 1, 0)->SendBackResult(), 0);
-  EXPECT_TRUE(host_.sent.empty());
-}
-
 }  // namespace

@@ -7,20 +7,18 @@
 namespace {
 
 TEST(JsonCommand, FindsTheFunctionOfACommand) {
-  for (const auto& [text, type, name, property] : Table<const char*, int, const char*, const char*>{
-           {R"({"method":"A","event":"B"})", COMMAND_EVENT, "B", ""},
-           {R"({"property":"P","method":"A"})", COMMAND_METHOD, "A", "get"},
-           {R"({"property":"P"})", COMMAND_PROPERTY, "P", "get"},
-           {R"({"property":"P","parameter":[]})", COMMAND_PROPERTY, "P", "set"},
-           {R"({"Method":"A"})", COMMAND_NONE, "", ""},
-           {R"({"method":{"x":1}})", COMMAND_METHOD, "", ""},
-           {R"({"method":5})", COMMAND_METHOD, "5", ""},
-           {"\"method\"", COMMAND_NONE, "", ""},
-           {R"({"method":"A",})", COMMAND_NONE, "", ""}}) {
+  for (const auto& [text, type, name] : Table<const char*, int, const char*>{
+           {R"({"method":"A","event":"B"})", COMMAND_EVENT, "B"},
+           {R"({"property":"P","method":"A"})", COMMAND_METHOD, "A"},
+           {R"({"property":"P"})", COMMAND_PROPERTY, "P"},
+           {R"({"Method":"A"})", COMMAND_NONE, ""},
+           {R"({"method":{"x":1}})", COMMAND_METHOD, ""},
+           {R"({"method":5})", COMMAND_METHOD, "5"},
+           {"\"method\"", COMMAND_NONE, ""},
+           {R"({"method":"A",})", COMMAND_NONE, ""}}) {
     const JsonCommand command(text);
     EXPECT_EQ(command.GetCommandType(), type) << text;
     EXPECT_EQ(command.GetFunctionName(), name) << text;
-    EXPECT_EQ(command.GetPropertyType(), property) << text;
   }
 }
 
@@ -41,16 +39,6 @@ TEST(JsonCommand, RefusesTextsThatGrowWhenTheyAreWrittenBack) {
         "/*\"*/" + towers, "//\"\n" + towers, "//\r" + towers, "\"x\\\\\"," + towers}) {
     EXPECT_FALSE(isCommand(text)) << text.substr(0, 20);
   }
-}
-
-TEST(JsonCommand, TellsTheTypeOfEachParameter) {
-  const JsonCommand command(
-      R"({"parameter":[null,true,-5,4000000000,2.5,"s",[1],{"k":1},10000000000]})");
-  std::vector<int> types;
-  for (int i = 0; i < 10; ++i) types.push_back(command.GetParameterType(i));
-  EXPECT_EQ(types, (std::vector{0, 1, 3, 4, 5, 6, 7, 8, 5, 9}));
-  for (const int i : {-1, INT_MAX, INT_MIN}) EXPECT_EQ(command.GetParameterType(i), 9) << i;
-  EXPECT_EQ(JsonCommand(R"({"parameter":{"a":1}})").GetParameter(0), nullptr);
 }
 
 TEST(JsonCommand, ConvertsParameters) {

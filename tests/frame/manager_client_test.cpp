@@ -19,7 +19,6 @@ class ManagerClientTest : public Commands {
 };
 
 TEST_F(ManagerClientTest, AnswersEachCommand) {
-  const std::string notFound = "-2200|Function not found|false";
   for (const auto& [method, parameters, outcome] : Table<const char*, const char*, std::string>{
            {"ChangePort", "[1,2]", "||true"},
            {"AddFirewall", "[]", "||false"},
@@ -27,8 +26,7 @@ TEST_F(ManagerClientTest, AnswersEachCommand) {
            {"CheckHVNPort", R"(["h",1,2])", "||true"},
            {"GetPorts", "[]", "-2202|Invalid parameter count.|false"},
            {"GetPorts", R"(["unknown"])", "-2408|User SID is empty.|false"},
-           {"getports", "[]", notFound},
-           {"", "[]", notFound}}) {
+           {"getports", "[]", "-2200|Function not found|false"}}) {
     EXPECT_EQ(Outcome(method, parameters), outcome) << method << parameters;
   }
   EXPECT_EQ(Reply("GetLocalIP", "[]"), "[]");
@@ -59,30 +57,6 @@ TEST_F(ManagerClientTest, EchoesTheCommandOfAnUnknownClientUnrun) {
             "in Chrome!|false");
   EXPECT_NE(Reply("Reboot", "[\"kept\"]", 0).find("\"kept\""), std::string::npos);
   EXPECT_TRUE(HostDouble::asked.empty());
-}
-
-// A host that, while it is asked for a restart, runs another command that fails.
-ManagerClient* g_nested = nullptr;
-
-int RunAnother(const char*, const char*, const char*, void*, unsigned int*) {
-  HostDouble host;
-  return g_nested->Function(host.Request(R"({"method":"GetPorts","parameter":["x"]})").get());
-}
-
-TEST_F(ManagerClientTest, KeepsItsOwnErrorWhenTheHostRunsAnotherCommand) {
-  g_nested = &manager_;
-  HostDouble host;
-  manager_.Function(host.Request(R"({"method":"Reboot"})", 1, 1, &RunAnother).get());
-  EXPECT_EQ(host.sent.at(0).text.find("exception"), std::string::npos) << host.sent[0].text;
-}
-
-TEST_F(ManagerClientTest, KnowsUsersAndTheirPorts) {
-  SavePort("ann", "qtp", false, true, 7);
-  const auto ports = manager_.GetAllListenPorts("ann");
-  EXPECT_EQ(ports.at("qtp").sslPort - ports.at("qtp").port, 7);
-  manager_.CloseUserProcess("ann");
-  EXPECT_TRUE(GetUserProcessExitFlag("ann"));
-  EXPECT_EQ(ManagerClient::GetHashCode("zzzzzzz\xFF"), 1813671509);
 }
 
 }  // namespace

@@ -9,24 +9,18 @@ constinit std::atomic<std::time_t> g_now{1000};
 
 std::time_t FakeTime(std::time_t*) { return g_now; }
 
-class VirtualManagerClientTest : public ::testing::Test {
- protected:
-  VirtualManagerClientTest() { InitProgramInfo(); }
-
-  VirtualManagerClient client_{&FakeTime};
-};
-
-TEST_F(VirtualManagerClientTest, IsBusyForThirtySecondsAfterACommand) {
-  EXPECT_EQ(client_.GetWaitTimeout(), 1);
+TEST(VirtualManagerClient, IsBusyForThirtySecondsAfterACommand) {
+  InitProgramInfo();
+  VirtualManagerClient client(&FakeTime);
+  EXPECT_EQ(client.GetWaitTimeout(), 1);
   HostDouble host;
-  client_.DistributeHttpCommand(3, &host, "/qtp/", "{}", 0, &HostDouble::Take, 0, "", nullptr, 0,
-                                nullptr, nullptr, nullptr);
+  client.DistributeHttpCommand(3, &host, "/qtp/", "{}", 0, &HostDouble::Take, 0, "", nullptr, 0,
+                               nullptr, nullptr, nullptr);
   const std::time_t end = g_now;
   for (const auto& [seconds, timeout] : {std::pair{0, 1}, {30, 1}, {31, 100}, {-500, 1}}) {
     g_now = end + seconds;
-    EXPECT_EQ(client_.GetWaitTimeout(), timeout) << seconds;
+    EXPECT_EQ(client.GetWaitTimeout(), timeout) << seconds;
   }
-  g_now = end;
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "platform/ini_file.h"
 
-#include <sstream>
-
 #include "support/testing.h"
 
 using namespace std::string_literals;
@@ -24,47 +22,4 @@ TEST(IniFile, GrammarDecidesWhatIsKeptAndInWhichOrder) {
     file.Parse(text);
     EXPECT_EQ(file.Text(), kept) << what;
   }
-}
-
-TEST(IniFile, EntriesAreAddedFoundRenamedAndRemoved) {
-  CIniFileA file;
-  auto* section = file.AddSection(" Net\t");
-  EXPECT_EQ(file.AddSection("NET"), section);
-  file.SetKeyValue("net", "\tPort ", "80");
-  file.SetKeyValue("net", "Host", "");
-  auto* port = section->GetKey("PORT");
-  ASSERT_NE(port, nullptr);
-  EXPECT_FALSE(port->SetKeyName("HOST"));
-  EXPECT_FALSE(port->SetKeyName("port")) << "an entry stands in its own way";
-  EXPECT_TRUE(file.RenameKey("net", "port", " Address ") && file.RenameSection("NET", "Web"));
-  EXPECT_EQ(section->GetKey("address"), port) << "renaming keeps the entry itself";
-  CIniFileA other;
-  other.AddSection("Web")->AddKey("Host");
-  file.RemoveSection(other.GetSection("Web"));
-  section->RemoveKey(other.GetSection("Web")->GetKey("Host"));
-  EXPECT_EQ(file.Text(), "[Web]\nAddress=80\nHost=\n") << "entries of another file are not ours";
-}
-
-TEST(IniFile, LoadingMergesOrReplacesAndAFailureChangesNothing) {
-  const TempFolder folder;
-  CIniFileA file;
-  file.Parse("[S]\na=old\nb=old\n");
-  EXPECT_FALSE(file.Load(folder / "missing"));
-  std::istringstream more("[s]\nA=new\n");
-  more >> CIniFileA::CIniMergeA(file);
-  EXPECT_EQ(file.Text(), "[S]\na=new\nb=old\n");
-  Spit(folder / "more.ini", more.str());
-  ASSERT_TRUE(file.Load(folder / "more.ini"));
-  EXPECT_EQ(file.Text(), "[s]\nA=new\n");
-}
-
-TEST(WideIniFile, NamesHaveCaseAndMatchTheirBeginnings) {
-  const TempFolder folder;
-  CIniFileW file;
-  file.SetKeyValue(L"S", L"Ports", L"1");
-  EXPECT_EQ(file.GetKeyValue(L"S", L"port", L"none"), L"none");
-  file.SetKeyValue(L"S", L"Port", L"2");
-  CIniFileW again;
-  ASSERT_TRUE(file.Save(str_to_wstr(folder / "w")) && again.Load(str_to_wstr(folder / "w")));
-  EXPECT_EQ(again.Text(), L"[S]\nPorts=2\n");
 }

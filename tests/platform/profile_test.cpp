@@ -68,30 +68,6 @@ TEST_F(Profile, CopiesWhatFitsAndTellsTheFullLength) {
   }
 }
 
-TEST_F(Profile, AgreesWithTheModelOnAnyText) {
-  const std::string_view alphabet("aAbB[]== \t\r\n\n\n;\0", 16);
-  const unsigned int seed = std::random_device()();
-  std::mt19937 random(seed);
-  for (int i = 0; i < 4000; ++i) {
-    std::string content = random() % 2 == 0 ? "[a]\n" : "";
-    for (int lines = 0; lines < 4; ++lines) {
-      for (auto left = random() % 12; left > 0; --left) content += alphabet[random() % 16];
-      content += random() % 2 == 0 ? "\na=" : "\n[a]\n";
-    }
-    if (i % 500 == 0) content.insert(4, std::string(40'000, '\n'));
-    Spit(file_, content);
-    CIniFileA model;
-    model.Parse(content);
-    for (const char* section : {"A", "", "b", "a]"}) {
-      for (const char* key : {"a", "", "[", "Ab"}) {
-        ASSERT_EQ(Read(section, key), model.GetKeyValue(section, key, "(default)").c_str())
-            << seed << " [" << section << "] " << key << " in\n"
-            << content;
-      }
-    }
-  }
-}
-
 TEST_F(Profile, WritesKeepTheRestAndLetNoTextPoseAsALine) {
   const std::string last = "[S]\nA= 2evil=1\nb=3\n[S][T]\nc=4\n";
   for (const auto& [section, key, value, content] :

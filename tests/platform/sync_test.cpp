@@ -24,20 +24,3 @@ TEST(Sync, EventsLetThroughWhatTheyWereSetFor) {
   CloseEvent(manual);
   EXPECT_EQ(WaitForEvent(nullptr, INFINITE), WAIT_FAILED);
 }
-
-TEST(Sync, SemaphoresCountAndTimeOutWithFailure) {
-  SemaphoreHandle semaphore = CreateSemaphore(nullptr, 2, 1, nullptr);
-  ASSERT_NE(semaphore, nullptr);
-  int previous = -7;
-  EXPECT_EQ(ReleaseSemaphore(semaphore, 5, &previous), 1);
-  EXPECT_EQ(previous, 0) << "the initial count is not counted";
-  for (const unsigned int timeout : {0u, 1u, INFINITE}) {
-    EXPECT_EQ(WaitForSemaphone(semaphore, timeout), 0) << "one count a release";
-  }
-  const DWORD start = GetTickCount();
-  EXPECT_EQ(WaitForSemaphone(semaphore, 100), WAIT_FAILED);
-  EXPECT_GE(GetTickCount() - start, 95u);
-  ReleaseSemaphore(semaphore, 1, &previous);
-  EXPECT_EQ(previous, -2);
-  CloseSemaphore(semaphore);
-}

@@ -34,18 +34,4 @@ TEST_F(CUtilTest, CopiesAFolderButNotRoundALoopOfLinks) {
   EXPECT_FALSE(fs::exists(temp_ / "to/sub/up"));
 }
 
-TEST_F(CUtilTest, SavesBytesWithTheirFolders) {
-  const auto save = [this](const char* name, const std::string& data, unsigned int offset) {
-    return CUtil::SaveDataToFileInner((temp_ / name).c_str(),
-                                      reinterpret_cast<const unsigned char*>(data.data()),
-                                      static_cast<unsigned int>(data.size()), offset);
-  };
-  EXPECT_EQ(save("a/b/file", "hello", 0), 0);
-  EXPECT_EQ(save("a/b/file", "LP", 3), 0);
-  EXPECT_EQ(Slurp(temp_ / "a/b/file"), "helLP");
-  EXPECT_EQ(save("missing", "x", 3), 16);
-  EXPECT_FALSE(fs::exists(temp_ / "missing"));
-  EXPECT_EQ(save("a/b/file/below", "x", 0), 16);
-}
-
 }  // namespace

@@ -1,16 +1,10 @@
 #include "util/reader_writer_lock.h"
 
-#include <sys/resource.h>
-
 #include <future>
-#include <latch>
 
-#include "platform/sync.h"
 #include "support/testing.h"
 
 namespace {
-
-using namespace std::chrono_literals;
 
 /// Whether the thread gets a hold, which it gives back at once.
 template <class Lock>
@@ -62,29 +56,6 @@ TYPED_TEST(AnyLock, LetsAWaitingWriterGoBeforeNewReaders) {
   lock.ReleaseReaderLock();
   EXPECT_TRUE(writer.get());
   EXPECT_EQ(OthersMay(lock), "readwrite");
-}
-
-TYPED_TEST(AnyLock, WaitsEvenWhenNoEventCanBeMade) {
-  auto& lock = this->lock_;
-  for (const bool writes : {false, true}) {
-    std::latch held(1), restored(1);
-    std::jthread holder([&] {
-      lock.AcquireWriterLock(0);
-      held.count_down();
-      std::this_thread::sleep_for(50ms);
-      lock.ReleaseWriterLock();
-      restored.wait();  // under a sanitizer a thread that ends needs descriptors, too
-    });
-    held.wait();
-    rlimit limit;
-    EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none = {0, limit.rlim_max};
-    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    EXPECT_EQ(CreateEvent(nullptr, 0, 0, nullptr), nullptr);
-    EXPECT_TRUE(Hold(lock, writes, 10000));
-    EXPECT_EQ(::setrlimit(RLIMIT_NOFILE, &limit), 0);
-    restored.count_down();
-  }
 }
 
 TYPED_TEST(AnyLock, GuardsDataUnderLoadAndLosesNoThread) {
