@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "host/complaint.h"
+#include "platform/os.h"
 #include "updater/recovery.h"
 
 namespace host {
@@ -32,8 +33,10 @@ bool OwnProcess::EndEarlierUpdate(bool atStart) {
     Complain("An update that was cut short has been " +
              std::string(recovery.outcome == Outcome::Undone ? "taken back." : "finished."));
   }
-  if (recovery.changed) BeginAnew();
-  return !recovery.changed;
+  // Another process may have exchanged the programs while this one waited for the run file.
+  const bool isOld = recovery.changed || (atStart && os::IsExecutableReplaced());
+  if (isOld) BeginAnew();
+  return !isOld;
 }
 
 }  // namespace host

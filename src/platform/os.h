@@ -16,6 +16,8 @@ namespace os {
 std::string ExecutablePath();
 /// The same of another process, by its number.
 std::string ProgramOf(int process);
+/// Whether the file that this process runs is not in its place any more, where the system tells.
+bool IsExecutableReplaced();
 /// A number that no other live thread of this process has, the same for the thread's whole life.
 /// Cheap enough to be asked on every lock.
 std::uint32_t ThreadNumber();

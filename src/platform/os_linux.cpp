@@ -15,21 +15,33 @@
 
 namespace os {
 
-std::string ExecutablePath() { return ProgramOf(::getpid()); }
+namespace {
 
-std::string ProgramOf(int process) {
+/// What the system adds to the path of a file that was removed or replaced under its program.
+constexpr std::string_view kReplaced = " (deleted)";
+
+std::string ProgramAsTold(int process) {
   char path[PATH_MAX];
   const std::string link = "/proc/" + std::to_string(process) + "/exe";
   const ssize_t length = ::readlink(link.c_str(), path, sizeof path);
-  if (length <= 0) return {};
-  std::string result(path, static_cast<std::size_t>(length));
-  // The system marks a file that an update has replaced under the running program.
-  constexpr std::string_view kReplaced = " (deleted)";
-  if (result.ends_with(kReplaced) && ::access(result.c_str(), F_OK) != 0) {
-    result.resize(result.size() - kReplaced.size());
-  }
-  return result;
+  return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
 }
+
+bool TellsReplacement(const std::string& path) {
+  return path.ends_with(kReplaced) && ::access(path.c_str(), F_OK) != 0;
+}
+
+}  // namespace
+
+std::string ExecutablePath() { return ProgramOf(::getpid()); }
+
+std::string ProgramOf(int process) {
+  std::string path = ProgramAsTold(process);
+  if (TellsReplacement(path)) path.resize(path.size() - kReplaced.size());
+  return path;
+}
+
+bool IsExecutableReplaced() { return TellsReplacement(ProgramAsTold(::getpid())); }
 
 std::uint32_t ThreadNumber() {
   static thread_local std::uint32_t number = 0;

@@ -23,6 +23,11 @@ std::string ProgramOf(int process) {
   return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
 }
 
+bool IsExecutableReplaced() {
+  const std::string path = ExecutablePath();
+  return !path.empty() && ::access(path.c_str(), F_OK) != 0;
+}
+
 std::uint32_t ThreadNumber() { return ::pthread_mach_thread_np(::pthread_self()); }
 
 std::uint64_t PhysicalFootprint() {
