@@ -12,7 +12,6 @@ TEST(ServiceRecord, TellsKindsAndAccess) {
   for (const auto& [txt, type, accessMode, url] : Table<Txt, int, int, std::string>{
            {{{"type", "MARVIQUE_Private_cloud_scan"}, {"url", "u"}}, 2, 0, "u"},
            {{{"type", "printer"}, {"url", "u"}, {"txtvers", "1"}}, 0, 0, ""},
-           {{{"TYPE", "printer"}, {"acessmode", "password_proetect"}}, 0, 0, ""},
            {{{"URL", "u"}, {"TXTVERS", "1"}, {"type", ""}}, 0, 0, ""},
            {{{"URL", "first"}, {"url", "u"}}, 0, 0, "u"},
            {{{"AcessMode", "password_proetect"}, {"acessmode", ""}}, 0, 1, ""},

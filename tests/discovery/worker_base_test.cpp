@@ -1,11 +1,8 @@
 #include "discovery/worker_base.h"
 
-#include <pthread.h>
-
 #include <functional>
 #include <semaphore>
 #include <stdexcept>
-#include <system_error>
 
 #include "discovery/mdns_network.h"
 #include "support/testing.h"
@@ -64,6 +61,7 @@ TEST(Worker, StartsStopsAndRestarts) {
     EXPECT_EQ(worker.loops, round);
     EXPECT_TRUE(worker.ended.try_acquire()) << "stop did not wait";
   }
+  worker.start();  // to be stopped by the destructor
 }
 
 TEST(Worker, CountsAsRunningUntilItIsStoppedHoweverItsLoopEnds) {
@@ -83,15 +81,6 @@ TEST(Worker, CountsAsRunningUntilItIsStoppedHoweverItsLoopEnds) {
   }
 }
 
-TEST(Worker, MayStopItself) {
-  TestWorker worker(
-      [](TestWorker& self) { EXPECT_TRUE(self.start() && self.stop() && self.shouldStop()); });
-  worker.start();
-  worker.ended.acquire();
-  EXPECT_TRUE(worker.stop());
-  EXPECT_FALSE(worker.isRunning());
-}
-
 TEST(Worker, TakesCommandsFromManyThreads) {
   TestWorker worker(UntilStopped);
   std::vector<std::jthread> commands;
@@ -108,24 +97,5 @@ TEST(Worker, TakesCommandsFromManyThreads) {
   worker.stop();
   EXPECT_FALSE(worker.isRunning());
 }
-
-#ifdef __GLIBC__
-TEST(Worker, IsStoppedWhenThereIsNoThreadAndByItsDestructor) {
-  // Each new thread would get a stack larger than the address space.
-  pthread_attr_t usual, huge;
-  ASSERT_EQ(::pthread_getattr_default_np(&usual), 0);
-  ASSERT_EQ(::pthread_getattr_default_np(&huge), 0);
-  ASSERT_EQ(::pthread_attr_setstacksize(&huge, std::size_t{1} << 50), 0);
-  ASSERT_EQ(::pthread_setattr_default_np(&huge), 0);
-  TestWorker worker(UntilStopped);
-  EXPECT_THROW(worker.start(), std::system_error);
-  EXPECT_FALSE(worker.isRunning());
-  EXPECT_TRUE(worker.stop());
-  ASSERT_EQ(::pthread_setattr_default_np(&usual), 0);
-  for (pthread_attr_t* attributes : {&usual, &huge}) ::pthread_attr_destroy(attributes);
-  EXPECT_TRUE(worker.start());
-  worker.began.acquire();  // to be stopped by the destructor
-}
-#endif
 
 }  // namespace

@@ -133,11 +133,13 @@ class Network(unittest.TestCase):
         Events(self.peer.python("zeroconf_peer.py", "browse")).next("add", patience=15)
 
     def test_an_answer_is_not_answered(self):
+        capture = self.peer.capture("other")
         self.service.start()
         self.advertise(True)
+        wait_for(lambda: capture.packets(f"ip.src=={namespaces.OWN} && dns.resp.ttl==60"),
+                 "it is announced")
         name = b"".join(bytes([len(x)]) + x.encode() for x in TYPE.split("."))
         question = name + struct.pack(">HH", 12, 1)
-        capture = self.peer.capture("other")
         script = (f"import socket; s = socket.socket(type=socket.SOCK_DGRAM); "
                   f"s.bind(('{namespaces.OTHER}', 0)); "
                   f"[s.sendto({struct.pack('>6H', 0, 0x8400, 1, 0, 0, 0) + question!r}, {GROUP}) "

@@ -90,14 +90,14 @@ class PortsAtStart(unittest.TestCase):
             s.start()
             self.assertEqual((s.plain, s.secure), (first, port))
 
-    def test_a_module_that_is_none(self):
-        with open("/proc/self/maps", encoding="utf-8") as maps:
-            library = next(line.split()[-1] for line in maps if "libc.so.6" in line)
-        for module, told in (("/dev/null", "/dev/null cannot be loaded"),
-                             (library, "lacks DoAction, DistributeCommand")):
-            with Service(arguments=("--module", module)) as s:
+    def test_arguments_that_cannot_be(self):
+        for argument, value, code, told in (
+                ("--module", "/dev/null", 1, "/dev/null cannot be loaded"),
+                ("--port", "65536", 2, "--port takes a number from 0 to 65535"),
+                ("--idle-timeout", "0", 2, "--idle-timeout takes seconds from 1 to 86400")):
+            with self.subTest(argument), Service(arguments=(argument, value)) as s:
                 s.start(expect_plain=False, expect_secure=False)
-                s.finish(1)
+                s.finish(code)
                 self.assertIn(told, s.errors())
 
 

@@ -8,7 +8,6 @@ import pathlib
 import re
 import subprocess
 import tempfile
-import time
 import unittest
 
 import zips
@@ -30,7 +29,7 @@ def package(version, updater="QVUpdate", content=UPDATER):
     """An upload of kind 1: an archive that holds the service's package."""
     inner = zips.archive((updater, content.encode()), ("bin/new", b"new"),
                          compression=zips.DEFLATED)
-    return inner, zips.archive((f"Service_{version}.zip", inner))
+    return zips.archive((f"Service_{version}.zip", inner))
 
 
 class Uploads(ServiceTest):
@@ -97,12 +96,10 @@ class Uploads(ServiceTest):
             before = self.tree()
             for what, data, reason in zips.hostile(outside):
                 with self.subTest(what):
-                    started = time.monotonic()
                     value, code, text = self.upload(CERTIFICATES, data)
                     self.assertEqual((value, code), (False, -2405), text)
                     self.assertRegex(text, rf"^Failed to unzip file [ -~]*{reason}[ -~]* \d+$")
                     self.assertEqual((self.tree(), os.listdir(outside)), (before, []))
-                    self.assertLess(time.monotonic() - started, 20)
             # The same door stands before the inner archive of an update.
             inner = zips.archive(("../leaked", b""))
             reply = self.upload(UPDATE, zips.archive(("Service_9.zip", inner)), 9)
@@ -110,13 +107,16 @@ class Uploads(ServiceTest):
             self.assertEqual(self.tree(), before)
 
     def test_an_update_starts_the_updater_and_leaves_it_alone(self):
-        inner, outer = package(14)
+        outer = package(14)
         self.service.set("QVVersion", "13,0,0,404")
         updater = self.cache / "MarviqueService" / "QVUpdate"
         self.assertEqual(self.upload(UPDATE, outer, 13), (True, 0, ""))
         self.assertFalse(self.cache.joinpath("MarviqueService").exists(), "13 is installed")
         self.service.path("hold").touch()
-        self.assertEqual(self.upload(UPDATE, outer, 14), (True, 0, ""))
+        updating = (False, -2373, "Marvique Service is updating, please wait.")
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            both = pool.map(lambda _: self.upload(UPDATE, outer, 14), range(2))
+            self.assertEqual(sorted(both), [updating, (True, 0, "")])
         started = self.service.path("started")
         wait_until(started.exists, "the updater runs")
         program, count, argument, environment, files = started.read_text().split("\n", 4)
@@ -126,10 +126,7 @@ class Uploads(ServiceTest):
         self.assertRegex(files, r"\n(\d+) \1\n$", "its process group is its own")
         self.assertEqual((self.cache / "MarviqueService/bin/new").read_bytes(), b"new")
         self.assertEqual([path.name for path in self.cache.iterdir()], ["MarviqueService"])
-
-        updating = (False, -2373, "Marvique Service is updating, please wait.")
-        self.service.path("Service_15.zip").write_bytes(inner)
-        self.assertEqual(self.upload(UPDATE, outer, 14), updating, "the updater still runs")
+        self.assertNotIn("IfUpdate", self.service.ini.read_text(), "the updater sets it")
         text = command("CheckUpdateFile")
         self.assertEqual(self.post("/CheckUpdateFile?qvver=15&", text), updating)
         self.service.path("hold").unlink()
@@ -138,16 +135,9 @@ class Uploads(ServiceTest):
         self.service.set("IfUpdate", "1")
         self.assertEqual(self.upload(UPDATE, outer, 14), updating)
         self.assertEqual(self.upload(CERTIFICATES, zips.archive(("a", b"a"))), (True, 0, ""))
-        self.service.set("IfUpdate", "0")
-        self.service.path("Service_15.zip").write_bytes(package(15, "QVUpdate.exe")[0])
-        started.unlink()
-        self.assertEqual(self.service.ask("CheckUpdateFile", "15")["result"], ["15", True])
-        wait_until(started.exists, "the updater runs")
-        self.assertEqual(started.read_text().split("\n", 1)[0], f"{updater}.exe")
-        self.assertFalse(self.service.path("Service_15.zip").exists())
 
     def test_updates_that_cannot_begin(self):
-        for outer in package(14, "NoUpdater")[1], package(14, content="no program")[1]:
+        for outer in package(14, "NoUpdater"), package(14, content="no program"):
             self.assertEqual(self.upload(UPDATE, outer, 14),
                              (False, -2407, "Create update progress failed."))
             self.assertIn("\nIfUpdate=0\n", self.service.ini.read_text())
@@ -167,19 +157,22 @@ class Uploads(ServiceTest):
                 self.assertEqual(self.tree(), before)
 
     def test_uploads_at_once_are_not_mixed(self):
-        _, outer = package(14)
-        self.service.path("hold").touch()
         bodies = [zips.archive(*((f"{n}/{i}", bytes([n]) * 5000) for i in range(50)))
                   for n in range(2)]
         with concurrent.futures.ThreadPoolExecutor() as pool:
-            updates = pool.map(lambda _: self.upload(UPDATE, outer, 14)[:2], range(2))
-            self.assertEqual(sorted(updates), [(False, -2373), (True, 0)])
             both = pool.map(lambda body: self.upload(CERTIFICATES, body), bodies)
             self.assertEqual(list(both), [(True, 0, "")] * 2)
         for n in range(2):
             self.assertEqual([(self.cert / str(n) / str(i)).read_bytes() for i in range(50)],
                              [bytes([n]) * 5000] * 50)
-        self.service.path("hold").unlink()
+
+    def test_a_file_that_cannot_arrive_is_told_of(self):
+        (self.cert / "b").mkdir()
+        for content in b"2", b"":
+            files = zips.archive(("a", b"1"), ("b", content), ("d", b"4"))
+            self.assertRegex(str(self.upload(CERTIFICATES, files)),
+                             "False, -2406, 'Failed to copy dir  ")
+            self.assertEqual(self.tree(self.cache), [])
 
     def test_a_full_disk_leaves_the_old_files_whole(self):
         pem = (self.cert / "server.pem").read_bytes()

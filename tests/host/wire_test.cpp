@@ -3,7 +3,6 @@
 
 #include "host/connections.h"
 #include "host/host_services.h"
-#include "host/options.h"
 #include "host/wire_text.h"
 #include "support/testing.h"
 
@@ -22,18 +21,6 @@ TEST(WireText, OnlyValidUtf8LeavesTheService) {
            {"\xF0\x9F\x98\x80\x80", "\xF0\x9F\x98\x80" + mark},
        })
     EXPECT_EQ(host::ToValidUtf8(given), sent);
-}
-
-TEST(WireText, BrowsersAreToldApartByTheirOwnNames) {
-  for (const auto& [agent, type] : Table<const char*, int>{
-           {"", 0},
-           {"Mozilla/5.0 (X11) AppleWebKit/537.36 (KHTML) Chrome/120.0 Safari/537.36", 1},
-           {"Mozilla/5.0 (X11; rv:120.0) Gecko/20100101 Firefox/120.0", 2},
-           {"Mozilla/5.0 (Macintosh) AppleWebKit/605.1 (KHTML) Version/17.0 Safari/605.1", 3},
-           {"Mozilla/5.0 AppleWebKit/537.36 (KHTML) Chrome/120.0 Safari/537.36 Edg/120.0", 4},
-           {"curl/7.88", 5},
-       })
-    EXPECT_EQ(host::BrowserTypeOf(agent), type) << agent;
 }
 
 TEST(Replies, GoToTheConnectionThatIsStillThere) {
@@ -96,24 +83,7 @@ TEST(HostServices, AnswerInTwoCallsAndNeverBeyondTheBuffer) {
   EXPECT_EQ(ask("getBinaryFileInfo", small, &length), 0);
   EXPECT_EQ(length, 3u);
   EXPECT_EQ(small[3], '#');
-  for (const char* name : {"nonsense", static_cast<const char*>(nullptr)}) {
-    EXPECT_EQ(ask(name, nullptr, nullptr), -1);
-  }
-  EXPECT_EQ(ask("restartService", nullptr, nullptr), 0);
-  EXPECT_TRUE(services.TakeRestart());
-  EXPECT_FALSE(services.TakeRestart());
-}
-
-TEST(Options, SayWhatIsWrong) {
-  for (const auto& [words, error] : Table<std::vector<const char*>, std::string>{
-           {{"", "--port", "0", "--ssl-port=65535", "--module", "a.so", "--module=b.so"}, ""},
-           {{"", "--port", "65536"}, "--port takes a number from 0 to 65535"},
-           {{"", "--ssl-port", "-1x"}, "--ssl-port takes a number from 0 to 65535"},
-           {{"", "--port"}, "--port needs a value"},
-           {{"", "--idle-timeout", "0"}, "--idle-timeout takes seconds from 1 to 86400"},
-           {{"", "-x"}, "-x is not an option; --help lists them"}}) {
-    EXPECT_EQ(host::ParseOptions(static_cast<int>(words.size()), words.data()).error, error);
-  }
+  EXPECT_EQ(ask("nonsense", nullptr, nullptr), -1);
 }
 
 }  // namespace

@@ -67,8 +67,7 @@ def hostile(outside):
     yield "encryption", patched(archive(one), 6, 8, b"\1\0"), "is encrypted"
     yield "an unknown compression", patched(archive(one), 8, 10, b"\x5f\0"), "unknown way"
     halves = archive(("first half", b""), ("second half", b""))
-    for size, data in ((3 << 30, zeros), (3 << 29, halves)):
-        yield "3 GiB told", patched(data, 22, 24, struct.pack("<I", size)), "more than 2147483648"
+    yield "3 GiB told", patched(halves, 22, 24, struct.pack("<I", 3 << 29)), "more than 2147483648"
     yield "too little told", patched(zeros, 22, 24, struct.pack("<I", 9)), "wrong checksum"
     yield "too much told", patched(zeros, 22, 24, struct.pack("<I", 9 << 20)), "damaged"
     yield "damaged bytes", zeros.replace(zeros[60:80], b"\xff" * 20), "damaged"

@@ -1,6 +1,4 @@
 // An update that is cut off, or fails, at each of its steps in turn.
-#include <sys/stat.h>
-
 #include <functional>
 #include <optional>
 
@@ -27,7 +25,7 @@ struct Installation {
     }
     Spit(folder_ / "service", "old service");
     Spit(folder_ / "module", "old module");
-    ::chmod((folder_ / "service").c_str(), 0750);
+    fs::permissions(folder_ / "service", fs::perms(0750));
     Spit(places.settings, "[QV]\nMine=kept\nQVVersion=1\n");
     for (const char* name : {"service", "module", "extra"}) {
       Spit(places.package + name, std::string("new ") + name);
@@ -57,10 +55,7 @@ struct Installation {
     return value;
   }
 
-  mode_t Mode(const char* name) const {
-    struct stat status {};
-    return ::stat((folder_ / name).c_str(), &status) == 0 ? status.st_mode & 0777 : 0;
-  }
+  fs::perms Mode(const char* name) const { return fs::status(folder_ / name).permissions(); }
 
   /// Nothing of an update is left, and all that is told fits the programs that lie there.
   void ExpectSettled() const {
@@ -72,13 +67,16 @@ struct Installation {
     EXPECT_EQ(Setting("Mine"), "kept");
     EXPECT_FALSE(fs::exists(places.room));
     EXPECT_FALSE(fs::exists(folder_ / "not listed"));
-    EXPECT_EQ(Mode("service"), 0750u);
-    EXPECT_EQ(Mode("extra"), programs == Programs::New ? 0755u : 0u);
+    EXPECT_EQ(Mode("service"), fs::perms(0750));
+    if (programs == Programs::New) {
+      EXPECT_EQ(Mode("extra"), fs::perms(0755));
+    }
   }
 
   TempFolder folder_;
   Places places = PlacesIn(folder_.path());
   std::optional<Programs> running = Programs::Old;
+  bool wasStopped = false;
   bool hasLinks = true;  ///< whether the file system gives a file two names
   bool newOneWorks = true;
 };
@@ -157,6 +155,7 @@ class CutService : public ServiceControl {
   std::string Stop() override {
     if (steps_.Fails()) return "It cannot be ended.";
     home_.running.reset();
+    home_.wasStopped = true;
     return "";
   }
   std::string Start(const std::string&) override {
@@ -233,6 +232,7 @@ INSTANTIATE_TEST_SUITE_P(All, CutOff,
 
 TEST(Package, IsRefusedWhenAFileIsNotWhatTheManifestSays) {
   const Table<const char*, std::function<void(const Installation&)>> cases = {
+      {"other bytes", [](auto& home) { Spit(home.places.package + "module", "x"); }},
       {"lacking", [](auto& home) { fs::remove(home.places.package + "extra"); }},
       {"no manifest", [](auto& home) { fs::remove(home.places.package + MANIFEST_NAME); }},
       {"a link to the right bytes",
@@ -248,7 +248,7 @@ TEST(Package, IsRefusedWhenAFileIsNotWhatTheManifestSays) {
     Installation home;
     spoil(home);
     EXPECT_EQ(RunWhole(home), false);
-    EXPECT_EQ(home.running, Programs::Old);
+    EXPECT_FALSE(home.wasStopped);
     EXPECT_EQ(Slurp(home.folder_ / "module"), "old module");
     EXPECT_EQ(home.Setting("QVVersion") + home.Setting("IfUpdate"), "10");
     EXPECT_FALSE(fs::exists(home.places.room));
