@@ -96,6 +96,10 @@ int main(int argc, char** argv) {
     return 2;
   }
   const int socket = network.open(interfaces->front(), 0);
+  if (socket < 0) {
+    std::perror("qv_mdns_load: no socket");
+    return 1;
+  }
   Load load(network, socket, GroupOf(interfaces->front().address.family()), argv[1], count);
   load.run(std::chrono::duration<double>(std::strtod(argv[3], nullptr)));
   load.tell();

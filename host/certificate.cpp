@@ -146,12 +146,4 @@ bool KeyMatches(const std::string& certificateText, const std::string& keyText) 
   return certificate && key && X509_check_private_key(certificate.get(), key.get()) == 1;
 }
 
-std::string IsoTime(std::chrono::system_clock::time_point time) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-  std::tm parts{};
-  char text[32];
-  ::gmtime_r(&seconds, &parts);
-  return std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts) > 0 ? text : "";
-}
-
 }  // namespace host

@@ -30,7 +30,4 @@ std::optional<CertificateFacts> ReadCertificate(const std::string& certificate);
 /// Whether the key can be read and belongs to the certificate.
 bool KeyMatches(const std::string& certificate, const std::string& key);
 
-/// As 2024-01-31T23:59:59Z.
-std::string IsoTime(std::chrono::system_clock::time_point time);
-
 }  // namespace host

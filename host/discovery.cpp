@@ -9,7 +9,7 @@
 #include "environment/logging.h"
 #include "environment/mdns_settings.h"
 #include "environment/program_information.h"
-#include "host/certificate.h"
+#include "host/iso_time.h"
 
 namespace host {
 
@@ -68,7 +68,7 @@ Discovery::Addresses Discovery::AddressesNow() {
   return addresses;
 }
 
-DNSServiceInfo Discovery::RecordNow() const {
+DNSServiceInfo Discovery::RecordWith(const Addresses& addresses) const {
   DNSServiceInfo record;
   int accessMode = -1;
   GetEnablemDNSService(record.ty, record.tags, accessMode);
@@ -77,16 +77,16 @@ DNSServiceInfo Discovery::RecordNow() const {
   record.id = GetServiceGUID();
   record.modules = modules_;
   record.os = SystemName();
-  record.ipv4 = advertised_.ipv4;
-  record.ipv6 = advertised_.ipv6;
+  record.ipv4 = addresses.ipv4;
+  record.ipv6 = addresses.ipv6;
   return record;
 }
 
-void Discovery::Advertise() {
+void Discovery::Advertise(const Addresses& addresses) {
   responder_.stop();
   if (ended_ || !advertising_ || port_ == 0) return;
-  advertised_ = AddressesNow();
-  responder_.setServiceInfo(RecordNow());
+  advertised_ = RecordWith(addresses);
+  responder_.setServiceInfo(advertised_);
   responder_.setServicePort(static_cast<std::uint16_t>(port_));
   Start(responder_);
 }
@@ -99,7 +99,7 @@ void Discovery::Browse() {
 void Discovery::StartAdvertising() {
   const std::lock_guard lock(mutex_);
   advertising_ = GetEnablemDNSService();
-  Advertise();
+  Advertise(AddressesNow());
 }
 
 void Discovery::StopAdvertising() {
@@ -132,7 +132,7 @@ void Discovery::Describe(int port, const std::string& modules) {
   if (port_ == port && modules_ == modules) return;
   port_ = port;
   modules_ = modules;
-  Advertise();
+  Advertise(AddressesNow());
 }
 
 void Discovery::Watch() {
@@ -147,9 +147,7 @@ void Discovery::Watch() {
   const Addresses now = AddressesNow();
   // Without any address both stay as they are, so that they are there when one comes back.
   if (now.none()) return;
-  // The responder itself follows an IPv6 address that moves.
-  const bool moved = now.ipv4 != advertised_.ipv4 || now.ipv6.empty() != advertised_.ipv6.empty();
-  if (advertising_ && (moved || !IsAtWork(responder_))) Advertise();
+  if (advertising_ && (!IsAtWork(responder_) || RecordWith(now) != advertised_)) Advertise(now);
   if (browsing_ && !IsAtWork(browser_)) Browse();
 }
 

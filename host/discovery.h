@@ -35,8 +35,8 @@ class Discovery {
   /// separated by commas. When it changes the service is advertised anew; without a port it is not.
   void Describe(int port, const std::string& modules);
   /// To be called every few seconds: makes what runs what the settings say. Advertises anew when
-  /// the machine's addresses have changed, and tries again what could not be done, for want of an
-  /// interface or of a thread.
+  /// they or the machine's addresses have changed, and tries again what could not be done, for want
+  /// of an interface or of a thread.
   void Watch();
 
   /// The services found, in the form in which they are handed to modules.
@@ -54,8 +54,8 @@ class Discovery {
     bool none() const { return ipv4.empty() && ipv6.empty(); }
   };
   static Addresses AddressesNow();
-  mdns_wrapper::DNSServiceInfo RecordNow() const;
-  void Advertise();
+  mdns_wrapper::DNSServiceInfo RecordWith(const Addresses& addresses) const;
+  void Advertise(const Addresses& addresses);
   void Browse();
 
   std::mutex mutex_;
@@ -66,7 +66,7 @@ class Discovery {
   std::atomic<bool> browsing_ = false;
   int port_ = 0;
   std::string modules_;
-  Addresses advertised_;
+  mdns_wrapper::DNSServiceInfo advertised_;
 };
 
 }  // namespace host

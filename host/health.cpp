@@ -2,6 +2,8 @@
 
 #include <json/value.h>
 
+#include "host/iso_time.h"
+
 namespace host {
 
 std::string HealthText(const Health& health) {

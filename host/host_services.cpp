@@ -9,7 +9,7 @@
 #include <string_view>
 
 #include "environment/logging.h"
-#include "host/certificate.h"
+#include "host/iso_time.h"
 
 namespace host {
 

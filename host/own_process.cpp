@@ -25,7 +25,7 @@ void OwnProcess::BeginAnew() {
 
 bool OwnProcess::EndEarlierUpdate(bool atStart) {
   using Outcome = update::Recovery::Outcome;
-  const update::Recovery recovery = update::RecoverAtStart(places, atStart);
+  const update::Recovery recovery = update::RecoverForService(places, atStart);
   recoveryFailed = recovery.outcome == Outcome::Failed;
   if (recoveryFailed) {
     Complain("An update that was cut short cannot be ended: see " + places.log + ".");

@@ -208,7 +208,8 @@ void Service::WatchUpdates() {
       signals_.cancel();
       return;
     }
-    if (left_ == update::Left::Traces && before == left_) self_.EndEarlierUpdate(false);
+    const bool mayEnd = left_ == update::Left::Traces || left_ == update::Left::BehindALock;
+    if (mayEnd && before == left_) self_.EndEarlierUpdate(false);
     WatchUpdates();
   });
 }

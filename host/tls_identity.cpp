@@ -12,6 +12,7 @@
 #include "environment/paths.h"
 #include "environment/users.h"
 #include "host/complaint.h"
+#include "host/iso_time.h"
 #include "platform/file_content.h"
 
 namespace host {

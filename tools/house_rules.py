@@ -27,8 +27,11 @@ ROOMS = {
     "host": ["updater", "frame", "manager", "environment", "discovery", "util", "platform"],
 }
 ENTRANCE = {"exports.cpp", "image_map.cpp", "virtual_manager_client.cpp", "virtual_manager_client.h"}
-# Of the environment, discovery may only log.
-DISCOVERY_ENVIRONMENT = {"environment/logging.h"}
+# Of some rooms another may use a part only: discovery logs, the host ends what an updater left.
+DOORS = {
+    ("discovery", "environment"): {"src/environment/logging.h"},
+    ("host", "updater"): {"updater/places.h", "updater/recovery.h", "updater/run_record.h"},
+}
 
 LONGEST_FILE = 450
 OS_WORDS = re.compile(r"#\s*(if|ifdef|ifndef|elif).*\b(__APPLE__|__linux__|_WIN32|__MACH__|TARGET_OS)")
@@ -75,9 +78,10 @@ def check_includes(sources, say):
             other = room_of(target)
             if other not in (None, room) and other not in ROOMS.get(room, []):
                 say(name, f"{room} may not include {target}")
-            if (room == "discovery" and other == "environment"
-                    and target[len("src/"):] not in DISCOVERY_ENVIRONMENT):
-                say(name, f"discovery may include only logging of the environment, not {target}")
+            door = DOORS.get((room, other))
+            if door is not None and target not in door:
+                say(name, f"of {other}, {room} may include only {', '.join(sorted(door))}, "
+                          f"not {target}")
     done = set()
 
     def walk(name, path):

@@ -7,11 +7,11 @@
 
 #include <array>
 #include <cerrno>
-#include <cstdio>
 #include <filesystem>
 #include <memory>
 
 #include "environment/configuration.h"
+#include "platform/ascii.h"
 #include "platform/descriptor.h"
 #include "platform/file_content.h"
 #include "platform/os.h"
@@ -38,13 +38,7 @@ class Sha256 {
     std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
     unsigned int length = 0;
     if (!good_ || EVP_DigestFinal_ex(context_.get(), digest.data(), &length) != 1) return "";
-    std::string text;
-    for (unsigned int i = 0; i < length; ++i) {
-      char digits[3];
-      std::snprintf(digits, sizeof digits, "%02x", digest[i]);
-      text += digits;
-    }
-    return text;
+    return ascii::Hex({digest.data(), length});
   }
 
  private:
@@ -89,7 +83,7 @@ int FileOperations::Copy(const std::string& from, const std::string& to, mode_t 
   if (::fchmod(target.get(), mode) != 0) return errno;
   *sha256 = sum.Finish();
   if (const int error = os::FlushToDisk(target.get())) return error;
-  return ResultOf(::fsync(target.get()));  // the mode, too
+  return ResultOf(::fsync(target.get()));  // the mode, too, which the data alone need not bring
 }
 
 int FileOperations::Link(const std::string& from, const std::string& to) {

@@ -1,7 +1,6 @@
 // QVUpdate WORKFOLDER: installs the package that is unpacked in the work folder's cache.
 #include <sys/stat.h>
 
-#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -25,10 +24,9 @@ constexpr int kDefaultPatience = 60;
 constexpr int kMostPatience = 3600;
 
 std::chrono::seconds Patience(const update::Places& places) {
-  std::array<char, 16> text{};
-  GetPrivateProfileStringA(DEFAULT_SECTION, "UpdatePatience", "", text.data(), text.size(),
-                           places.settings.c_str());
-  const int seconds = TextToInt(text.data());
+  const std::string text =
+      GetConfigurationfromInitFile("UpdatePatience", "", DEFAULT_SECTION, places.settings.c_str());
+  const int seconds = TextToInt(text.c_str());
   return std::chrono::seconds(seconds >= 1 && seconds <= kMostPatience ? seconds
                                                                        : kDefaultPatience);
 }

@@ -3,17 +3,14 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
-
 #include "environment/configuration.h"
+#include "environment/update_names.h"
 #include "updater/swap.h"
 #include "updater/update_lock.h"
 
 namespace update {
 
 namespace {
-
-constexpr const char* kMarkKey = "IfUpdate";
 
 /// The room of an update that was cut short; a link or a stranger's folder of that name is none.
 bool IsRoomLeft(const Places& places) {
@@ -25,17 +22,33 @@ bool IsRoomLeft(const Places& places) {
 
 bool IsSomethingLeft(const Places& places) { return IsMarked(places) || IsRoomLeft(places); }
 
+/// An updater that is at work leaves nothing.
+Left LookUnder(UpdateLock& lock, const Places& places) {
+  if (!IsSomethingLeft(places)) return Left::Nothing;
+  switch (lock.Take(places.lock, std::chrono::milliseconds(0))) {
+    case UpdateLock::Taken::Yes:
+      break;
+    case UpdateLock::Taken::NoOtherHasIt:
+      return Left::Nothing;
+    case UpdateLock::Taken::NoFailed:
+      return Left::BehindALock;
+  }
+  // Looked at again: an updater may have ended in good order meanwhile.
+  if (!IsSomethingLeft(places)) return Left::Nothing;
+  std::string error;
+  const auto journal = FindJournal(places, error);
+  return journal && !journal->committed ? Left::Programs : Left::Traces;
+}
+
 }  // namespace
 
 bool IsMarked(const Places& places) {
-  std::array<char, 16> value{};
-  GetPrivateProfileStringA(DEFAULT_SECTION, kMarkKey, "0", value.data(), value.size(),
-                           places.settings.c_str());
-  return std::string(value.data()) == "1";
+  return GetConfigurationfromInitFile(UPDATE_MARK_KEY, "0", DEFAULT_SECTION,
+                                      places.settings.c_str()) == "1";
 }
 
 std::string SetMark(FileOperations& files, const Places& places, bool marked) {
-  const ProfileEntry entries[] = {{kMarkKey, marked ? "1" : "0"}};
+  const ProfileEntry entries[] = {{UPDATE_MARK_KEY, marked ? "1" : "0"}};
   if (files.StoreSettings(places.settings, entries) == 0) return "";
   return std::string("The mark of an update in progress cannot be ") +
          (marked ? "set" : "cleared") + " in " + places.settings + ".";
@@ -47,11 +60,11 @@ Recovery Recover(FileOperations& files, const Places& places, const StepsLog& lo
   const auto journal = FindJournal(places, error);
   if (journal) recovery.version = journal->version;
   if (journal && journal->committed) {
-    log.Say("An update to " + journal->version + " was cut short when it was done: finishing it.");
+    log.Say("The update to " + journal->version + " is done but for its end: finishing it.");
     recovery.outcome = Recovery::Outcome::Finished;
     error = Finish(files, places, *journal);
   } else if (journal) {
-    log.Say("An update to " + journal->version + " was cut short: putting the old files back.");
+    log.Say("The update to " + journal->version + " is not done: putting the old files back.");
     recovery.outcome = Recovery::Outcome::Undone;
     error = Undo(files, places, *journal, recovery.changed);
   }
@@ -67,32 +80,24 @@ Recovery Recover(FileOperations& files, const Places& places, const StepsLog& lo
 
 Left FindLeft(const Places& places) {
   UpdateLock lock;
-  // Looked at again under the lock: an updater may have ended in good order meanwhile.
-  if (!IsSomethingLeft(places) ||
-      lock.Take(places.lock, std::chrono::milliseconds(0)) != UpdateLock::Taken::Yes ||
-      !IsSomethingLeft(places)) {
-    return Left::Nothing;
-  }
-  std::string error;
-  const auto journal = FindJournal(places, error);
-  return journal && !journal->committed ? Left::Programs : Left::Traces;
+  return LookUnder(lock, places);
 }
 
-Recovery RecoverAtStart(const Places& places, bool mayTouchPrograms) {
+Recovery RecoverForService(const Places& places, bool mayTouchPrograms) {
   UpdateLock lock;
-  if (!IsSomethingLeft(places) ||
-      lock.Take(places.lock, std::chrono::milliseconds(0)) != UpdateLock::Taken::Yes ||
-      !IsSomethingLeft(places)) {
-    return {};
-  }
-  std::string unreadable;
-  const auto journal = FindJournal(places, unreadable);
-  if (journal && !journal->committed && !mayTouchPrograms) return {};
-  FileOperations files;
+  const Left left = LookUnder(lock, places);
+  if (left == Left::Nothing || (left == Left::Programs && !mayTouchPrograms)) return {};
   const StepsLog log(places.log);
-  Recovery recovery = Recover(files, places, log);
-  if (recovery.outcome == Recovery::Outcome::Failed) return recovery;
-  const std::string error = SetMark(files, places, false);
+  Recovery recovery;
+  std::string error;
+  if (left == Left::BehindALock) {
+    error = "There is no lock to be had on " + places.lock + ".";
+  } else {
+    FileOperations files;
+    recovery = Recover(files, places, log);
+    if (recovery.outcome == Recovery::Outcome::Failed) return recovery;
+    error = SetMark(files, places, false);
+  }
   if (!error.empty()) recovery.outcome = Recovery::Outcome::Failed;
   log.Say(error.empty() ? "The service ended an update that was cut short." : error);
   return recovery;

@@ -26,12 +26,13 @@ std::string SetMark(FileOperations& files, const Places& places, bool marked);
 /// What is left to end by somebody else, because no updater runs.
 enum class Left {
   Nothing,
-  Traces,    ///< RecoverAtStart will not touch the programs
-  Programs,  ///< it will: only a service at its start may call it
+  Traces,       ///< which any service may remove
+  Programs,     ///< to be put back: only a service that has loaded nothing yet may do that
+  BehindALock,  ///< that cannot be taken, though nobody holds it
 };
 Left FindLeft(const Places& places);
-/// Ends what an updater has left, when none runs, and clears the mark. For a service at its start,
-/// before it loads anything; later it may not touch the programs, and leaves alone what needs that.
-Recovery RecoverAtStart(const Places& places, bool mayTouchPrograms = true);
+/// Ends what an updater has left, when none runs, and clears the mark. A service that starts may
+/// touch the programs before it loads anything; later it may not, and leaves alone what needs that.
+Recovery RecoverForService(const Places& places, bool mayTouchPrograms);
 
 }  // namespace update

@@ -28,19 +28,20 @@ constexpr std::chrono::seconds kDyingTime(10);
 
 }  // namespace
 
-/// Locks the run file, which it makes when there has been no service yet.
-bool RunningService::HoldUntil(Time end) {
-  if (hold_) return true;
+/// Locks the run file, which it makes when there has been no service yet. Returns 0; EWOULDBLOCK
+/// when a service runs until `end`; another errno when that cannot be told.
+int RunningService::Hold(Time end) {
+  if (hold_) return 0;
   Descriptor file(::open(places_.run.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file) std::this_thread::sleep_until(end);
-  if (!file || LockUntil(end, file.get()) != 0) return false;
+  if (!file) return errno;
+  if (const int error = LockUntil(end, file.get())) return error;
   hold_ = std::move(file);
-  return true;
+  return 0;
 }
 
 bool RunningService::IsRunning() {
   if (hold_) return false;
-  const bool free = HoldUntil(Clock::now());
+  const bool free = Hold(Clock::now()) == 0;
   hold_ = Descriptor();
   return !free;
 }
@@ -49,11 +50,14 @@ std::string RunningService::Stop() {
   EndChild();
   pid_t asked = 0;
   const Time end = Clock::now() + patience_;
-  while (!HoldUntil(Clock::now() + kPause)) {
+  while (const int error = Hold(Clock::now() + kPause)) {
+    if (error != EWOULDBLOCK)
+      return "No lock on " + places_.run + ": " + std::strerror(error) + ".";
     // A service that starts at this moment tells its number only after it has locked the file.
     const auto record = ReadRunRecord(places_.run);
     // A number may be another process's by now: it must still run the program that was recorded.
-    const bool known = record && record->pid > 1 && os::ProgramOf(record->pid) == record->program;
+    const bool known = record && record->pid > 1 && !record->program.empty() &&
+                       os::ProgramOf(record->pid) == record->program;
     if (known && record->pid != asked) {
       asked = record->pid;
       ::kill(asked, SIGTERM);
@@ -61,7 +65,7 @@ std::string RunningService::Stop() {
     if (Clock::now() < end) continue;
     // It has been asked to end and may still do so at any time, so it must not stay half ended.
     if (known) ::kill(record->pid, SIGKILL);
-    if (HoldUntil(Clock::now() + kDyingTime)) break;
+    if (Hold(Clock::now() + kDyingTime) == 0) break;
     return "The service cannot be ended.";
   }
   return "";

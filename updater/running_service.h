@@ -25,7 +25,7 @@ class RunningService : public ServiceControl {
 
  private:
   using Time = std::chrono::steady_clock::time_point;
-  bool HoldUntil(Time end);
+  int Hold(Time end);
   void EndChild();
   bool ChildHasEnded();
   std::string Launch();

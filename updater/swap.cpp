@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "environment/update_names.h"
 #include "platform/file_content.h"
 
 namespace update {
@@ -114,7 +115,7 @@ std::string Commit(FileOperations& files, const Places& places, Journal& journal
 }
 
 std::string Finish(FileOperations& files, const Places& places, const Journal& journal) {
-  const ProfileEntry version[] = {{"QVVersion", journal.version}};
+  const ProfileEntry version[] = {{INSTALLED_VERSION_KEY, journal.version}};
   if (const int error = files.StoreSettings(places.settings, version)) {
     return Told(error, "Storing the installed version in", places.settings);
   }

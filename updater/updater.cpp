@@ -19,8 +19,11 @@ bool Updater::Run() {
     std::string finished, error;
     if (EndEarlier(finished)) {
       const auto manifest = LoadManifest(places_.package, error);
-      installed = manifest && manifest->version == finished;
-      if (!installed && Good(SetMark(files_, places_, true))) installed = Install();
+      if (manifest && manifest->version == finished) {
+        installed = true;
+      } else if (Good(error) && Good(SetMark(files_, places_, true))) {
+        installed = Install(*manifest);
+      }
     }
   } catch (const std::exception& problem) {
     // Whatever it was, a service must run in the end.
@@ -43,15 +46,9 @@ bool Updater::EndEarlier(std::string& finishedVersion) {
   return recovery.outcome != Recovery::Outcome::Failed;
 }
 
-bool Updater::Install() {
-  std::string error;
-  const auto manifest = LoadManifest(places_.package, error);
-  if (!manifest) return Good(error);
-  log_.Say("The package holds version " + manifest->version + ".");
-  return Replace(*manifest);
-}
-
-bool Updater::Replace(const Manifest& manifest) {
+/// What fails behind the journal is taken back by Leave.
+bool Updater::Install(const Manifest& manifest) {
+  log_.Say("The package holds version " + manifest.version + ".");
   Journal journal;
   if (!Good(Prepare(files_, places_, manifest, journal))) {
     Good(CleanUp(files_, places_));
@@ -72,33 +69,19 @@ bool Updater::Replace(const Manifest& manifest) {
     log_.Say("The new service serves.");
     problem = Commit(files_, places_, journal);
   }
-  if (!Good(problem)) {
-    TakeBack();
-    return false;
-  }
+  if (!Good(problem)) return false;
   Good(Finish(files_, places_, journal));
   return true;
-}
-
-void Updater::TakeBack() {
-  std::string error;
-  const auto journal = FindJournal(places_, error);
-  if (!Good(error) || !journal || !Good(service_.Stop())) return;
-  bool changed = false;
-  if (!Good(Undo(files_, places_, *journal, changed))) return;
-  log_.Say("The old files are in their places again.");
-  Good(CleanUp(files_, places_));
 }
 
 /// Whatever happened, a service runs in the end if one can. The mark stays as long as there is
 /// something to finish or to take back: the next start of the service or of the updater does it.
 void Updater::Leave() {
-  std::string error;
-  bool left = FindJournal(places_, error).has_value();
-  // What failed a moment ago may have been a passing trouble.
-  std::string finished;
-  if (left) left = !EndEarlier(finished);
+  // What fails once may be a passing trouble.
   constexpr int kAttempts = 2;
+  std::string error, finished;
+  bool left = FindJournal(places_, error).has_value();
+  for (int i = 0; i < kAttempts && left; ++i) left = !EndEarlier(finished);
   for (int i = 0; i < kAttempts && !service_.IsRunning(); ++i) {
     log_.Say("The service is started.");
     Good(service_.Start(""));

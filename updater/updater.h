@@ -25,9 +25,7 @@ class Updater {
 
  private:
   bool EndEarlier(std::string& finishedVersion);
-  bool Install();
-  bool Replace(const Manifest& manifest);
-  void TakeBack();
+  bool Install(const Manifest& manifest);
   void Leave();
   /// Logs a problem; true when there is none.
   bool Good(const std::string& problem) const;

@@ -9,12 +9,10 @@
 namespace mdns_wrapper {
 namespace {
 
-/// The interface's loopback flag covers what the addresses do not tell: lo may have a link-local
-/// address, too.
+/// Whatever address the loopback interface has, no other machine reaches it.
 bool IsUsable(const ifaddrs& entry, const SocketAddress& address) {
   constexpr unsigned int kConnected = IFF_UP | IFF_RUNNING;
-  if ((entry.ifa_flags & kConnected) != kConnected || address.isLoopback()) return false;
-  return (entry.ifa_flags & IFF_LOOPBACK) == 0 || !address.isLinkLocal();
+  return (entry.ifa_flags & (kConnected | IFF_LOOPBACK)) == kConnected && !address.isLoopback();
 }
 
 }  // namespace

@@ -282,15 +282,14 @@ std::size_t MakeMulticastAnswer(std::span<std::uint8_t> buffer, RecordList answe
 }
 
 std::size_t MakeUnicastAnswer(std::span<std::uint8_t> buffer, const AskedQuestion& question,
-                              RecordList answer, RecordList authority, RecordList additional,
-                              const mdns_lifetime& lifetime) {
+                              RecordList answer, RecordList authority, RecordList additional) {
   Builder packet(buffer);
   packet.addHeader(question.queryId, kAnswerFlags, 1, CountOf(answer), CountOf(authority),
                    CountOf(additional));
   packet.addQuestion(question.name, question.type, question.qclass);
-  packet.addRecords(answer, lifetime);
-  packet.addRecords(authority, lifetime);
-  packet.addRecords(additional, lifetime);
+  packet.addRecords(answer, MDNS_UNICAST_ANSWER);
+  packet.addRecords(authority, MDNS_UNICAST_ANSWER);
+  packet.addRecords(additional, MDNS_UNICAST_ANSWER);
   return packet.size();
 }
 

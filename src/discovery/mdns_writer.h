@@ -90,7 +90,6 @@ struct AskedQuestion {
 };
 /// An answer that repeats the question.
 std::size_t MakeUnicastAnswer(std::span<std::uint8_t> buffer, const AskedQuestion& question,
-                              RecordList answer, RecordList authority, RecordList additional,
-                              const mdns_lifetime& lifetime = MDNS_UNICAST_ANSWER);
+                              RecordList answer, RecordList authority, RecordList additional);
 
 }  // namespace mdns_wrapper

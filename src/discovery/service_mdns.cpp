@@ -58,7 +58,7 @@ class ServiceLoop {
     logWanted_ = mdns_log_wanted();
     const std::vector<int> opened = sockets_.refresh();
     const SocketAddress* const ipv6 = FirstOf(sockets_.interfaces(), AF_INET6);
-    // Without any it is kept: nothing is there that could ask for it.
+    // Without any the last one is kept until its owner starts the responder anew.
     const bool moved = ipv6 != nullptr && (!ipv6_ || *ipv6_ != *ipv6);
     if (moved) ipv6_ = *ipv6;
     if (records_ == nullptr || moved) {

@@ -80,11 +80,6 @@ bool SocketAddress::isLinkLocal() const {
   return (ntohl(v4_.sin_addr.s_addr) & 0xFFFF0000U) == 0xA9FE0000U;
 }
 
-bool SocketAddress::isAllOnes() const {
-  const auto bytes = BytesOf(*this);
-  return std::all_of(bytes.begin(), bytes.end(), [](std::uint8_t byte) { return byte == 0xFF; });
-}
-
 bool SocketAddress::sharesNetwork(const SocketAddress& other, const SocketAddress& mask) const {
   if (family() != other.family() || family() != mask.family()) return false;
   const auto bytes = BytesOf(*this);

@@ -46,8 +46,6 @@ class SocketAddress {
   bool isLoopback() const;
   /// 169.254.0.0/16 (RFC 3927) and fe80::/10 (RFC 4291, 2.5.6): no router passes those on.
   bool isLinkLocal() const;
-  /// As a mask: whether the network is this address alone.
-  bool isAllOnes() const;
   /// Whether both are of one family and agree in all bits that the mask has set.
   bool sharesNetwork(const SocketAddress& other, const SocketAddress& mask) const;
 

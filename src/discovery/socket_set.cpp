@@ -61,9 +61,7 @@ std::vector<int> SocketSet::refresh() {
 bool SocketSet::isOnLink(const SocketAddress& address) const {
   if (address.isLinkLocal() || address.isLoopback()) return true;
   return std::any_of(interfaces_.begin(), interfaces_.end(), [&](const InterfaceAddress& own) {
-    if (own.address.family() != address.family()) return false;
-    // An address without a network around it does not tell who is a neighbour.
-    return !own.mask || own.mask->isAllOnes() || own.address.sharesNetwork(address, *own.mask);
+    return own.mask && own.address.sharesNetwork(address, *own.mask);
   });
 }
 

@@ -31,9 +31,10 @@ class SocketSet {
 
   std::span<const int> sockets() const { return sockets_; }
   const InterfaceList& interfaces() const { return interfaces_; }
-  /// Whether an address is of a network that this machine is in, as far as its own addresses tell.
-  /// RFC 6762, 5.5 and 11, asks for this check of packets to one address; here it is asked of all,
-  /// so that no forged sender makes this machine send beyond the link.
+  /// Whether an address is of a network that this machine is in, as its own addresses tell. One
+  /// without a network around it, as a tunnel's, has no neighbours. RFC 6762, 5.5 and 11, asks for
+  /// this check of packets to one address; here it is asked of all, so that no forged sender makes
+  /// this machine send beyond the link.
   bool isOnLink(const SocketAddress& address) const;
   /// A packet to the group of the socket's family. As MdnsNetwork::send.
   bool sendToGroup(int socket, std::span<const std::uint8_t> packet);

@@ -1,8 +1,8 @@
 // The thread of a discovery worker.
 //
-// start, stop and notifyStop may be called from any threads, the worker's own loop among them: they
-// take turns. A worker's loop polls the stop request at least once a second, and waits where that
-// cuts the wait short.
+// start, stop and notifyStop may be called from any threads, the worker's own loop among them; the
+// first two take turns. A worker's loop polls the stop request at least once a second, and waits
+// where that cuts the wait short.
 #pragma once
 
 #include <atomic>

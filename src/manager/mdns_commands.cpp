@@ -9,6 +9,7 @@
 #include "environment/mdns_settings.h"
 #include "manager/host_requests.h"
 #include "manager/manager_client.h"
+#include "platform/ascii.h"
 
 namespace {
 
@@ -28,18 +29,12 @@ struct Flag {
 
 // SHA3-512 in lower-case hexadecimal; none when this machine's library has no such digest.
 std::optional<std::string> DigestOf(const std::string& password) {
-  constexpr char kDigits[] = "0123456789abcdef";
   unsigned char digest[EVP_MAX_MD_SIZE];
   unsigned int length = 0;
   if (EVP_Digest(password.data(), password.size(), digest, &length, EVP_sha3_512(), nullptr) != 1) {
     return std::nullopt;
   }
-  std::string text;
-  for (unsigned int i = 0; i < length; ++i) {
-    text += kDigits[digest[i] >> 4];
-    text += kDigits[digest[i] & 0xF];
-  }
-  return text;
+  return ascii::Hex({digest, length});
 }
 
 }  // namespace

@@ -11,6 +11,7 @@
 #include "environment/logging.h"
 #include "environment/module_identity.h"
 #include "environment/paths.h"
+#include "environment/update_names.h"
 #include "manager/compress.h"
 #include "manager/install_files.h"
 #include "manager/manager_client.h"
@@ -53,7 +54,7 @@ std::string StagingFolder(const std::string& version) {
 
 /// Where a service package is unpacked, and the updater in it is started.
 std::string ServiceFolder() {
-  return Formatted("%s%s%s", GetCachePath().c_str(), "MarviqueService", "/");
+  return Formatted("%s%s%s", GetCachePath().c_str(), PACKAGE_FOLDER, "/");
 }
 
 /// Deletes a folder with its content and makes it anew.
@@ -155,12 +156,12 @@ std::size_t CountDigits(int number) {
 }  // namespace
 
 bool ManagerClient::CheckIfUpdate() {
-  return GetConfigurationfromInitFile("IfUpdate", "0", DEFAULT_SECTION) == "1";
+  return GetConfigurationfromInitFile(UPDATE_MARK_KEY, "0", DEFAULT_SECTION) == "1";
 }
 
 bool ManagerClient::CheckIfAlreadyNewVersion(const std::string& version) {
   if (version.empty()) return false;
-  std::string stored = GetConfigurationfromInitFile("QVVersion", "0", DEFAULT_SECTION);
+  std::string stored = GetConfigurationfromInitFile(INSTALLED_VERSION_KEY, "0", DEFAULT_SECTION);
   std::erase(stored, ' ');
   const int given = TextToInt(version.c_str());
   const int firstField = TextToInt(stored.c_str());
@@ -194,7 +195,7 @@ int ManagerClient::StartUpdateProgress(const std::string& updater) {
     return 0;
   }
   LogErr("Create update process failed %d", error);
-  SetConfigurationToInitFile("IfUpdate", "0", DEFAULT_SECTION);
+  SetConfigurationToInitFile(UPDATE_MARK_KEY, "0", DEFAULT_SECTION);
   Report(QTP_CREATE_PROGRESS_FAILED, QTP_CreateProgressFailedStr);
   return error;
 }

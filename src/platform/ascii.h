@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -21,6 +22,17 @@ constexpr bool IsControl(char c) { return static_cast<unsigned char>(c) < 0x20 |
 
 constexpr bool HasControl(std::string_view text) {
   return std::any_of(text.begin(), text.end(), IsControl);
+}
+
+/// Two lower-case hexadecimal digits for each byte.
+inline std::string Hex(std::span<const unsigned char> bytes) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string text;
+  for (const unsigned char byte : bytes) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 0xF];
+  }
+  return text;
 }
 
 }  // namespace ascii

@@ -137,17 +137,10 @@ class Replacement {
         ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
   }
 
-  bool HasName(int descriptor) const {
-    struct stat open {};
-    struct stat named {};
-    return ::fstat(descriptor, &open) == 0 && ::lstat(path_.c_str(), &named) == 0 &&
-           open.st_dev == named.st_dev && open.st_ino == named.st_ino;
-  }
-
   /// Another writer may have taken the file for one left behind before it was locked. Without locks
   /// on this file system, being the creator must do.
   bool KeepsNameLocked(Time end) const {
-    return LockUntil(end, file_.get()) != EWOULDBLOCK && HasName(file_.get());
+    return LockUntil(end, file_.get()) != EWOULDBLOCK && IsNamed(path_.c_str(), file_.get());
   }
 
   /// Waits for the other writer and removes what it has left. False when that cannot be done.
@@ -155,7 +148,7 @@ class Replacement {
     const Descriptor other(::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!other) return errno == ENOENT;
     return LockUntil(end, other.get()) == 0 &&
-           (!HasName(other.get()) || ::unlink(path_.c_str()) == 0);
+           (!IsNamed(path_.c_str(), other.get()) || ::unlink(path_.c_str()) == 0);
   }
 
   std::string target_;

@@ -1,6 +1,7 @@
 #include "platform/file_lock.h"
 
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <thread>
@@ -14,4 +15,11 @@ int LockUntil(std::chrono::steady_clock::time_point end, int descriptor) {
     std::this_thread::sleep_for(kPause);
   }
   return 0;
+}
+
+bool IsNamed(const char* path, int descriptor) {
+  struct stat open {};
+  struct stat named {};
+  return ::fstat(descriptor, &open) == 0 && ::lstat(path, &named) == 0 &&
+         open.st_dev == named.st_dev && open.st_ino == named.st_ino;
 }

@@ -70,6 +70,7 @@ std::timespec ModificationTime(const struct stat& status) { return status.st_mti
 
 int OpenDatagramSocket(int family) {
   Descriptor socket(::socket(family, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
+  if (!socket) return -1;
   const int off = 0;
   const int failed =
       family == AF_INET

@@ -136,6 +136,9 @@ TEST_F(Responder, IgnoresWhatIsNoQuestionOfANeighbour) {
     EXPECT_EQ(repliesTo(packet), none) << testing::PrintToString(packet);
   }
   EXPECT_EQ(repliesTo(good, "192.0.2.1"), none) << "from far away";
+  network.list.push_back(FakeNetwork::Interface(72, "10.8.0.2"));
+  network.list.back().mask = FakeNetwork::At("255.255.255.255");
+  EXPECT_EQ(repliesTo(good, "192.0.2.1"), none) << "from far away, with a tunnel";
   for (std::size_t length = 0; length < good.size(); ++length) {
     EXPECT_EQ(repliesTo(good.substr(0, length)), none) << length;
   }

@@ -65,6 +65,11 @@ class Network(unittest.TestCase):
         return [line.split("=")[1] for line in self.service.ini.read_text().splitlines()
                 if line.startswith("ServiceGuid=")][0]
 
+    def asked_by_name(self):
+        """What the service is without browsing."""
+        peer = self.peer.python("zeroconf_peer.py", "info", self.guid())
+        return json.loads(peer.communicate()[0])
+
     def services(self):
         return json.loads(self.service.request("GET", "/services")[2])
 
@@ -97,7 +102,7 @@ class Network(unittest.TestCase):
             self.assertIn('"ty=Desk"', line[0])
         address = self.peer.output("avahi-resolve", "-4", "-n", guid + ".local", env=avahi)
         self.assertIn(namespaces.OWN, address)
-        by_name = json.loads(self.peer.python("zeroconf_peer.py", "info", guid).communicate()[0])
+        by_name = self.asked_by_name()
         self.assertEqual(by_name["txt"], txt | {"tags": "red"})
         self.assertEqual(by_name["port"], s.secure)
 
@@ -115,7 +120,7 @@ class Network(unittest.TestCase):
         capture.end()
         self.assertEqual(capture.packets("_ws.malformed"), [])
 
-    def test_interfaces_come_and_go(self):
+    def test_interfaces_and_settings_are_followed(self):
         self.service.start()
         self.advertise(True)
         events = self.browse()
@@ -123,14 +128,16 @@ class Network(unittest.TestCase):
         namespaces.second_cable()
         Events(self.peer.python("zeroconf_peer.py", "browse", "10.78.0.2")).next("add", patience=8)
         namespaces.remove_second_cable()
-        info = json.loads(self.peer.python("zeroconf_peer.py", "info", self.guid()).communicate()[0])
-        self.assertIn(namespaces.OWN, info["addresses"])
+        self.assertIn(namespaces.OWN, self.asked_by_name()["addresses"])
 
         # Without any link nothing gives up, and all is there again when one comes back.
         namespaces.run("ip", "link", "set", "own", "down")
         time.sleep(3)  # the service looks every second
         namespaces.run("ip", "link", "set", "own", "up")
         Events(self.peer.python("zeroconf_peer.py", "browse")).next("add", patience=15)
+
+        self.service.set("Service_alias", "Table")
+        wait_for(lambda: self.asked_by_name()["txt"]["ty"] == "Table", "it tells the new alias")
 
     def test_an_answer_is_not_answered(self):
         capture = self.peer.capture("other")

@@ -214,7 +214,7 @@ TEST_P(CutOff, AtEveryStepItEndsOldOrNew) {
         EXPECT_EQ(home.Look(), newOneWorks ? Programs::New : Programs::Old);
       } else {
         if (!home.running) home.running = home.Look();
-        const Recovery recovery = RecoverAtStart(home.places);
+        const Recovery recovery = RecoverForService(home.places, true);
         EXPECT_NE(recovery.outcome, Recovery::Outcome::Failed);
         // Where it says that it changed nothing, the service goes on as what it is.
         if (recovery.changed) home.running = home.Look();
