@@ -133,23 +133,23 @@ void mDNSQueryService::addServiceInfo(const DNSServiceInfo& record, bool newServ
 
 void mDNSQueryService::endAddServiceInfo() {
   commitAssembled();
-  bool changed = false;
+  // Nobody else changes the published list, so the lock is needed only to change it.
+  const bool changed = ServiceInfosAreDifferent(published_, built_);
+  std::vector<Time> times = builtTimes_;
+  // The same services, in an order of their own.
+  for (std::size_t i = 0; !changed && i < published_.size(); ++i) {
+    const auto found = FindService(built_, published_[i]);
+    times[i] = builtTimes_[static_cast<std::size_t>(found - built_.begin())];
+  }
   {
     const std::lock_guard lock(listMutex_);
-    changed = ServiceInfosAreDifferent(published_, built_);
+    publishedTimes_ = std::move(times);
     if (changed) {
       published_ = built_;
-      publishedTimes_ = builtTimes_;
       const auto now = Time::clock::now().time_since_epoch();
       const auto stamp = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
       // Two changes of one millisecond are still two.
       changeStamp_ = std::max<std::int64_t>(stamp, changeStamp_ + 1);
-    } else {
-      // The same services, in an order of their own.
-      for (std::size_t i = 0; i < published_.size(); ++i) {
-        const auto found = FindService(built_, published_[i]);
-        publishedTimes_[i] = builtTimes_[static_cast<std::size_t>(found - built_.begin())];
-      }
     }
   }
   if (changed && notification_) notification_(built_);

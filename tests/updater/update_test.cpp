@@ -230,6 +230,15 @@ INSTANTIATE_TEST_SUITE_P(All, CutOff,
                                                               Steps::Cut::Killed),
                                             ::testing::Bool(), ::testing::Bool()));
 
+TEST(Recovery, TellsWhenTheLockCannotBeHad) {
+  Installation home;
+  Spit(home.places.settings, "[QV]\nIfUpdate=1\n");
+  fs::create_symlink("elsewhere", home.places.lock);
+  EXPECT_EQ(FindLeft(home.places), Left::BehindALock);
+  EXPECT_EQ(RecoverForService(home.places, true).outcome, Recovery::Outcome::Failed);
+  EXPECT_NE(Slurp(home.places.log).find("no lock"), std::string::npos);
+}
+
 TEST(Package, IsRefusedWhenAFileIsNotWhatTheManifestSays) {
   const Table<const char*, std::function<void(const Installation&)>> cases = {
       {"other bytes", [](auto& home) { Spit(home.places.package + "module", "x"); }},
