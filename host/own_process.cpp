@@ -9,17 +9,17 @@
 
 #include "host/complaint.h"
 #include "platform/os.h"
+#include "platform/program_words.h"
 #include "updater/recovery.h"
 
 namespace host {
 
 void OwnProcess::BeginAnew() {
-  std::vector<char*> arguments = {record.program.data()};
-  for (std::string& argument : record.arguments) arguments.push_back(argument.data());
-  arguments.push_back(nullptr);
+  std::vector<std::string> words = {record.program};
+  words.insert(words.end(), record.arguments.begin(), record.arguments.end());
   std::fflush(nullptr);
   // Commands may have changed the folder since the start.
-  if (::chdir(record.folder.c_str()) == 0) ::execv(record.program.c_str(), arguments.data());
+  if (::chdir(record.folder.c_str()) == 0) ::execv(words[0].c_str(), PointersTo(words).data());
   Complain("The service cannot start itself anew: " + std::string(std::strerror(errno)));
 }
 

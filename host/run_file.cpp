@@ -1,6 +1,5 @@
 #include "host/run_file.h"
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,16 +10,14 @@
 namespace host {
 
 bool RunFile::Take(const std::string& file, std::string& error) {
-  file_ = Descriptor(::open(file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file_) {
-    LogErr("The run file %s cannot be opened: updates will not find this service.", file.c_str());
-    return true;
-  }
   // An updater that only looks whether a service runs holds it for a moment.
   constexpr std::chrono::seconds kPatience(1);
-  const auto end = std::chrono::steady_clock::now() + kPatience;
-  if (LockUntil(end, file_.get()) != EWOULDBLOCK) return true;
-  file_ = Descriptor();
+  const int problem = OpenLocked(file, std::chrono::steady_clock::now() + kPatience, &file_);
+  if (problem == 0) return true;
+  if (problem != EWOULDBLOCK) {
+    LogErr("The run file %s cannot be locked: updates will not find this service.", file.c_str());
+    return true;
+  }
   const auto other = update::ReadRunRecord(file);
   error = "The service runs already in this folder" +
           (other ? ", as process " + std::to_string(other->pid) : std::string()) +

@@ -13,7 +13,7 @@ namespace host {
 class RunFile {
  public:
   /// False when another service, or an updater that is exchanging its files, holds the folder;
-  /// `error` then tells so. A folder in which no file can be made is nobody's.
+  /// `error` then tells so. A folder in which no file can be made or locked is nobody's.
   bool Take(const std::string& file, std::string& error);
   void Write(const update::RunRecord& record) const;
 

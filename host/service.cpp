@@ -27,6 +27,7 @@
 #include "host/own_process.h"
 #include "host/tls_identity.h"
 #include "platform/os.h"
+#include "platform/program_words.h"
 #include "updater/recovery.h"
 
 namespace host {
@@ -279,9 +280,7 @@ int RunService(const Options& options, const std::string& build) {
   self.record.program = program;
   self.record.folder = folder;
   self.record.arguments = options.arguments;
-  for (char** entry = os::Environment(); entry != nullptr && *entry != nullptr; ++entry) {
-    self.record.environment.emplace_back(*entry);
-  }
+  self.record.environment = OwnEnvironment();
   if (std::string error; !self.runFile.Take(self.places.run, error)) {
     Complain(error);
     return 1;

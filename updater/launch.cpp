@@ -12,6 +12,7 @@
 
 #include "platform/descriptor.h"
 #include "platform/os.h"
+#include "platform/program_words.h"
 
 namespace update {
 
@@ -74,20 +75,9 @@ class SpawnPlan {
   posix_spawnattr_t attributes_{};
 };
 
-std::vector<char*> Pointers(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 /// An updater that the service started has no environment at all.
 std::vector<std::string> PlainEnvironment() {
-  std::vector<std::string> result;
-  for (char** entry = os::Environment(); entry != nullptr && *entry != nullptr; ++entry) {
-    result.emplace_back(*entry);
-  }
+  std::vector<std::string> result = OwnEnvironment();
   const auto add = [&](std::string_view name, const std::string& value) {
     const std::string start = std::string(name) + "=";
     const bool given = std::any_of(result.begin(), result.end(),
@@ -111,7 +101,7 @@ int LaunchDetached(const LaunchOrder& order, pid_t& child) {
   std::vector<std::string> environment =
       order.environment.empty() ? PlainEnvironment() : order.environment;
   return ::posix_spawn(&child, order.program.c_str(), plan.actions(), plan.attributes(),
-                       Pointers(arguments).data(), Pointers(environment).data());
+                       PointersTo(arguments).data(), PointersTo(environment).data());
 }
 
 void DetachSelf(const std::string& output) {

@@ -1,6 +1,5 @@
 #include "updater/running_service.h"
 
-#include <fcntl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -30,14 +29,7 @@ constexpr std::chrono::seconds kDyingTime(10);
 
 /// Locks the run file, which it makes when there has been no service yet. Returns 0; EWOULDBLOCK
 /// when a service runs until `end`; another errno when that cannot be told.
-int RunningService::Hold(Time end) {
-  if (hold_) return 0;
-  Descriptor file(::open(places_.run.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
-  if (!file) return errno;
-  if (const int error = LockUntil(end, file.get())) return error;
-  hold_ = std::move(file);
-  return 0;
-}
+int RunningService::Hold(Time end) { return hold_ ? 0 : OpenLocked(places_.run, end, &hold_); }
 
 bool RunningService::IsRunning() {
   if (hold_) return false;

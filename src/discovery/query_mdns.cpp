@@ -94,8 +94,8 @@ class QueryRun {
     for (int left = kMostPacketsATurn; left > 0; --left) {
       const auto size = network_.receive(socket, buffer_, from);
       if (!size) break;
-      // These sockets hear what is sent to them alone, which may come from far away.
       const PacketBytes packet = PacketBytes(buffer_).first(*size);
+      // These sockets hear what is sent to them alone, which may come from far away.
       if (!sockets_.isOnLink(from) || !IsAnswer(packet)) continue;
       any = true;
       const std::string sender = logWanted_ ? from.text() : std::string();

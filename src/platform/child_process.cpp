@@ -3,11 +3,12 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <system_error>
+
+#include "platform/program_words.h"
 
 namespace {
 
@@ -38,9 +39,7 @@ class OwnSession {
 }  // namespace
 
 int ChildProcess::Start(std::vector<std::string> words) {
-  std::vector<char*> arguments(words.size() + 1);
-  std::transform(words.begin(), words.end(), arguments.begin(),
-                 [](std::string& word) { return word.data(); });
+  const std::vector<char*> arguments = PointersTo(words);
   const std::lock_guard oneAtATime(startMutex_);
   {
     const std::lock_guard lock(mutex_);
