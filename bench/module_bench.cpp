@@ -5,7 +5,7 @@
 #include "bare_read.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
-#include "frame/qtp_module.h"
+#include "marvique/module.h"
 #include "support/temp_folder.h"
 
 namespace {

@@ -1,10 +1,10 @@
 // A request of any path (up to the first line feed) and any text: it becomes a command, its
 // parameters convert, and the reply to it is JSON again.
-#include "frame/command_text.h"
+#include "command/command_text.h"
 
 #include <algorithm>
 
-#include "frame/json_command.h"
+#include "command/json_command.h"
 #include "fuzz/fuzz_target.h"
 
 namespace {

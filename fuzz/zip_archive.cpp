@@ -6,8 +6,7 @@
 #include <string>
 
 #include "fuzz/fuzz_target.h"
-#include "manager/compress.h"
-#include "manager/zip_names.h"
+#include "manager/unzip.h"
 #include "support/temp_folder.h"
 
 namespace fs = std::filesystem;
@@ -29,7 +28,7 @@ void RequirePlainTree(const std::string& folder) {
             "only files and folders are made");
     ++nodes;
   }
-  Require(nodes <= 2 * ZipNames::kMostEntries, "an archive is bounded");
+  Require(nodes <= 2 * Compress::kMostEntries, "an archive is bounded");
 }
 
 }  // namespace

@@ -2,9 +2,10 @@
 
 #include <strings.h>
 
-#include "environment/configuration_lock.h"
-#include "environment/logging.h"
+#include <atomic>
+
 #include "environment/paths.h"
+#include "platform/diagnostics.h"
 #include "platform/system_time.h"
 #include "platform/text.h"
 
@@ -12,12 +13,40 @@ namespace {
 
 constexpr DWORD kValueBytes = 2048;
 
+/// By way of the platform's log: logging itself reads its level from here.
 void LogLostWrite(const char* key, const char* value) {
-  LogDebug("Set configuration to init file failed. Key = %s, Value = %s. (%d)", key, value,
-           GetLastError());
+  Log(0, "Set configuration to init file failed. Key = %s, Value = %s. (%d)", key, value,
+      GetLastError());
 }
 
+constinit std::atomic<WorkMode> g_processMode{WorkMode::Service};
+
+struct Switch {
+  const char* key;
+  const char* defaultInFile;
+  std::atomic<bool> on;  // until start-up reads the file: the value given here
+
+  void Read() { on = GetConfigurationfromInitFile(key, defaultInFile); }
+  void StoreForNextStart(bool enable) const {
+    SetConfigurationToInitFile(key, BoolToText(enable), DEFAULT_SECTION);
+  }
+};
+
+constinit Switch g_scannerAccess{"EnableScannerAccess", "TRUE", true};
+constinit Switch g_fileAccess{"EnableFileAccess", "TRUE", true};
+constinit Switch g_webcamAccess{"EnableWebcamAccess", "TRUE", true};
+constinit Switch g_scannerAccessAuth{"EnableScannerAccessAuth", "FALSE", false};
+constinit Switch g_fileAccessAuth{"EnableFileAccessAuth", "FALSE", false};
+constinit Switch g_webcamAccessAuth{"EnableWebcamAccessAuth", "FALSE", false};
+constinit Switch g_corsAll{"EnableCORSAll", "FALSE", true};
+constinit Switch g_enhancedMode{"EnableEnhancedMode", "FALSE", false};
+
 }  // namespace
+
+CReaderWriterLock& ConfigurationLock() {
+  static CReaderWriterLock lock;
+  return lock;
+}
 
 std::string GetConfigurationfromInitFile(const char* key, const char* def, const char* section,
                                          const char* file) {
@@ -118,3 +147,36 @@ void SetAccessPwd(const char* text) {
 bool GetIfOnlyLoadMarviqueSignedModule() {
   return GetConfigurationfromInitFile("OnlyLoadMarviqueSignedModule", "TRUE");
 }
+
+WorkMode GetProcessMode() { return g_processMode.load(std::memory_order_relaxed); }
+
+void SetProcessMode(WorkMode mode) { g_processMode.store(mode, std::memory_order_relaxed); }
+
+WorkMode GetServiceMode() {
+  const std::string stored = GetConfigurationfromInitFile("WorkMode", "0", DEFAULT_SECTION);
+  return static_cast<WorkMode>(TextToInt(stored.c_str()));
+}
+
+void SetServiceMode(WorkMode mode) {
+  SetConfigurationToInitFile("WorkMode", static_cast<int>(mode), DEFAULT_SECTION);
+}
+
+void ReadAccessSwitches() {
+  for (Switch* each : {&g_scannerAccess, &g_fileAccess, &g_webcamAccess, &g_scannerAccessAuth,
+                       &g_fileAccessAuth, &g_webcamAccessAuth, &g_corsAll, &g_enhancedMode}) {
+    each->Read();
+  }
+}
+
+bool GetEnableScannerAccess() { return g_scannerAccess.on; }
+bool GetEnableFileAccess() { return g_fileAccess.on; }
+bool GetEnableWebcamAccess() { return g_webcamAccess.on; }
+bool GetEnableScannerAccessAuth() { return g_scannerAccessAuth.on; }
+bool GetEnableFileAccessAuth() { return g_fileAccessAuth.on; }
+bool GetEnableWebcamAccessAuth() { return g_webcamAccessAuth.on; }
+bool GetEnableCORSAll() { return g_corsAll.on; }
+bool GetEnableMultipleUserEnhancedMode() { return g_enhancedMode.on; }
+
+void SetEnableScannerAccess(bool enable) { g_scannerAccess.StoreForNextStart(enable); }
+void SetEnableFileAccess(bool enable) { g_fileAccess.StoreForNextStart(enable); }
+void SetEnableWebcamAccess(bool enable) { g_webcamAccess.StoreForNextStart(enable); }

@@ -1,4 +1,5 @@
-// The configuration store: typed reads and writes of the service's INI files.
+// The configuration store: typed reads and writes of the service's INI files, the lock that orders
+// them, and the settings that other rooms ask for by name.
 //
 // Nothing is cached: every read reads the file and every write rewrites it, so that settings take
 // effect without a restart and the processes of the service share one truth. Values longer than
@@ -6,10 +7,12 @@
 // may call.
 #pragma once
 
+#include <cstdint>
 #include <span>
 #include <string>
 
 #include "platform/profile.h"
+#include "util/reader_writer_lock.h"
 
 /// The section of all settings that name no other.
 inline constexpr const char* DEFAULT_SECTION = "QV";
@@ -54,3 +57,44 @@ std::string GetSavedAccessPwd();
 void SetAccessPwd(const char* text);
 
 bool GetIfOnlyLoadMarviqueSignedModule();
+
+/// Orders all reads (shared) and writes (exclusive) of the INI files within this process. It is
+/// re-entrant, so a batch may hold it around single reads and writes. It is never taken while the
+/// log's own lock is held, and nobody calls the host while holding it.
+CReaderWriterLock& ConfigurationLock();
+
+/// How the service and this process work; each log line tells both. Further values are possible: a
+/// stored number is taken as it is.
+enum class WorkMode : std::int32_t {
+  Service = 0,
+  OwnPorts = 3,  ///< has its own secure ports, as UserPorts
+  InPageControl = 4,
+  UserPorts = 6,
+};
+
+/// The process's own mode, in memory only.
+WorkMode GetProcessMode();
+void SetProcessMode(WorkMode mode);
+/// The service's mode: key "WorkMode", read and written on every call.
+WorkMode GetServiceMode();
+void SetServiceMode(WorkMode mode);
+
+// The access switches: read once at start-up and then held in memory, so that what a page may do
+// does not change under it.
+
+/// Takes all eight from the configuration file; part of start-up.
+void ReadAccessSwitches();
+
+bool GetEnableScannerAccess();
+bool GetEnableFileAccess();
+bool GetEnableWebcamAccess();
+bool GetEnableScannerAccessAuth();
+bool GetEnableFileAccessAuth();
+bool GetEnableWebcamAccessAuth();
+bool GetEnableCORSAll();
+bool GetEnableMultipleUserEnhancedMode();
+
+/// Store the switch for the next start; the value in memory stays as it is.
+void SetEnableScannerAccess(bool enable);
+void SetEnableFileAccess(bool enable);
+void SetEnableWebcamAccess(bool enable);

@@ -9,11 +9,9 @@
 #include <new>
 #include <string_view>
 
-#include "environment/async_log.h"
-#include "environment/configuration_lock.h"
-#include "environment/log_prefix.h"
+#include "environment/configuration.h"
+#include "environment/log_writer.h"
 #include "environment/paths.h"
-#include "environment/work_mode.h"
 #include "platform/diagnostics.h"
 #include "platform/profile.h"
 #include "platform/text.h"
@@ -200,4 +198,10 @@ __attribute__((format(printf, 1, 0))) void WritePlatformLine(const char* format,
 void ConnectPlatformLog() {
   static constexpr LogSink kSink = {[] { return IsKept(LOG_LEVEL_DEBUG); }, &WritePlatformLine};
   SetLogSink(&kSink);
+}
+
+bool SetLogLevel(int level) {
+  SetConfigurationToInitFile("LogLevel", level, DEFAULT_SECTION);
+  SetFullLogging(level == LOG_LEVEL_FULL);
+  return GetFullLogging();
 }

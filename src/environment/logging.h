@@ -45,3 +45,7 @@ void SetFullLogging(bool full);
 
 /// Makes the platform layer's Log write here.
 void ConnectPlatformLog();
+
+/// Stores the level as "LogLevel" and switches full logging on for 14, off for any other. Returns
+/// whether full logging is now on.
+bool SetLogLevel(int level);

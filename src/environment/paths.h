@@ -45,6 +45,12 @@ std::string GetLogFile();
 const char* GetInitFileCString();
 const char* GetLogFileCString();
 
+/// The setting that is "1" while an update is in progress, and that of the installed version.
+inline constexpr const char* UPDATE_MARK_KEY = "IfUpdate";
+inline constexpr const char* INSTALLED_VERSION_KEY = "QVVersion";
+/// Where a service package is unpacked, in the cache folder.
+inline constexpr const char* PACKAGE_FOLDER = "MarviqueService";
+
 /// File names without a folder.
 std::string GetConfigName();
 std::string GetUserConfigName();

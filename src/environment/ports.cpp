@@ -4,11 +4,9 @@
 #include <utility>
 
 #include "environment/configuration.h"
-#include "environment/configuration_lock.h"
 #include "environment/module_identity.h"
 #include "environment/paths.h"
-#include "environment/work_mode.h"
-#include "platform/file_content.h"
+#include "os/file.h"
 #include "platform/text.h"
 
 namespace {

@@ -5,16 +5,12 @@
 #include <atomic>
 #include <mutex>
 
-#include "environment/access_switches.h"
 #include "environment/configuration.h"
-#include "environment/configuration_lock.h"
 #include "environment/logging.h"
 #include "environment/module_identity.h"
 #include "environment/paths.h"
-#include "environment/work_mode.h"
 #include "platform/diagnostics.h"
 #include "platform/file.h"
-#include "platform/folder.h"
 #include "util/cutil.h"
 
 namespace {

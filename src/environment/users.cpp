@@ -13,8 +13,8 @@
 
 #include "environment/configuration.h"
 #include "environment/logging.h"
-#include "platform/ascii.h"
-#include "platform/os.h"
+#include "os/system.h"
+#include "os/text.h"
 #include "util/cutil.h"
 
 std::string GetCurrentUserName(int) { return os::UserName(); }

@@ -6,15 +6,15 @@
 #include <exception>
 #include <memory>
 
+#include "command/command_text.h"
+#include "environment/configuration.h"
 #include "environment/logging.h"
 #include "environment/module_identity.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
-#include "environment/work_mode.h"
-#include "frame/command_text.h"
-#include "frame/qtp_module.h"
 #include "frame/virtual_manager_client.h"
 #include "manager/host_requests.h"
+#include "marvique/module.h"
 #include "platform/sync.h"
 #include "util/cutil.h"
 

@@ -1,9 +1,10 @@
+#include "frame/image_map.h"
+
 #include <algorithm>
 #include <cstring>
 #include <string_view>
 
 #include "environment/logging.h"
-#include "frame/virtual_manager_client.h"
 #include "util/cutil.h"
 
 namespace {
@@ -16,7 +17,7 @@ std::string Normalised(const char* path) {
 
 }  // namespace
 
-std::string VirtualManagerClient::GetGUID(const char* url, const char* prefix) {
+std::string ImageMap::GetGUID(const char* url, const char* prefix) {
   constexpr std::string_view kKey = "GUID=";
   const std::string_view text(url);
   if (text.find(prefix) == std::string_view::npos) return "";
@@ -26,7 +27,7 @@ std::string VirtualManagerClient::GetGUID(const char* url, const char* prefix) {
   return std::string(text.substr(key + kKey.size()));
 }
 
-int VirtualManagerClient::GetImage(const char* url, void* out, unsigned int* len) {
+int ImageMap::GetImage(const char* url, void* out, unsigned int* len) {
   const std::string guid = GetGUID(url, "/GetEncryptedImageMap?");
   if (guid.empty()) return 0;
   UploadDataStruct image;
@@ -41,7 +42,7 @@ int VirtualManagerClient::GetImage(const char* url, void* out, unsigned int* len
   return 1;
 }
 
-int VirtualManagerClient::SetImage(const char* url, const void* data, unsigned int len) {
+int ImageMap::SetImage(const char* url, const void* data, unsigned int len) {
   const std::string guid = GetGUID(url, "/SetEncryptedImageMap?");
   if (guid.empty()) return 0;
   if (data == nullptr) {
@@ -56,14 +57,14 @@ int VirtualManagerClient::SetImage(const char* url, const void* data, unsigned i
   return 1;
 }
 
-bool VirtualManagerClient::FileIsInWhiteList(const char* path) {
+bool ImageMap::FileIsInWhiteList(const char* path) {
   const std::string normalised = Normalised(path);
   LogDebug("FileIsInWhiteList: [%s][%s].", path, normalised.c_str());
   const ReadHold hold(dataLock_);
   return whiteList_.contains(normalised);
 }
 
-void VirtualManagerClient::AddFileToWhiteList(const char* path) {
+void ImageMap::AddFileToWhiteList(const char* path) {
   std::string normalised = Normalised(path);
   const WriteHold hold(dataLock_);
   whiteList_.emplace(std::move(normalised), '0');

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <exception>
 
+#include "command/command_text.h"
 #include "environment/logging.h"
-#include "frame/command_text.h"
 #include "manager/manager_client.h"
 
 namespace {

@@ -2,29 +2,25 @@
 // when the last one ended, and keeps the image map and the file whitelist.
 //
 // Any thread may call any operation. The timing lock is held for a single read or write of the
-// time, the data lock for a single look into the maps, and neither across a command.
+// time, never across a command.
 #pragma once
 
-#include <array>
 #include <ctime>
-#include <map>
 #include <memory>
 #include <string>
 
-#include "frame/http_param_request.h"
+#include "command/http_param_request.h"
+#include "frame/image_map.h"
 #include "util/reader_writer_lock.h"
 
 class ManagerClient;
-
-/// An encrypted image map: the host's bytes, never looked into.
-using UploadDataStruct = std::array<unsigned char, 2052>;
 
 /// Calls the host's callback, which counts as activity of the module. Returns its result, 0 when
 /// there is no callback.
 signed char SendBack(SendBackFunc fn, int connectionId, void* host, const char* text,
                      const void* data, unsigned int len, const char* extra);
 
-class VirtualManagerClient {
+class VirtualManagerClient : public ImageMap {
  public:
   using Clock = std::time_t (*)(std::time_t*);
 
@@ -56,13 +52,6 @@ class VirtualManagerClient {
                             HostDataGetFunc get1, HostDataSetFunc set, HostDataGetFunc get2);
   std::string GetQVVersionFromRequestString(const std::string& path) const;
 
-  // Image map and whitelist (image_map.cpp); the results are those of the exported functions.
-  static std::string GetGUID(const char* url, const char* prefix);
-  int GetImage(const char* url, void* out, unsigned int* len);
-  int SetImage(const char* url, const void* data, unsigned int len);
-  bool FileIsInWhiteList(const char* path);
-  void AddFileToWhiteList(const char* path);
-
  private:
   class BusyMark;
   void SetLastActivity(std::time_t when);
@@ -71,9 +60,6 @@ class VirtualManagerClient {
   std::time_t lastActivity_ = 0;  // 0: a command is running, or none has ended yet
   CReaderWriterLock timingLock_;
   std::unique_ptr<ManagerClient> manager_;
-  std::map<std::string, UploadDataStruct> images_;
-  CReaderWriterLock dataLock_;
-  std::map<std::string, char> whiteList_;
 
   static std::shared_ptr<VirtualManagerClient> m_pVirtualManagerClient;
 };

@@ -4,7 +4,7 @@
 #include <climits>
 #include <new>
 
-#include "frame/http_param_request.h"
+#include "command/http_param_request.h"
 
 int AskHost(HttpParamRequest& request, HostRequest what) {
   const HostDataGetFunc ask = request.GetHostDataGet();

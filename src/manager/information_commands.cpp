@@ -4,12 +4,10 @@
 #include <memory>
 
 #include "discovery/service_list.h"
-#include "environment/access_switches.h"
 #include "environment/configuration.h"
 #include "environment/module_identity.h"
 #include "environment/paths.h"
 #include "environment/users.h"
-#include "environment/work_mode.h"
 #include "manager/certificate_date.h"
 #include "manager/host_requests.h"
 #include "manager/manager_client.h"

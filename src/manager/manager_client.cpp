@@ -30,29 +30,46 @@ class LastErrorScope {
 
 }  // namespace
 
-ManagerClient::ManagerClient() { AddAllFunctionMap(); }
-
-void ManagerClient::AddAllFunctionMap() {
-  functions_ = {
-      {"LoadZipFromBytes", &ManagerClient::LoadZipFromBytes},
-      {"CheckUpdateFile", &ManagerClient::CheckUpdateFile},
-      {"GetServerInfo", &ManagerClient::GetServerInfo},
-      {"SetServerInfo", &ManagerClient::SetServerInfo},
-      {"ChangePort", &ManagerClient::ChangePort},
-      {"Reboot", &ManagerClient::Reboot},
-      {"AddFirewall", &ManagerClient::AddFirewall},
-      {"GetLocalIP", &ManagerClient::GetLocalIP},
-      {"CheckHVNPort", &ManagerClient::CheckHVNPort},
-      {"GetPorts", &ManagerClient::GetPorts},
-      {"VersionInfo", &ManagerClient::VersionInfo},
-      {"QVVersion", &ManagerClient::QVVersion},
-      {"GetCertExpiredDate", &ManagerClient::GetCertExpiredDate},
-      {"GetBinaryFileInfo", &ManagerClient::GetBinaryFileInfo},
-      {"GetmDNSQueryService", &ManagerClient::GetmDNSQueryService},
-      {"SetmDNSQueryService", &ManagerClient::SetmDNSQueryService},
-      {"GetmDNSService", &ManagerClient::GetmDNSService},
-      {"SetmDNSService", &ManagerClient::SetmDNSService},
-  };
+ManagerClient::Handler ManagerClient::HandlerOf(Command command) {
+  switch (command) {
+    case Command::LoadZipFromBytes:
+      return &ManagerClient::LoadZipFromBytes;
+    case Command::CheckUpdateFile:
+      return &ManagerClient::CheckUpdateFile;
+    case Command::GetServerInfo:
+      return &ManagerClient::GetServerInfo;
+    case Command::SetServerInfo:
+      return &ManagerClient::SetServerInfo;
+    case Command::ChangePort:
+      return &ManagerClient::ChangePort;
+    case Command::Reboot:
+      return &ManagerClient::Reboot;
+    case Command::AddFirewall:
+      return &ManagerClient::AddFirewall;
+    case Command::GetLocalIP:
+      return &ManagerClient::GetLocalIP;
+    case Command::CheckHVNPort:
+      return &ManagerClient::CheckHVNPort;
+    case Command::GetPorts:
+      return &ManagerClient::GetPorts;
+    case Command::VersionInfo:
+      return &ManagerClient::VersionInfo;
+    case Command::QVVersion:
+      return &ManagerClient::QVVersion;
+    case Command::GetCertExpiredDate:
+      return &ManagerClient::GetCertExpiredDate;
+    case Command::GetBinaryFileInfo:
+      return &ManagerClient::GetBinaryFileInfo;
+    case Command::GetmDNSQueryService:
+      return &ManagerClient::GetmDNSQueryService;
+    case Command::SetmDNSQueryService:
+      return &ManagerClient::SetmDNSQueryService;
+    case Command::GetmDNSService:
+      return &ManagerClient::GetmDNSService;
+    case Command::SetmDNSService:
+      return &ManagerClient::SetmDNSService;
+  }
+  return nullptr;
 }
 
 int ManagerClient::Function(HttpParamRequest* request) {
@@ -81,8 +98,8 @@ int ManagerClient::Function(HttpParamRequest* request) {
 
 ManagerClient::Result ManagerClient::FunctionInner(HttpParamRequest* request) {
   const std::string name = request->GetFunName();
-  const auto found = functions_.find(name);
-  if (found == functions_.end()) {
+  const CommandEntry* entry = FindCommand(name);
+  if (entry == nullptr) {
     LogErr("Invalid function name: %s.", name.c_str());
     return request->GetBOOLResultStruct(false, nullptr, 0, QTP_FUNCTION_NOT_FOUND,
                                         QTP_FunNotFoundStr);
@@ -90,7 +107,7 @@ ManagerClient::Result ManagerClient::FunctionInner(HttpParamRequest* request) {
   LogDebug("Twain function [%s] begin: ", name.c_str());
   const LastErrorScope ownError;
   SetErrorInfo(QTP_SUCCESS, QTP_SuccessStr);
-  return (this->*found->second)(request);
+  return (this->*HandlerOf(entry->command))(request);
 }
 
 void ManagerClient::SetErrorInfo(int code, const char* message) {

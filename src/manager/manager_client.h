@@ -1,4 +1,4 @@
-// The command table and the handlers of this module's commands.
+// The handlers of this module's commands, found by the command table.
 //
 // Commands run in parallel, each on its caller's thread, and may call back into the host, which may
 // call in again: no lock is held around a handler. The last error belongs to the thread that runs
@@ -12,8 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "frame/http_param_request.h"
-#include "platform/child_process.h"
+#include "command/command_table.h"
+#include "command/http_param_request.h"
+#include "os/process.h"
 
 class ManagerClient {
  public:
@@ -29,7 +30,7 @@ class ManagerClient {
   };
   using ModulePorts = std::map<std::string, SPorts>;
 
-  ManagerClient();
+  ManagerClient() = default;
   virtual ~ManagerClient() = default;
   ManagerClient(const ManagerClient&) = delete;
   ManagerClient& operator=(const ManagerClient&) = delete;
@@ -77,7 +78,8 @@ class ManagerClient {
   using Result = HttpParamRequest*;
   using Handler = Result (ManagerClient::*)(HttpParamRequest*);
 
-  void AddAllFunctionMap();
+  /// The compiler sees to it that every command of the table has one.
+  static Handler HandlerOf(Command command);
   Result FunctionInner(HttpParamRequest* request);
 
   // What every handler begins and ends with.
@@ -119,7 +121,6 @@ class ManagerClient {
   std::string RememberUser(const std::string& user);
   static std::string PortsText(const ModulePorts& modules);
 
-  std::map<std::string, Handler> functions_;
   std::mutex usersMutex_;
   std::map<std::string, SUserModuleInfo> users_;
   std::map<std::string, std::string> userByHash_;  // hash as decimal text to user id

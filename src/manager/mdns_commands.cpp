@@ -9,7 +9,7 @@
 #include "environment/mdns_settings.h"
 #include "manager/host_requests.h"
 #include "manager/manager_client.h"
-#include "platform/ascii.h"
+#include "os/text.h"
 
 namespace {
 

@@ -6,21 +6,23 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 
 #include "environment/configuration.h"
 #include "environment/logging.h"
 #include "environment/module_identity.h"
 #include "environment/paths.h"
-#include "environment/update_names.h"
-#include "manager/compress.h"
-#include "manager/install_files.h"
 #include "manager/manager_client.h"
 #include "manager/messages.h"
-#include "platform/ascii.h"
+#include "manager/unzip.h"
+#include "os/file.h"
+#include "os/text.h"
 #include "platform/file.h"
 #include "platform/system_time.h"
 #include "platform/text.h"
 #include "util/cutil.h"
+
+namespace fs = std::filesystem;
 
 namespace {
 
@@ -122,6 +124,36 @@ std::string ShellQuoted(const std::string& text) {
     quoted += c;
   }
   return quoted;
+}
+
+constexpr mode_t kNewFileMode = 0777;  // what CopyFile gives
+
+bool InstallFile(const std::string& source, const std::string& target) {
+  if (CUtil::CreateDirectory(target.c_str(), true) == 0) return false;
+  Descriptor content;
+  off_t size = 0;
+  int error = OpenWholeFile(source.c_str(), &content, &size);
+  if (error == 0) error = WriteWholeFile(target.c_str(), content, kNewFileMode, Flush::Later);
+  if (error != 0) errno = error;
+  return error == 0;
+}
+
+/// Copies the files of a folder and of its subfolders into another, making folders as needed; each
+/// file that is there is replaced in one step, or stays whole. Ends at the first that cannot be
+/// copied: false, with errno set, and some may have arrived. (CUtil::CopyDirectoryFiles copies the
+/// same, but its result is that of the last file alone.)
+bool InstallFiles(const std::string& from, const std::string& to) {
+  try {
+    for (const auto& entry : fs::recursive_directory_iterator(from)) {
+      if (!entry.is_regular_file()) continue;
+      const fs::path target = fs::path(to) / entry.path().lexically_relative(from);
+      if (!InstallFile(entry.path(), target)) return false;
+    }
+    return true;
+  } catch (const fs::filesystem_error& problem) {
+    errno = problem.code().value();
+    return false;
+  }
 }
 
 /// Brings the files of an archive that a request carries to their place, by way of the cache.

@@ -8,7 +8,7 @@
 #include <optional>
 #include <ostream>
 
-#include "platform/file_content.h"
+#include "os/file.h"
 
 std::string wstr_to_str(const std::wstring& text) {
   std::string result(text.size(), '\0');

@@ -11,7 +11,7 @@
 #include <string_view>
 #include <type_traits>
 
-#include "platform/ascii.h"
+#include "os/text.h"
 
 /// Erase the leading, the trailing or both runs of characters that are in `set`.
 template <class Char>

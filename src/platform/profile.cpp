@@ -7,10 +7,8 @@
 #include <chrono>
 #include <string>
 
-#include "platform/ascii.h"
-#include "platform/descriptor.h"
-#include "platform/file_content.h"
-#include "platform/file_lock.h"
+#include "os/file.h"
+#include "os/text.h"
 #include "platform/ini_file.h"
 
 namespace {

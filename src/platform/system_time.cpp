@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-#include "platform/os.h"
+#include "os/system.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 #include "platform/thread.h"
 
+#include <dlfcn.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -9,7 +10,7 @@
 #include <memory>
 #include <new>
 
-#include "platform/os.h"
+#include "os/system.h"
 #include "platform/text.h"
 
 ThreadHandle CreateThread(void*, unsigned int, ThreadStart start, void* argument, DWORD, DWORD*,
@@ -71,4 +72,19 @@ int parseLine(char* line) {
   const char* digits = line + std::strcspn(line, "0123456789");
   if (length >= kUnit) line[length - kUnit] = '\0';
   return TextToInt(digits);
+}
+
+void* LoadLibrary(const char* path) {
+  if (path == nullptr) return nullptr;  // it would name the program itself
+  void* library = ::dlopen(path, RTLD_NOW);
+  if (library == nullptr) ::dlerror();
+  return library;
+}
+
+void FreeLibrary(void* library) {
+  if (library != nullptr) ::dlclose(library);
+}
+
+void* GetProcAddress(void* library, const char* symbol) {
+  return library != nullptr ? ::dlsym(library, symbol) : nullptr;
 }

@@ -1,4 +1,4 @@
-// Threads and processes over POSIX.
+// Threads, processes and shared libraries over POSIX.
 #pragma once
 
 #include <pthread.h>
@@ -43,3 +43,11 @@ BOOL GetLoginUser(char* buffer);
 std::uint64_t GetCurrentProcessVirtualMemSize();
 /// The number in a line such as "VmRSS:   1234 kB". The line is cut in place.
 int parseLine(char* line);
+
+/// Loads a library with all its symbols resolved. Null on failure, with no error text left behind.
+/// The caller gives it back with FreeLibrary.
+void* LoadLibrary(const char* path);
+/// Null is ignored.
+void FreeLibrary(void* library);
+/// The symbol's address, null when it is missing or the library is null.
+void* GetProcAddress(void* library, const char* symbol);

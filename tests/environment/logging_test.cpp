@@ -2,9 +2,9 @@
 
 #include <regex>
 
+#include "environment/configuration.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
-#include "environment/work_mode.h"
 #include "platform/diagnostics.h"
 #include "support/testing.h"
 

@@ -3,7 +3,6 @@
 #include "environment/configuration.h"
 #include "environment/logging.h"
 #include "environment/paths.h"
-#include "environment/work_mode.h"
 #include "support/testing.h"
 
 namespace {

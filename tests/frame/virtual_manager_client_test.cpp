@@ -1,6 +1,6 @@
 #include "frame/virtual_manager_client.h"
 
-#include "frame/host_double.h"
+#include "support/host_double.h"
 #include "support/testing.h"
 
 namespace {

@@ -1,2 +1,2 @@
 /* The exported header as a host written in C sees it: it compiles. */
-#include "frame/qtp_module.h"
+#include "marvique/module.h"

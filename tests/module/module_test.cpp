@@ -1,7 +1,7 @@
 // Drives the built module as a host does: loaded by its file, through its ten functions only.
 #include <dlfcn.h>
 
-#include "frame/qtp_module.h"
+#include "marvique/module.h"
 #include "support/testing.h"
 
 namespace {

@@ -2,7 +2,6 @@
 
 #include <fstream>
 
-#include "platform/folder_walk.h"
 #include "support/testing.h"
 
 TEST(File, CopyLeavesALibraryThatIsInUseWhole) {
@@ -16,21 +15,4 @@ TEST(File, CopyLeavesALibraryThatIsInUseWhole) {
   std::string line;
   EXPECT_TRUE(std::getline(inUse, line));
   EXPECT_EQ(line, "old and longer");
-}
-
-TEST(Folder, AWalkStaysInItsFolderWhateverTakesItsPlace) {
-  const TempFolder temp;
-  for (const char* name : {"tree", "outside"}) {
-    fs::create_directory(temp / name);
-    Spit(temp / name + "/precious", "");
-  }
-  const FolderWalk above(temp.path().c_str());
-  const FolderWalk walk(above, "tree");
-  fs::rename(temp / "tree", temp / "moved");
-  fs::create_symlink("outside", temp / "tree");
-  EXPECT_TRUE(walk.RemoveFile("precious"));
-  EXPECT_FALSE(walk.RemoveSelf()) << "a link now";
-  EXPECT_TRUE(fs::is_empty(temp / "moved"));
-  EXPECT_TRUE(fs::exists(temp / "outside/precious") && fs::is_symlink(temp / "tree"));
-  EXPECT_FALSE(FolderWalk(above, "tree") || above.IsFolder("tree")) << "a link is refused";
 }

@@ -10,7 +10,7 @@
 #include <csignal>
 #include <random>
 
-#include "platform/descriptor.h"
+#include "os/file.h"
 #include "platform/ini_file.h"
 #include "platform/system_time.h"
 #include "support/testing.h"

@@ -29,3 +29,14 @@ inline std::string Times(int count, std::string_view text) {
   for (int i = 0; i < count; ++i) all += text;
   return all;
 }
+
+/// Looks every few milliseconds until the condition holds, for 20 seconds at most. Returns whether
+/// it came to hold.
+bool WaitUntil(auto condition) {
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > end) return false;
+    std::this_thread::sleep_for(std::chrono::milliseconds(5));
+  }
+  return true;
+}

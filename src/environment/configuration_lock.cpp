@@ -1,6 +1,0 @@
-#include "environment/configuration_lock.h"
-
-CReaderWriterLock& ConfigurationLock() {
-  static CReaderWriterLock lock;
-  return lock;
-}

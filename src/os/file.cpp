@@ -1,0 +1,300 @@
+#include "os/file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+#include <memory>
+#include <thread>
+#include <utility>
+
+#include "os/system.h"
+#include "os/text.h"
+
+namespace {
+
+constexpr std::size_t kLeastRead = 16 * 1024;
+constexpr std::size_t kMostRead = 256 * 1024;
+constexpr mode_t kModeBits = 07777;
+
+/// Not waiting for writers keeps a pipe in place of a settings file from stopping the service.
+Descriptor OpenForReading(const char* path) {
+  return Descriptor(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+}
+
+ssize_t Read(int descriptor, char* target, std::size_t room) {
+  ssize_t count = 0;
+  while ((count = ::read(descriptor, target, room)) < 0 && errno == EINTR) {
+  }
+  return count;
+}
+
+/// The size of an open regular file. Returns 0 or an errno.
+int SizeOf(int descriptor, off_t* size) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return errno;
+  if (S_ISDIR(status.st_mode)) return EISDIR;
+  if (!S_ISREG(status.st_mode)) return EINVAL;
+  *size = status.st_size;
+  return 0;
+}
+
+/// Appends a file's content from its position to its end, which a read of nothing tells, not a
+/// short one. Returns 0 or an errno.
+int ReadToEnd(int descriptor, std::string* content) {
+  off_t fileSize = 0;
+  if (const int error = SizeOf(descriptor, &fileSize)) return error;
+  const auto size = static_cast<std::size_t>(fileSize);
+  try {
+    content->reserve(size + kLeastRead);
+    for (;;) {
+      const std::size_t end = content->size();
+      const std::size_t room = std::clamp(size > end ? size - end : 0, kLeastRead, kMostRead);
+      content->resize(end + room);
+      const ssize_t count = Read(descriptor, content->data() + end, room);
+      if (count < 0) return errno;
+      content->resize(end + static_cast<std::size_t>(count));
+      if (count == 0) return 0;
+    }
+  } catch (const std::exception&) {
+    return ENOMEM;
+  }
+}
+
+int CopyRest(int source, int target) {
+  const auto buffer = std::make_unique<char[]>(kMostRead);
+  ssize_t count = 0;
+  while ((count = Read(source, buffer.get(), kMostRead)) > 0) {
+    const std::string_view part(buffer.get(), static_cast<std::size_t>(count));
+    if (const int error = WriteAll(target, part)) return error;
+  }
+  return count < 0 ? errno : 0;
+}
+
+/// The start of a name, cut where a UTF-8 character begins: some file systems refuse other names.
+std::string_view Start(std::string_view name, std::size_t length) {
+  if (name.size() <= length) return name;
+  while (length > 0 && (static_cast<unsigned char>(name[length]) & 0xC0) == 0x80) --length;
+  return name.substr(0, length);
+}
+
+/// The new content on its way to its place. Its name belongs to the target, and its writer holds a
+/// lock on it: writers of one target take turns, and a file that can be locked while its name still
+/// stands was left behind by a writer that was killed, and is removed. So at most one such file
+/// ever lies beside a target, until the next write. Where that name cannot be had in time, because
+/// something else stands there or somebody keeps it locked, a name that nobody else knows serves.
+class Replacement {
+ public:
+  explicit Replacement(const std::string& target) : target_(target) {
+    const std::size_t name = target.rfind('/') + 1;  // 0 when there is no '/'
+    stem_ = target.substr(0, name) + ".";
+    stem_ += Start(std::string_view(target).substr(name), kNameLength);
+    path_ = stem_ + kEnding;
+  }
+  Replacement(const Replacement&) = delete;
+  Replacement& operator=(const Replacement&) = delete;
+  ~Replacement() {
+    if (file_) ::unlink(path_.c_str());  // while the lock is held: nobody else has this name
+  }
+
+  int Open(mode_t mode) {
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    do {
+      file_ = Create(mode);
+      if (!file_ && errno != EEXIST) return errno;
+      if (file_ && KeepsNameLocked(end)) return 0;
+      file_ = Descriptor();
+    } while (RemoveLeftBehind(end) && std::chrono::steady_clock::now() < end);
+    path_ = stem_ + "." + MakeIdentifier().data() + kEnding;
+    file_ = Create(mode);
+    return file_ ? 0 : errno;
+  }
+
+  int descriptor() const { return file_.get(); }
+
+  int MoveToTarget() {
+    if (::rename(path_.c_str(), target_.c_str()) != 0) return errno;
+    file_ = Descriptor();
+    return 0;
+  }
+
+ private:
+  using Time = std::chrono::steady_clock::time_point;
+  static constexpr std::chrono::seconds kPatience{1};
+  static constexpr const char* kEnding = ".replacement";
+  /// Leaves room for what is added below the usual limit of 255; targets whose names agree in so
+  /// many characters merely take turns with each other.
+  static constexpr std::size_t kNameLength = 200;
+
+  Descriptor Create(mode_t mode) const {
+    return Descriptor(
+        ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+  }
+
+  /// Another writer may have taken the file for one left behind before it was locked. Without locks
+  /// on this file system, being the creator must do.
+  bool KeepsNameLocked(Time end) const {
+    return LockUntil(end, file_.get()) != EWOULDBLOCK && IsNamed(path_.c_str(), file_.get());
+  }
+
+  /// Waits for the other writer and removes what it has left. False when that cannot be done.
+  bool RemoveLeftBehind(Time end) const {
+    const Descriptor other(::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (!other) return errno == ENOENT;
+    return LockUntil(end, other.get()) == 0 &&
+           (!IsNamed(path_.c_str(), other.get()) || ::unlink(path_.c_str()) == 0);
+  }
+
+  std::string target_;
+  std::string stem_;
+  std::string path_;
+  Descriptor file_;
+};
+
+/// Gives the new file the old one's owner, where rights allow, and mode; in this order, because a
+/// change of owner may clear bits of the mode.
+int TakeOver(int descriptor, const struct stat& old) {
+  struct stat now {};
+  if (::fstat(descriptor, &now) != 0) return errno;
+  if ((now.st_uid != old.st_uid || now.st_gid != old.st_gid) &&
+      ::fchown(descriptor, old.st_uid, old.st_gid) != 0 && errno != EPERM) {
+    return errno;
+  }
+  return ::fchmod(descriptor, old.st_mode & kModeBits) == 0 ? 0 : errno;
+}
+
+/// 0 when a regular file that may be written stands there, ENOENT for nothing, else the refusal.
+int CheckOld(const std::string& target, struct stat* old) {
+  if (::stat(target.c_str(), old) != 0) return errno;
+  if (S_ISDIR(old->st_mode)) return EISDIR;
+  if (!S_ISREG(old->st_mode)) return EINVAL;
+  return ::faccessat(AT_FDCWD, target.c_str(), W_OK, AT_EACCESS) == 0 ? 0 : errno;
+}
+
+/// The one way in which a file is replaced; `write` fills a descriptor and returns 0 or an errno.
+template <class Write>
+int Replace(const char* path, mode_t modeIfNew, Flush flush, Write write) {
+  if (path == nullptr) return EINVAL;
+  const std::string target = FollowLinks(path);
+  struct stat old {};
+  const int found = CheckOld(target, &old);
+  if (found != 0 && found != ENOENT) return found;
+  const bool replaces = found == 0;
+
+  Replacement replacement(target);
+  if (const int error = replacement.Open(replaces ? S_IRUSR | S_IWUSR : modeIfNew)) return error;
+  const int file = replacement.descriptor();
+  if (const int error = write(file)) return error;
+  if (replaces) {
+    if (const int error = TakeOver(file, old)) return error;
+  }
+  if (flush == Flush::ToDisk) {
+    if (const int error = os::FlushToDisk(file)) return error;
+  }
+  return replacement.MoveToTarget();
+}
+
+}  // namespace
+
+int WriteAll(int descriptor, std::string_view content) {
+  while (!content.empty()) {
+    const ssize_t count = ::write(descriptor, content.data(), content.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return errno;
+    if (count == 0) return EIO;
+    content.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return 0;
+}
+
+std::string FollowLinks(const char* path) {
+  constexpr int kMaxLinks = 40;
+  std::string name = path;
+  for (int i = 0; i < kMaxLinks; ++i) {
+    const std::unique_ptr<char, decltype(&std::free)> real(::realpath(name.c_str(), nullptr),
+                                                           &std::free);
+    if (real) return real.get();
+    // Nothing there yet; a link may still tell where it is to be.
+    std::error_code error;
+    const std::filesystem::path link = std::filesystem::read_symlink(name, error);
+    if (error) return name;
+    name = (std::filesystem::path(name).parent_path() / link).string();
+  }
+  return name;
+}
+
+int ReadWholeFile(const char* path, std::string* content) {
+  if (path == nullptr) return EINVAL;
+  const Descriptor file = OpenForReading(path);
+  if (!file) return errno;
+  std::string read;
+  if (const int error = ReadToEnd(file.get(), &read)) return error;
+  *content = std::move(read);
+  return 0;
+}
+
+FileView::FileView(const char* path) {
+  const Descriptor file = path != nullptr ? OpenForReading(path) : Descriptor();
+  const ssize_t count = file ? Read(file.get(), inline_, sizeof inline_) : -1;
+  if (count < 0) return;
+  text_ = {inline_, static_cast<std::size_t>(count)};
+  if (text_.size() < sizeof inline_) return;  // so short a read is the end of a file on a disk
+  text_ = {};
+  if (::lseek(file.get(), 0, SEEK_SET) == 0 && ReadToEnd(file.get(), &large_) == 0) text_ = large_;
+}
+
+int OpenWholeFile(const char* path, Descriptor* file, off_t* size) {
+  if (path == nullptr) return EINVAL;
+  Descriptor opened = OpenForReading(path);
+  if (!opened) return errno;
+  if (const int error = SizeOf(opened.get(), size)) return error;
+  *file = std::move(opened);
+  return 0;
+}
+
+int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew, Flush flush) {
+  return Replace(path, modeIfNew, flush, [&](int file) { return WriteAll(file, content); });
+}
+
+int WriteWholeFile(const char* path, const Descriptor& content, mode_t modeIfNew, Flush flush) {
+  return Replace(path, modeIfNew, flush, [&](int file) { return CopyRest(content.get(), file); });
+}
+
+int LockUntil(std::chrono::steady_clock::time_point end, int descriptor) {
+  // Short, or a writer that asks now and then would find no gap between those of a busy one.
+  constexpr std::chrono::microseconds kPause(250);
+  while (::flock(descriptor, LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return errno;
+    if (std::chrono::steady_clock::now() >= end) return EWOULDBLOCK;
+    std::this_thread::sleep_for(kPause);
+  }
+  return 0;
+}
+
+bool IsNamed(const char* path, int descriptor) {
+  struct stat open {};
+  struct stat named {};
+  return ::fstat(descriptor, &open) == 0 && ::lstat(path, &named) == 0 &&
+         open.st_dev == named.st_dev && open.st_ino == named.st_ino;
+}
+
+int OpenLocked(const std::string& path, std::chrono::steady_clock::time_point end,
+               Descriptor* file) {
+  do {
+    Descriptor opened(::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!opened) return errno;
+    if (const int error = LockUntil(end, opened.get())) return error;
+    if (IsNamed(path.c_str(), opened.get())) {
+      *file = std::move(opened);
+      return 0;
+    }
+  } while (std::chrono::steady_clock::now() < end);
+  return ENOENT;
+}

@@ -1,0 +1,47 @@
+// What may differ between operating systems, and nothing else. Each system has one body of this
+// page (os_linux.cpp, os_macos.cpp), which the build picks, beside what they have in common
+// (os_posix.cpp). A port to a further system fulfils every line.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+struct stat;
+
+namespace os {
+
+/// Full path of the running executable, "" when the system does not tell.
+std::string ExecutablePath();
+/// The same of another process, by its number.
+std::string ProgramOf(int process);
+/// Whether the file that this process runs is not in its place any more, where the system tells.
+bool IsExecutableReplaced();
+/// A number that no other live thread of this process has, the same for the thread's whole life.
+/// Cheap enough to be asked on every lock.
+std::uint32_t ThreadNumber();
+/// Milliseconds of a clock that never goes back, wrapping in 32 bits.
+std::uint32_t TickCount();
+/// The process's physical footprint in bytes, 0 when unknown.
+std::uint64_t PhysicalFootprint();
+/// Name and home folder of the user this process runs as, "" when unknown. The folder is $HOME if
+/// that is a full path, else the user record's, without a trailing "/" (but "/" itself).
+std::string UserName();
+std::string HomeFolder();
+/// The current environment, for starting programs.
+char** Environment();
+/// Fills up to 256 bytes with random ones fit for secrets. Returns false if the system gives none.
+bool FillRandom(void* target, std::size_t size);
+/// Makes a file's written bytes reach the disk. Returns 0 or an errno.
+int FlushToDisk(int descriptor);
+/// The modification time in a file's status.
+std::timespec ModificationTime(const struct stat& status);
+/// A close-on-exec UDP socket of a family (AF_INET, AF_INET6), deaf to multicast groups that other
+/// sockets of this machine have joined. The caller closes it. -1 on failure.
+int OpenDatagramSocket(int family);
+/// The ends of a close-on-exec, non-blocking pipe, the reading one first, which the caller closes.
+/// Returns whether there is one.
+bool OpenPipe(int ends[2]);
+
+}  // namespace os

@@ -1,0 +1,70 @@
+#include <crt_externs.h>
+#include <fcntl.h>
+#include <libproc.h>
+#include <mach/mach.h>
+#include <netinet/in.h>
+#include <pthread.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "os/system.h"
+
+namespace os {
+
+std::string ExecutablePath() { return ProgramOf(::getpid()); }
+
+std::string ProgramOf(int process) {
+  char path[PROC_PIDPATHINFO_MAXSIZE];
+  const int length = ::proc_pidpath(process, path, sizeof path);
+  return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
+}
+
+bool IsExecutableReplaced() {
+  const std::string path = ExecutablePath();
+  return !path.empty() && ::access(path.c_str(), F_OK) != 0;
+}
+
+std::uint32_t ThreadNumber() { return ::pthread_mach_thread_np(::pthread_self()); }
+
+std::uint64_t PhysicalFootprint() {
+  task_vm_info_data_t information{};
+  mach_msg_type_number_t count = TASK_VM_INFO_COUNT;
+  const kern_return_t result = ::task_info(::mach_task_self(), TASK_VM_INFO,
+                                           reinterpret_cast<task_info_t>(&information), &count);
+  return result == KERN_SUCCESS ? information.phys_footprint : 0;
+}
+
+char** Environment() { return *::_NSGetEnviron(); }
+
+bool FillRandom(void* target, std::size_t size) { return ::getentropy(target, size) == 0; }
+
+int FlushToDisk(int descriptor) {
+  // fsync stops at the drive's own cache here. File systems without the full flush have fsync.
+  if (::fcntl(descriptor, F_FULLFSYNC) == 0) return 0;
+  return ::fsync(descriptor) == 0 ? 0 : errno;
+}
+
+std::timespec ModificationTime(const struct stat& status) { return status.st_mtimespec; }
+
+// Sockets hear the groups alone that they joined themselves, from the start. Nothing here is
+// close-on-exec in one step: a program that is started in between gets the descriptor, too.
+int OpenDatagramSocket(int family) {
+  const int socket = ::socket(family, SOCK_DGRAM, IPPROTO_UDP);
+  if (socket >= 0) ::fcntl(socket, F_SETFD, FD_CLOEXEC);
+  return socket;
+}
+
+bool OpenPipe(int ends[2]) {
+  if (::pipe(ends) != 0) return false;
+  for (int i = 0; i < 2; ++i) {
+    ::fcntl(ends[i], F_SETFD, FD_CLOEXEC);
+    ::fcntl(ends[i], F_SETFL, O_NONBLOCK);
+  }
+  return true;
+}
+
+}  // namespace os

@@ -1,0 +1,76 @@
+#include "command/json_command.h"
+
+#include <climits>
+
+#include "support/testing.h"
+
+namespace {
+
+TEST(JsonCommand, FindsTheFunctionOfACommand) {
+  for (const auto& [text, type, name] : Table<const char*, int, const char*>{
+           {R"({"method":"A","event":"B"})", COMMAND_EVENT, "B"},
+           {R"({"property":"P","method":"A"})", COMMAND_METHOD, "A"},
+           {R"({"property":"P"})", COMMAND_PROPERTY, "P"},
+           {R"({"Method":"A"})", COMMAND_NONE, ""},
+           {R"({"method":{"x":1}})", COMMAND_METHOD, ""},
+           {R"({"method":5})", COMMAND_METHOD, "5"},
+           {"\"method\"", COMMAND_NONE, ""},
+           {R"({"method":"A",})", COMMAND_NONE, ""}}) {
+    const JsonCommand command(text);
+    EXPECT_EQ(command.GetCommandType(), type) << text;
+    EXPECT_EQ(command.GetFunctionName(), name) << text;
+  }
+}
+
+TEST(JsonCommand, RefusesTextsThatGrowWhenTheyAreWrittenBack) {
+  const auto isCommand = [](const std::string& parameters) {
+    return JsonCommand(R"({"method":"M","parameter":[)" + parameters + "]}").GetCommandType() ==
+           COMMAND_METHOD;
+  };
+  const std::string tower = Times(900, "[") + Times(900, "]");
+  const std::string towers = Times(20, tower + ",") + "1";
+  const std::string brackets = Times(100000, "[");
+  for (const std::string& text : {tower, Times(1000000, "1,") + "1", '"' + brackets + '"',
+                                  "\"\\\"" + brackets + '"', "/*" + brackets + "*/1"}) {
+    EXPECT_TRUE(isCommand(text)) << text.substr(0, 20);
+  }
+  for (const std::string& text :
+       {towers, Times(1001, "[") + Times(1001, "]"), brackets, Times(4000000, "1,") + "1",
+        "/*\"*/" + towers, "//\"\n" + towers, "//\r" + towers, "\"x\\\\\"," + towers}) {
+    EXPECT_FALSE(isCommand(text)) << text.substr(0, 20);
+  }
+}
+
+TEST(JsonCommand, ConvertsParameters) {
+  constexpr int kKept = 99;
+  for (const auto& [json, isText, text, isInt, number, isBool, flag] :
+       Table<std::string, bool, std::string, bool, int, bool, int>{
+           {"0", true, "0.000000", true, 0, true, 0},
+           {"-2.9", true, "-2.900000", true, -2, true, 1},
+           {"-4000000000", true, "-4000000000.000000", true, INT_MIN, true, 1},
+           {"4000000000", true, "4000000000.000000", true, INT_MAX, true, 1},
+           {R"("0")", true, "0", true, 0, false, kKept},
+           {R"("00")", true, "00", false, -1, false, kKept},
+           {R"("12abc")", true, "12abc", true, 12, false, kKept},
+           {R"("99999999999")", true, "99999999999", true, INT_MAX, false, kKept},
+           {R"("TRUE")", true, "TRUE", false, -1, true, kKept},
+           {R"("true\u0000x")", true, std::string("true\0x", 6), false, -1, false, kKept},
+           {"true", true, "true", false, -1, true, 1},
+           {"null", true, "NULL", false, -1, true, 0},
+           {"[1]", true, "[\n\t1\n]\n", false, -1, false, kKept},
+           {"{}", false, "", false, -1, false, kKept}}) {
+    const auto value = JsonCommand(R"({"parameter":[)" + json + "]}").GetParameter(0);
+    std::string asText = "x";
+    int asInt = kKept;
+    signed char asFlag = kKept;
+    EXPECT_EQ(JsonCommand::GetUTF8String(value.get(), &asText), isText) << json;
+    EXPECT_EQ(JsonCommand::ConvertInt(value.get(), &asInt), isInt) << json;
+    EXPECT_EQ(JsonCommand::ConvertBOOL(value.get(), &asFlag), isBool) << json;
+    EXPECT_EQ(std::tuple(asText, asInt, asFlag), std::tuple(text, number, flag)) << json;
+  }
+  std::string asText;
+  EXPECT_TRUE(JsonCommand::GetUTF8String(std::make_unique<Json::Value>(1e300).get(), &asText));
+  EXPECT_EQ(asText.size(), 255u) << "cut to what fits";
+}
+
+}  // namespace

@@ -1,0 +1,92 @@
+#include "os/file.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+
+#include "os/folder.h"
+#include "support/testing.h"
+
+class WholeFile : public ::testing::Test {
+ protected:
+  int Write(const std::string& content) { return WriteWholeFile(file_.c_str(), content, 0600); }
+
+  const TempFolder folder_;
+  const std::string file_ = folder_ / "file";
+  const std::string beside_ = folder_ / ".file.replacement";
+};
+
+TEST_F(WholeFile, ComesBackWholeWhateverItsSize) {
+  const std::string longName = folder_ / std::string(250, 'n');  // nearly as long as names may be
+  std::string read = "old";
+  for (const std::size_t size : {0, 1, 16383, 16384, 16385, 1'000'000}) {
+    EXPECT_EQ(WriteWholeFile(longName.c_str(), std::string(size, 'a'), 0600, Flush::Later), 0);
+    EXPECT_EQ(ReadWholeFile(longName.c_str(), &read), 0);
+    EXPECT_TRUE(read == std::string(size, 'a')) << size;
+  }
+  EXPECT_EQ(ReadWholeFile(folder_.path().c_str(), &read), EISDIR);
+  EXPECT_EQ(ReadWholeFile(file_.c_str(), &read), ENOENT);
+  ASSERT_EQ(::mkfifo(file_.c_str(), 0600), 0);
+  EXPECT_EQ(ReadWholeFile(file_.c_str(), &read), EINVAL);
+  EXPECT_EQ(Write("x"), EINVAL);
+  EXPECT_EQ(read.size(), 1'000'000u) << "a failure changes nothing";
+}
+
+TEST_F(WholeFile, WritingKeepsModeAndLinks) {
+  const std::string link = folder_ / "link";
+  fs::create_symlink("file", link);
+  for (const fs::perms mode : {fs::perms(0600), fs::perms(0604)}) {
+    EXPECT_EQ(WriteWholeFile(link.c_str(), "content", 0600), 0);
+    EXPECT_EQ(fs::status(file_).permissions(), mode);
+    fs::permissions(file_, fs::perms(0604));
+  }
+  EXPECT_TRUE(fs::is_symlink(link));
+}
+
+TEST_F(WholeFile, NothingBesideItKeepsItFromBeingWritten) {
+  Spit(beside_, "left by a killed writer");
+  EXPECT_EQ(Write("1"), 0);
+  EXPECT_FALSE(fs::exists(beside_));
+  fs::create_symlink("dangling", beside_);
+  EXPECT_EQ(Write("2"), 0);
+  fs::remove(beside_);
+  Spit(beside_, "locked for ever");
+  const Descriptor locked(::open(beside_.c_str(), O_RDONLY | O_CLOEXEC));
+  ASSERT_EQ(::flock(locked.get(), LOCK_EX), 0);
+  EXPECT_EQ(Write("3"), 0);
+  EXPECT_EQ(Slurp(file_), "3");
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 2);
+}
+
+TEST_F(WholeFile, WritersOfOneFileTakeTurns) {
+  std::vector<std::jthread> writers;
+  for (char ch = 'a'; ch < 'e'; ++ch) {
+    writers.emplace_back([this, ch] {
+      for (int i = 0; i < 25; ++i) EXPECT_EQ(Write(std::string(50'000, ch)), 0);
+    });
+  }
+  for (int i = 0; i < 200; ++i) {
+    std::string seen;
+    if (ReadWholeFile(file_.c_str(), &seen) != 0) continue;  // not there yet
+    EXPECT_EQ(seen, std::string(50'000, seen.front()));
+  }
+  writers.clear();
+  EXPECT_FALSE(fs::exists(beside_));
+}
+
+TEST(Folder, AWalkStaysInItsFolderWhateverTakesItsPlace) {
+  const TempFolder temp;
+  for (const char* name : {"tree", "outside"}) {
+    fs::create_directory(temp / name);
+    Spit(temp / name + "/precious", "");
+  }
+  const FolderWalk above(temp.path().c_str());
+  const FolderWalk walk(above, "tree");
+  fs::rename(temp / "tree", temp / "moved");
+  fs::create_symlink("outside", temp / "tree");
+  EXPECT_TRUE(walk.RemoveFile("precious"));
+  EXPECT_FALSE(walk.RemoveSelf()) << "a link now";
+  EXPECT_TRUE(fs::is_empty(temp / "moved"));
+  EXPECT_TRUE(fs::exists(temp / "outside/precious") && fs::is_symlink(temp / "tree"));
+  EXPECT_FALSE(FolderWalk(above, "tree") || above.IsFolder("tree")) << "a link is refused";
+}
