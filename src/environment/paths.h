@@ -5,6 +5,29 @@
 #pragma once
 
 #include <string>
+#include <string_view>
+
+/// The names directly below the work folder, folders without a "/". Every room asks here.
+namespace work_folder {
+inline constexpr const char* kSettings = "QVConfiguration.ini";
+inline constexpr const char* kUserSettings = "user_config.ini";
+inline constexpr const char* kServiceSettings = "service.ini";
+inline constexpr const char* kRunRecord = "service.run";
+inline constexpr const char* kLog = "log";
+inline constexpr const char* kCache = "cache";
+inline constexpr const char* kUpload = "upload";
+inline constexpr const char* kCert = "cert";
+inline constexpr const char* kDump = "dump";
+inline constexpr const char* kNginx = "nginx";
+inline constexpr const char* kSecurityException = "qv.exception";
+inline constexpr const char* kPortLock = "port.lock";
+inline constexpr const char* kUpdate = ".qv_update";  ///< there only during an update
+}  // namespace work_folder
+
+/// Whether a name relative to the work folder is, or lies in, what belongs to the service's user or
+/// to the service itself, so that no package may install it. Hidden and empty names count; cases do
+/// not. "service.ini" does not: a package brings its own.
+bool IsServiceState(std::string_view name);
 
 /// Everything that is known once the work folder is.
 struct ProgramPaths {
@@ -16,6 +39,8 @@ struct ProgramPaths {
   std::string logFile, scanLogFile;
 };
 
+/// The paths below a work folder, which ends in "/". The log files are chosen later.
+ProgramPaths PathsBelow(const std::string& work);
 /// Stores the whole set, with C strings of those names that are needed most.
 void SetProgramPaths(const ProgramPaths& paths);
 

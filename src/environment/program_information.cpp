@@ -37,25 +37,6 @@ std::string CopyOf(const std::string& value) {
   return value;
 }
 
-ProgramPaths PathsFor(const std::string& work) {
-  ProgramPaths paths;
-  paths.work = work;
-  paths.log = work + "log/";
-  paths.secondLog = paths.log;
-  paths.cache = work + "cache/";
-  paths.upload = work + "upload/";
-  paths.cert = work + "cert/";
-  paths.dump = work + "dump/";
-  paths.securityException = work + "qv.exception";
-  paths.config = work + GetConfigName();
-  paths.userConfig = work + GetUserConfigName();
-  paths.serviceConfig = work + "service.ini";
-  paths.certFile = paths.cert + "server.pem";
-  paths.privateKeyFile = paths.cert + "server_key.pem";
-  paths.firefoxCert = paths.cert + "cert.e";
-  return paths;
-}
-
 std::string FromServiceFile(const char* key, const char* def, const std::string& file) {
   return GetConfigurationfromInitFile(key, def, DEFAULT_SECTION, file.c_str());
 }
@@ -78,7 +59,7 @@ void InitProgramInfo() {
   char executable[1025];
   CUtil::GetModulePath(executable);
   const std::string exeFile = executable;
-  ProgramPaths paths = PathsFor(exeFile.substr(0, exeFile.rfind('/') + 1));
+  ProgramPaths paths = PathsBelow(exeFile.substr(0, exeFile.rfind('/') + 1));
   SetExeFile(executable);
   for (const std::string& folder : {paths.cache, paths.log, paths.upload}) {
     ::CreateDirectory(folder.c_str(), nullptr);

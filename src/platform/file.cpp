@@ -19,7 +19,7 @@
 
 namespace {
 
-constexpr mode_t kNewFileMode = 0666;
+constexpr mode_t kCreatedFileMode = 0666;
 constexpr mode_t kCopiedFileMode = 0777;
 constexpr DWORD kNoLimit = 0xFFFFFFFF;
 
@@ -32,7 +32,7 @@ using Stream = std::unique_ptr<std::FILE, StreamCloser>;
 /// open, or later a read, could wait for ever.
 Descriptor OpenFile(const char* name, int flags) {
   if (name == nullptr) return Descriptor();
-  Descriptor file(::open(name, flags | O_NONBLOCK | O_CLOEXEC, kNewFileMode));
+  Descriptor file(::open(name, flags | O_NONBLOCK | O_CLOEXEC, kCreatedFileMode));
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0) return Descriptor();
   if (S_ISDIR(status.st_mode) || S_ISFIFO(status.st_mode)) {
