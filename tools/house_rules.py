@@ -31,7 +31,7 @@ ROOMS = {
 # Of some rooms another may use a part only: discovery logs, the host ends what an updater left.
 DOORS = {
     ("discovery", "environment"): {"src/environment/logging.h"},
-    ("host", "updater"): {"updater/places.h", "updater/recovery.h", "updater/run_record.h"},
+    ("host", "updater"): {"updater/records.h", "updater/recovery.h", "updater/update_paths.h"},
     ("manager", "discovery"): {"src/discovery/service_list.h", "src/discovery/service_record.h"},
 }
 

@@ -16,7 +16,7 @@
 #include "platform/file_content.h"
 #include "platform/os.h"
 
-namespace update {
+namespace updater {
 
 namespace {
 
@@ -110,4 +110,4 @@ int FileOperations::StoreSettings(const std::string& file, std::span<const Profi
   return WritePrivateProfileEntries(DEFAULT_SECTION, entries, file.c_str()) ? 0 : errno;
 }
 
-}  // namespace update
+}  // namespace updater

@@ -1,5 +1,5 @@
-// What an update does to files, one call a step that the disk has done whole or not at all, except
-// where told. An interface, so that a test can cut an update off at any of them.
+// What an update does to files. Each call is one step, which is done whole or not at all also when
+// the machine stops, except where told. An interface, so that a test can cut an update off at each.
 #pragma once
 
 #include <sys/types.h>
@@ -10,7 +10,7 @@
 
 #include "platform/profile.h"
 
-namespace update {
+namespace updater {
 
 /// The calls return 0 or an errno. One thread at a time.
 class FileOperations {
@@ -18,19 +18,19 @@ class FileOperations {
   virtual ~FileOperations() = default;
 
   virtual int MakeFolder(const std::string& path);
-  /// Removes a folder with all that is in it, links as links; cut off, it leaves a part. Nothing
-  /// there is fine.
+  /// Removes a folder with all that is in it, not following links. Cut off, it leaves a part. Fine
+  /// when there is none.
   virtual int RemoveTree(const std::string& path);
-  /// Copies a regular file (a link is refused) to a name that is free and flushes it to the disk;
-  /// cut off, it leaves a part. Tells the SHA-256 of the bytes that it wrote, in lower case.
+  /// Copies a regular file (a link is refused) to a free name and flushes it to the disk. Cut off,
+  /// it leaves a part. Tells the SHA-256 of the bytes written, in lower case.
   virtual int Copy(const std::string& from, const std::string& to, mode_t mode,
                    std::string* sha256);
   /// Gives a file a second name.
   virtual int Link(const std::string& from, const std::string& to);
-  /// Moves a file over another, which is there with its old or its new content at every moment.
+  /// Moves a file over another, which is there at every moment, old or new.
   virtual int Rename(const std::string& from, const std::string& to);
   virtual int Remove(const std::string& path);
-  /// Flushes what changed in a folder's list of names.
+  /// Flushes a folder's list of names to the disk.
   virtual int SyncFolder(const std::string& path);
   /// Replaces a file's content and flushes it.
   virtual int Write(const std::string& path, std::string_view content);
@@ -38,4 +38,4 @@ class FileOperations {
   virtual int StoreSettings(const std::string& file, std::span<const ProfileEntry> entries);
 };
 
-}  // namespace update
+}  // namespace updater

@@ -14,7 +14,7 @@
 #include "platform/os.h"
 #include "platform/program_words.h"
 
-namespace update {
+namespace updater {
 
 namespace {
 
@@ -126,4 +126,4 @@ void DetachSelf(const std::string& output) {
   }
 }
 
-}  // namespace update
+}  // namespace updater

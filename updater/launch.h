@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace update {
+namespace updater {
 
 struct LaunchOrder {
   std::string program;
@@ -27,4 +27,4 @@ int LaunchDetached(const LaunchOrder& order, pid_t& child);
 /// what it prints added to the file.
 void DetachSelf(const std::string& output);
 
-}  // namespace update
+}  // namespace updater

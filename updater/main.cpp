@@ -11,9 +11,9 @@
 #include "environment/configuration.h"
 #include "platform/text.h"
 #include "updater/launch.h"
-#include "updater/running_service.h"
-#include "updater/update_lock.h"
-#include "updater/updater.h"
+#include "updater/service_control.h"
+#include "updater/update.h"
+#include "updater/update_paths.h"
 
 namespace {
 
@@ -23,31 +23,31 @@ constexpr std::chrono::seconds kLockPatience(5);
 constexpr int kDefaultPatience = 60;
 constexpr int kMostPatience = 3600;
 
-std::chrono::seconds Patience(const update::Places& places) {
+std::chrono::seconds Patience(const updater::UpdatePaths& paths) {
   const std::string text =
-      GetConfigurationfromInitFile("UpdatePatience", "", DEFAULT_SECTION, places.settings.c_str());
+      GetConfigurationfromInitFile("UpdatePatience", "", DEFAULT_SECTION, paths.settings.c_str());
   const int seconds = TextToInt(text.c_str());
   return std::chrono::seconds(seconds >= 1 && seconds <= kMostPatience ? seconds
                                                                        : kDefaultPatience);
 }
 
-Exit UpdateService(const update::Places& places) {
-  const update::StepsLog log(places.log);
-  update::UpdateLock lock;
-  switch (lock.Take(places.lock, kLockPatience)) {
-    case update::UpdateLock::Taken::Yes:
+Exit UpdateService(const updater::UpdatePaths& paths) {
+  const updater::UpdateLog log(paths.log);
+  updater::UpdateLock lock;
+  switch (lock.Take(paths.lock, kLockPatience)) {
+    case updater::UpdateLock::Taken::Yes:
       break;
-    case update::UpdateLock::Taken::NoOtherHasIt:
+    case updater::UpdateLock::Taken::NoOtherHasIt:
       log.Say("Another updater is at work. This one ends.");
       return kOtherUpdater;
-    case update::UpdateLock::Taken::NoFailed:
-      log.Say("There is no lock to be had on " + places.lock + ".");
+    case updater::UpdateLock::Taken::NoFailed:
+      log.Say("There is no lock on " + paths.lock + ".");
       return kOldVersionStays;
   }
   try {
-    update::FileOperations files;
-    update::RunningService service(places, Patience(places));
-    return update::Updater(files, service, places, log).Run() ? kInstalled : kOldVersionStays;
+    updater::FileOperations files;
+    updater::RunningService service(paths, Patience(paths));
+    return updater::Update(files, service, paths, log).Run() ? kInstalled : kOldVersionStays;
   } catch (const std::exception& problem) {
     log.Say(std::string("The update ends early: ") + problem.what());
     return kOldVersionStays;
@@ -67,8 +67,8 @@ int main(int argc, char** argv) {
         stderr);
     return kUsage;
   }
-  const update::Places places = update::PlacesIn(work.string());
-  ::mkdir((places.work + "log").c_str(), 0777);
-  update::DetachSelf(places.log);
-  return UpdateService(places);
+  const updater::UpdatePaths paths = updater::UpdatePathsIn(work.string());
+  ::mkdir((paths.work + "log").c_str(), 0777);
+  updater::DetachSelf(paths.log);
+  return UpdateService(paths);
 }

@@ -5,71 +5,73 @@
 
 #include "environment/configuration.h"
 #include "environment/update_names.h"
-#include "updater/swap.h"
-#include "updater/update_lock.h"
+#include "updater/exchange.h"
 
-namespace update {
+namespace updater {
 
 namespace {
 
-/// The room of an update that was cut short; a link or a stranger's folder of that name is none.
-bool IsRoomLeft(const Places& places) {
-  const std::string room = places.room.substr(0, places.room.size() - 1);
+/// Whether the folder of an update is there. A link of that name, or another user's folder, is not
+/// one.
+bool IsUpdateFolderLeft(const UpdatePaths& paths) {
+  const std::string folder = paths.update.substr(0, paths.update.size() - 1);
   struct stat status {};
-  return ::lstat(room.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
+  return ::lstat(folder.c_str(), &status) == 0 && S_ISDIR(status.st_mode) &&
          status.st_uid == ::geteuid();
 }
 
-bool IsSomethingLeft(const Places& places) { return IsMarked(places) || IsRoomLeft(places); }
+bool IsSomethingLeft(const UpdatePaths& paths) {
+  return IsMarked(paths) || IsUpdateFolderLeft(paths);
+}
 
-/// An updater that is at work leaves nothing.
-Left LookUnder(UpdateLock& lock, const Places& places) {
-  if (!IsSomethingLeft(places)) return Left::Nothing;
-  switch (lock.Take(places.lock, std::chrono::milliseconds(0))) {
+/// Nothing while an updater holds the lock; else the lock is taken while looking, and kept.
+Left LookLocked(UpdateLock& lock, const UpdatePaths& paths) {
+  if (!IsSomethingLeft(paths)) return Left::Nothing;
+  switch (lock.Take(paths.lock, std::chrono::milliseconds(0))) {
     case UpdateLock::Taken::Yes:
       break;
     case UpdateLock::Taken::NoOtherHasIt:
       return Left::Nothing;
     case UpdateLock::Taken::NoFailed:
-      return Left::BehindALock;
+      return Left::LockNotTaken;
   }
   // Looked at again: an updater may have ended in good order meanwhile.
-  if (!IsSomethingLeft(places)) return Left::Nothing;
+  if (!IsSomethingLeft(paths)) return Left::Nothing;
   std::string error;
-  const auto journal = FindJournal(places, error);
+  const auto journal = FindJournal(paths, error);
   return journal && !journal->committed ? Left::Programs : Left::Traces;
 }
 
 }  // namespace
 
-bool IsMarked(const Places& places) {
+bool IsMarked(const UpdatePaths& paths) {
   return GetConfigurationfromInitFile(UPDATE_MARK_KEY, "0", DEFAULT_SECTION,
-                                      places.settings.c_str()) == "1";
+                                      paths.settings.c_str()) == "1";
 }
 
-std::string SetMark(FileOperations& files, const Places& places, bool marked) {
+std::string SetMark(FileOperations& files, const UpdatePaths& paths, bool marked) {
   const ProfileEntry entries[] = {{UPDATE_MARK_KEY, marked ? "1" : "0"}};
-  if (files.StoreSettings(places.settings, entries) == 0) return "";
+  if (files.StoreSettings(paths.settings, entries) == 0) return "";
   return std::string("The mark of an update in progress cannot be ") +
-         (marked ? "set" : "cleared") + " in " + places.settings + ".";
+         (marked ? "set" : "cleared") + " in " + paths.settings + ".";
 }
 
-Recovery Recover(FileOperations& files, const Places& places, const StepsLog& log) {
+Recovery Recover(FileOperations& files, const UpdatePaths& paths, const UpdateLog& log) {
   Recovery recovery;
   std::string error;
-  const auto journal = FindJournal(places, error);
+  const auto journal = FindJournal(paths, error);
   if (journal) recovery.version = journal->version;
   if (journal && journal->committed) {
-    log.Say("The update to " + journal->version + " is done but for its end: finishing it.");
+    log.Say("The update to " + journal->version + " is committed: finishing it.");
     recovery.outcome = Recovery::Outcome::Finished;
-    error = Finish(files, places, *journal);
+    error = Finish(files, paths, *journal);
   } else if (journal) {
-    log.Say("The update to " + journal->version + " is not done: putting the old files back.");
+    log.Say("The update to " + journal->version + " is not committed: putting the old files back.");
     recovery.outcome = Recovery::Outcome::Undone;
-    error = Undo(files, places, *journal, recovery.changed);
+    error = Undo(files, paths, *journal, recovery.changed);
   }
   if (error.empty() && recovery.outcome != Recovery::Outcome::Finished) {
-    error = CleanUp(files, places);
+    error = CleanUp(files, paths);
   }
   if (!error.empty()) {
     log.Say(error);
@@ -78,29 +80,29 @@ Recovery Recover(FileOperations& files, const Places& places, const StepsLog& lo
   return recovery;
 }
 
-Left FindLeft(const Places& places) {
+Left FindLeft(const UpdatePaths& paths) {
   UpdateLock lock;
-  return LookUnder(lock, places);
+  return LookLocked(lock, paths);
 }
 
-Recovery RecoverForService(const Places& places, bool mayTouchPrograms) {
+Recovery RecoverForService(const UpdatePaths& paths, bool mayTouchPrograms) {
   UpdateLock lock;
-  const Left left = LookUnder(lock, places);
+  const Left left = LookLocked(lock, paths);
   if (left == Left::Nothing || (left == Left::Programs && !mayTouchPrograms)) return {};
-  const StepsLog log(places.log);
+  const UpdateLog log(paths.log);
   Recovery recovery;
   std::string error;
-  if (left == Left::BehindALock) {
-    error = "There is no lock to be had on " + places.lock + ".";
+  if (left == Left::LockNotTaken) {
+    error = "There is no lock on " + paths.lock + ".";
   } else {
     FileOperations files;
-    recovery = Recover(files, places, log);
+    recovery = Recover(files, paths, log);
     if (recovery.outcome == Recovery::Outcome::Failed) return recovery;
-    error = SetMark(files, places, false);
+    error = SetMark(files, paths, false);
   }
   if (!error.empty()) recovery.outcome = Recovery::Outcome::Failed;
   log.Say(error.empty() ? "The service ended an update that was cut short." : error);
   return recovery;
 }
 
-}  // namespace update
+}  // namespace updater

@@ -4,35 +4,36 @@
 #include <string>
 
 #include "updater/file_operations.h"
-#include "updater/places.h"
-#include "updater/steps_log.h"
+#include "updater/update_paths.h"
 
-namespace update {
+namespace updater {
 
 struct Recovery {
   enum class Outcome { Nothing, Finished, Undone, Failed } outcome = Outcome::Nothing;
-  bool changed = false;  ///< the programs in the work folder are others than before
+  bool changed = false;  ///< whether it changed the programs in the work folder
   std::string version;   ///< of the update that was finished or undone
 };
 
-/// The lock is held and no service runs, except the caller. Leaves the mark as it is.
-Recovery Recover(FileOperations& files, const Places& places, const StepsLog& log);
+/// The caller holds the updater's lock, and no service runs but the caller. Leaves the mark as it
+/// is.
+Recovery Recover(FileOperations& files, const UpdatePaths& paths, const UpdateLog& log);
 
-/// The mark in the settings that an update is in progress.
-bool IsMarked(const Places& places);
+/// Whether the settings are marked: an update is in progress.
+bool IsMarked(const UpdatePaths& paths);
 /// Returns "" or a sentence that tells what failed.
-std::string SetMark(FileOperations& files, const Places& places, bool marked);
+std::string SetMark(FileOperations& files, const UpdatePaths& paths, bool marked);
 
-/// What is left to end by somebody else, because no updater runs.
+/// What an updater that does not run any more has left to be ended by the service.
 enum class Left {
   Nothing,
-  Traces,       ///< which any service may remove
-  Programs,     ///< to be put back: only a service that has loaded nothing yet may do that
-  BehindALock,  ///< that cannot be taken, though nobody holds it
+  Traces,        ///< the mark, or files that any service may remove
+  Programs,      ///< programs to be put back, by a service that has not loaded anything yet
+  LockNotTaken,  ///< something, but the updater's lock cannot be taken though nobody holds it
 };
-Left FindLeft(const Places& places);
-/// Ends what an updater has left, when none runs, and clears the mark. A service that starts may
-/// touch the programs before it loads anything; later it may not, and leaves alone what needs that.
-Recovery RecoverForService(const Places& places, bool mayTouchPrograms);
+Left FindLeft(const UpdatePaths& paths);
+/// Ends what an updater has left when none runs, and clears the mark. Programs to be put back are
+/// left alone unless `mayTouchPrograms`, which a service may allow at its start, before it loads
+/// anything.
+Recovery RecoverForService(const UpdatePaths& paths, bool mayTouchPrograms);
 
-}  // namespace update
+}  // namespace updater

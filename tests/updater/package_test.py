@@ -27,16 +27,22 @@ TOP = pathlib.Path(__file__).resolve().parent.parent.parent
 NEXT = BIN.parent / "tests/marvique-service-next"
 PROGRAM = "marvique-service"
 NEW, NEWER = "18,0,0,1", "19,0,0,1"
-# Poses as a service that listens and never answers.
-SILENT = """#!/usr/bin/python3
-import json, os, socket, time
-run = os.path.dirname(__file__) + "/service.run"
-silent = socket.create_server(("127.0.0.1", 0))
-told = json.load(open(run)) | {"pid": os.getpid(), "port": 0, "ssl_port": 0}
-told[KIND] = silent.getsockname()[1]
-open(run, "w").write(json.dumps(told))
+# Poses as a service: it writes a run record of its own, with the lock on it or without.
+POSING = """#!/usr/bin/python3
+import fcntl, json, os, time
+run = open(os.path.dirname(__file__) + "/service.run", "r+")
+told = json.load(run) | {"pid": os.getpid(), "port": 1, "serving": SERVING}
+HOLDING and fcntl.flock(run, fcntl.LOCK_EX)
+run.seek(0)
+run.write(json.dumps(told))
+run.truncate()
+run.flush()
 time.sleep(600)
 """
+
+
+def posing(serving, lock):
+    return POSING.replace("SERVING", str(serving)).replace("HOLDING", str(lock)).encode()
 
 
 def build_of(program):
@@ -106,6 +112,12 @@ class Installed(Service):
                 told = Service.health(self)
                 return told if told["pid"] == self.record()["pid"] else None
         return wait_until(look, "the service answers at /health")
+
+    def answer(self):
+        """What the service tells now, at once, on the port that it has."""
+        record = self.record()
+        self.plain, self.secure = record["port"], record["ssl_port"]
+        return json.loads(self.request("GET", "/health", secure=self.plain == 0)[2])
 
     def text(self, name):
         return self.path(name).read_text() if self.path(name).exists() else ""
@@ -194,9 +206,9 @@ class Packages(unittest.TestCase):
             home.unpack(self.next)
             self.assertEqual(home.update().wait(60), 0, home.log())
             self.assertEqual(home.setting("QVVersion"), NEW)
-            # With its secure port alone, so the new one was asked there.
             self.assertEqual((home.record()["port"], home.record()["arguments"]),
                              (0, home.arguments))
+            self.assertEqual(home.answer()["build"], self.next_build)
 
     def test_a_new_service_that_fails_gives_way_to_the_old_one(self):
         home = self.installed().start()
@@ -204,9 +216,9 @@ class Packages(unittest.TestCase):
         for told, program, patience in (
                 ("ended with exit code 3", b"#!/bin/sh\nexit 3\n", 20),
                 ("cannot be started: Exec format error", b"\x7fELF nothing", 20),
-                ("did not answer at /health within 8 sec", b"#!/bin/sh\nexec sleep 600\n", 8),
-                ("did not answer", SILENT.replace("KIND", "'port'").encode(), 8),
-                ("did not answer", SILENT.replace("KIND", "'ssl_port'").encode(), 8),
+                ("did not serve within 8 seconds", b"#!/bin/sh\nexec sleep 600\n", 8),
+                ("did not serve", posing(serving=True, lock=False), 8),
+                ("did not serve", posing(serving=False, lock=True), 8),
                 (f"its build is {self.old_build} instead of {self.next_build}",
                  (BIN / PROGRAM).read_bytes(), 20)):
             home.unpack(self.next)

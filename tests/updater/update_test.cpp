@@ -5,13 +5,13 @@
 #include "platform/file_content.h"
 #include "platform/profile.h"
 #include "support/testing.h"
+#include "updater/exchange.h"
 #include "updater/recovery.h"
-#include "updater/swap.h"
-#include "updater/updater.h"
+#include "updater/update.h"
 
 namespace {
 
-using namespace update;
+using namespace updater;
 
 /// What the programs are, taken together.
 enum class Programs { Old, New, Mixed };
@@ -26,12 +26,12 @@ struct Installation {
     Spit(folder_ / "service", "old service");
     Spit(folder_ / "module", "old module");
     fs::permissions(folder_ / "service", fs::perms(0750));
-    Spit(places.settings, "[QV]\nMine=kept\nQVVersion=1\n");
+    Spit(paths.settings, "[QV]\nMine=kept\nQVVersion=1\n");
     for (const char* name : {"service", "module", "extra"}) {
-      Spit(places.package + name, std::string("new ") + name);
+      Spit(paths.package + name, std::string("new ") + name);
     }
-    Spit(places.package + "not listed", "");
-    Spit(places.package + MANIFEST_NAME, R"({"product":"Marvique Service","version":"2","files":[
+    Spit(paths.package + "not listed", "");
+    Spit(paths.package + MANIFEST_NAME, R"({"product":"Marvique Service","version":"2","files":[
       {"name":"service",
        "sha256":"a81c03acfff56ab1adb73111177949abe644a75dc298d5a57cc37414d1348220"},
       {"name":"module",
@@ -51,7 +51,7 @@ struct Installation {
 
   std::string Setting(const char* key) const {
     char value[64];
-    GetPrivateProfileStringA("QV", key, "", value, sizeof value, places.settings.c_str());
+    GetPrivateProfileStringA("QV", key, "", value, sizeof value, paths.settings.c_str());
     return value;
   }
 
@@ -65,7 +65,7 @@ struct Installation {
     EXPECT_EQ(Setting("QVVersion"), programs == Programs::New ? "2" : "1");
     EXPECT_NE(Setting("IfUpdate"), "1");
     EXPECT_EQ(Setting("Mine"), "kept");
-    EXPECT_FALSE(fs::exists(places.room));
+    EXPECT_FALSE(fs::exists(paths.update));
     EXPECT_FALSE(fs::exists(folder_ / "not listed"));
     EXPECT_EQ(Mode("service"), fs::perms(0750));
     if (programs == Programs::New) {
@@ -74,7 +74,7 @@ struct Installation {
   }
 
   TempFolder folder_;
-  Places places = PlacesIn(folder_.path());
+  UpdatePaths paths = UpdatePathsIn(folder_.path());
   std::optional<Programs> running = Programs::Old;
   bool wasStopped = false;
   bool hasLinks = true;  ///< whether the file system gives a file two names
@@ -175,9 +175,9 @@ class CutService : public ServiceControl {
 std::optional<bool> RunUpdater(Installation& home, Steps& steps) {
   CutFiles files(steps, home.hasLinks);
   CutService service(steps, home);
-  const StepsLog log(home.places.log);
+  const UpdateLog log(home.paths.log);
   try {
-    return Updater(files, service, home.places, log).Run();
+    return Update(files, service, home.paths, log).Run();
   } catch (const Killed&) {
     return std::nullopt;
   }
@@ -214,7 +214,7 @@ TEST_P(CutOff, AtEveryStepItEndsOldOrNew) {
         EXPECT_EQ(home.Look(), newOneWorks ? Programs::New : Programs::Old);
       } else {
         if (!home.running) home.running = home.Look();
-        const Recovery recovery = RecoverForService(home.places, true);
+        const Recovery recovery = RecoverForService(home.paths, true);
         EXPECT_NE(recovery.outcome, Recovery::Outcome::Failed);
         // Where it says that it changed nothing, the service goes on as what it is.
         if (recovery.changed) home.running = home.Look();
@@ -232,22 +232,22 @@ INSTANTIATE_TEST_SUITE_P(All, CutOff,
 
 TEST(Recovery, TellsWhenTheLockCannotBeHad) {
   Installation home;
-  Spit(home.places.settings, "[QV]\nIfUpdate=1\n");
-  fs::create_symlink("elsewhere", home.places.lock);
-  EXPECT_EQ(FindLeft(home.places), Left::BehindALock);
-  EXPECT_EQ(RecoverForService(home.places, true).outcome, Recovery::Outcome::Failed);
-  EXPECT_NE(Slurp(home.places.log).find("no lock"), std::string::npos);
+  Spit(home.paths.settings, "[QV]\nIfUpdate=1\n");
+  fs::create_symlink("elsewhere", home.paths.lock);
+  EXPECT_EQ(FindLeft(home.paths), Left::LockNotTaken);
+  EXPECT_EQ(RecoverForService(home.paths, true).outcome, Recovery::Outcome::Failed);
+  EXPECT_NE(Slurp(home.paths.log).find("no lock"), std::string::npos);
 }
 
 TEST(Package, IsRefusedWhenAFileIsNotWhatTheManifestSays) {
   const Table<const char*, std::function<void(const Installation&)>> cases = {
-      {"other bytes", [](auto& home) { Spit(home.places.package + "module", "x"); }},
-      {"lacking", [](auto& home) { fs::remove(home.places.package + "extra"); }},
-      {"no manifest", [](auto& home) { fs::remove(home.places.package + MANIFEST_NAME); }},
+      {"other bytes", [](auto& home) { Spit(home.paths.package + "module", "x"); }},
+      {"lacking", [](auto& home) { fs::remove(home.paths.package + "extra"); }},
+      {"no manifest", [](auto& home) { fs::remove(home.paths.package + MANIFEST_NAME); }},
       {"a link to the right bytes",
        [](auto& home) {
-         fs::rename(home.places.package + "module", home.folder_ / "elsewhere");
-         fs::create_symlink(home.folder_ / "elsewhere", home.places.package + "module");
+         fs::rename(home.paths.package + "module", home.folder_ / "elsewhere");
+         fs::create_symlink(home.folder_ / "elsewhere", home.paths.package + "module");
        }},
       {"a folder in the place of a program",
        [](auto& home) { fs::create_directory(home.folder_ / "extra"); }},
@@ -260,7 +260,7 @@ TEST(Package, IsRefusedWhenAFileIsNotWhatTheManifestSays) {
     EXPECT_FALSE(home.wasStopped);
     EXPECT_EQ(Slurp(home.folder_ / "module"), "old module");
     EXPECT_EQ(home.Setting("QVVersion") + home.Setting("IfUpdate"), "10");
-    EXPECT_FALSE(fs::exists(home.places.room));
+    EXPECT_FALSE(fs::exists(home.paths.update));
   }
 }
 

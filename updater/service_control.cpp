@@ -1,4 +1,4 @@
-#include "updater/running_service.h"
+#include "updater/service_control.h"
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,43 +10,42 @@
 
 #include "platform/file_lock.h"
 #include "platform/os.h"
-#include "updater/health_client.h"
-#include "updater/json_text.h"
 #include "updater/launch.h"
 
-namespace update {
+namespace updater {
 
 namespace {
 
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::milliseconds kPause(50);
-constexpr std::chrono::seconds kAnswerTime(5);
 /// After SIGKILL; the system may still have pages to write.
 constexpr std::chrono::seconds kDyingTime(10);
 
 }  // namespace
 
-/// Locks the run file, which it makes when there has been no service yet. Returns 0; EWOULDBLOCK
-/// when a service runs until `end`; another errno when that cannot be told.
-int RunningService::Hold(Time end) { return hold_ ? 0 : OpenLocked(places_.run, end, &hold_); }
+/// Locks the run record, which it makes when there has been no service yet. Returns 0; EWOULDBLOCK
+/// when a service still runs at `end`; another errno when that cannot be told.
+int RunningService::LockRunRecord(Time end) {
+  return lock_ ? 0 : OpenLocked(paths_.runRecord, end, &lock_);
+}
 
 bool RunningService::IsRunning() {
-  if (hold_) return false;
-  const bool free = Hold(Clock::now()) == 0;
-  hold_ = Descriptor();
-  return !free;
+  if (lock_) return false;
+  const bool isFree = LockRunRecord(Clock::now()) == 0;
+  lock_ = Descriptor();
+  return !isFree;
 }
 
 std::string RunningService::Stop() {
   EndChild();
   pid_t asked = 0;
   const Time end = Clock::now() + patience_;
-  while (const int error = Hold(Clock::now() + kPause)) {
+  while (const int error = LockRunRecord(Clock::now() + kPause)) {
     if (error != EWOULDBLOCK)
-      return "No lock on " + places_.run + ": " + std::strerror(error) + ".";
+      return "No lock on " + paths_.runRecord + ": " + std::strerror(error) + ".";
     // A service that starts at this moment tells its number only after it has locked the file.
-    const auto record = ReadRunRecord(places_.run);
+    const auto record = ReadRunRecord(paths_.runRecord);
     // A number may be another process's by now: it must still run the program that was recorded.
     const bool known = record && record->pid > 1 && !record->program.empty() &&
                        os::ProgramOf(record->pid) == record->program;
@@ -57,7 +56,7 @@ std::string RunningService::Stop() {
     if (Clock::now() < end) continue;
     // It has been asked to end and may still do so at any time, so it must not stay half ended.
     if (known) ::kill(record->pid, SIGKILL);
-    if (Hold(Clock::now() + kDyingTime) == 0) break;
+    if (LockRunRecord(Clock::now() + kDyingTime) == 0) break;
     return "The service cannot be ended.";
   }
   return "";
@@ -84,21 +83,20 @@ bool RunningService::ChildHasEnded() {
   return true;
 }
 
-std::string RunningService::Launch() {
-  // What the last service left: its process is gone, its way of being started is not.
-  const RunRecord last = ReadRunRecord(places_.run).value_or(RunRecord{});
+/// `last` is how the service ran last.
+std::string RunningService::Launch(const RunRecord& last) {
   LaunchOrder order;
-  order.program = places_.work + "marvique-service";
-  // It may have got another name.
+  order.program = paths_.work + "marvique-service";
+  // Its file may have another name than ours.
   const std::size_t slash = last.program.rfind('/');
-  if (slash != last.program.npos && last.program.substr(0, slash + 1) == places_.work &&
+  if (slash != last.program.npos && last.program.substr(0, slash + 1) == paths_.work &&
       ::access(last.program.c_str(), X_OK) == 0) {
     order.program = last.program;
   }
-  order.folder = ::access(last.folder.c_str(), X_OK) == 0 ? last.folder : places_.work;
+  order.folder = ::access(last.folder.c_str(), X_OK) == 0 ? last.folder : paths_.work;
   order.arguments = last.arguments;
   order.environment = last.environment;
-  order.output = places_.output;
+  order.output = paths_.serviceOutput;
   const int error = LaunchDetached(order, child_);
   if (error != 0) child_ = 0;
   return error == 0 ? "" : order.program + " cannot be started: " + std::strerror(error) + ".";
@@ -106,16 +104,16 @@ std::string RunningService::Launch() {
 
 std::string RunningService::Start(const std::string& build) {
   EndChild();
-  hold_ = Descriptor();
-  std::string problem = Launch();
+  const RunRecord last = ReadRunRecord(paths_.runRecord).value_or(RunRecord{});
+  lock_ = Descriptor();
+  std::string problem = Launch(last);
   const Time end = Clock::now() + patience_;
-  while (problem.empty() && !Answers(build, problem)) {
-    // Somebody else who starts services may have been faster: then that one is asked.
+  while (problem.empty() && !Serves(last, build, problem)) {
     if (ChildHasEnded() && !IsRunning()) {
       problem = "The service that was started ended " + end_ + ". Its last words are in " +
-                places_.output + ".";
+                paths_.serviceOutput + ".";
     } else if (Clock::now() >= end) {
-      problem = "The service that was started did not answer at /health within " +
+      problem = "The service that was started did not serve within " +
                 std::to_string(patience_.count()) + " seconds.";
     }
     std::this_thread::sleep_for(kPause);
@@ -123,18 +121,21 @@ std::string RunningService::Start(const std::string& build) {
   return problem;
 }
 
-bool RunningService::Answers(const std::string& build, std::string& problem) const {
-  const auto record = ReadRunRecord(places_.run);
-  if (!record || record->pid < 1 || record->port + record->sslPort == 0) return false;
-  const bool secure = record->port == 0;
-  const auto answer = FetchHealth(secure ? record->sslPort : record->port, secure, kAnswerTime);
-  const auto health = answer ? ParseObject(*answer) : std::nullopt;
-  if (!health || NumberMember(*health, "pid") != record->pid) return false;
-  const std::string told = TextMember(*health, "build");
-  if (build.empty() || told == build) return true;
-  problem =
-      "The service that was started says that its build is " + told + " instead of " + build + ".";
+/// Whether a service serves that was started after `last`; `problem` tells when it is of another
+/// build than the one that is wanted.
+bool RunningService::Serves(const RunRecord& last, const std::string& build, std::string& problem) {
+  const auto record = ReadRunRecord(paths_.runRecord);
+  if (!record || !record->serving) return false;
+  // Somebody else who starts services may have been faster: then the child has ended, and the other
+  // one counts. The record of the last service stays there until the new one writes its own.
+  const bool isChild = record->pid == child_ && !ChildHasEnded();
+  const bool isOther = ChildHasEnded() && record->pid != last.pid && record->pid > 1 &&
+                       os::ProgramOf(record->pid) == record->program;
+  if ((!isChild && !isOther) || !IsRunning()) return false;
+  if (build.empty() || record->build == build) return true;
+  problem = "The service that was started says that its build is " + record->build +
+            " instead of " + build + ".";
   return false;
 }
 
-}  // namespace update
+}  // namespace updater
