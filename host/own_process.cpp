@@ -24,11 +24,11 @@ void OwnProcess::BeginAnew() {
 }
 
 bool OwnProcess::EndEarlierUpdate(bool atStart) {
-  using Outcome = update::Recovery::Outcome;
-  const update::Recovery recovery = update::RecoverForService(places, atStart);
+  using Outcome = updater::Recovery::Outcome;
+  const updater::Recovery recovery = updater::RecoverForService(updatePaths, atStart);
   recoveryFailed = recovery.outcome == Outcome::Failed;
   if (recoveryFailed) {
-    Complain("An update that was cut short cannot be ended: see " + places.log + ".");
+    Complain("An update that was cut short cannot be ended: see " + updatePaths.log + ".");
   } else if (recovery.outcome != Outcome::Nothing) {
     Complain("An update that was cut short has been " +
              std::string(recovery.outcome == Outcome::Undone ? "taken back." : "finished."));

@@ -4,16 +4,16 @@
 #include <string>
 
 #include "host/run_file.h"
-#include "updater/places.h"
-#include "updater/run_record.h"
+#include "updater/update_paths.h"
+#include "updater/records.h"
 
 namespace host {
 
 /// One controlling thread.
 struct OwnProcess {
   std::string build;
-  update::Places places;
-  update::RunRecord record;
+  updater::UpdatePaths updatePaths;
+  updater::RunRecord record;
   RunFile runFile;
   bool recoveryFailed = false;  ///< at the last EndEarlierUpdate
 

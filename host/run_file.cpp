@@ -18,14 +18,14 @@ bool RunFile::Take(const std::string& file, std::string& error) {
     LogErr("The run file %s cannot be locked: updates will not find this service.", file.c_str());
     return true;
   }
-  const auto other = update::ReadRunRecord(file);
+  const auto other = updater::ReadRunRecord(file);
   error = "The service runs already in this folder" +
           (other ? ", as process " + std::to_string(other->pid) : std::string()) +
           ", or an update is just replacing it. Two would spoil each other's settings.";
   return false;
 }
 
-void RunFile::Write(const update::RunRecord& record) const {
+void RunFile::Write(const updater::RunRecord& record) const {
   if (!file_) return;
   // In place: the lock belongs to this very file. Who reads half of it sees no record and tries
   // again.

@@ -4,7 +4,7 @@
 #include <string>
 
 #include "platform/descriptor.h"
-#include "updater/run_record.h"
+#include "updater/records.h"
 
 namespace host {
 
@@ -15,7 +15,7 @@ class RunFile {
   /// False when another service, or an updater that is exchanging its files, holds the folder;
   /// `error` then tells so. A folder in which no file can be made or locked is nobody's.
   bool Take(const std::string& file, std::string& error);
-  void Write(const update::RunRecord& record) const;
+  void Write(const updater::RunRecord& record) const;
 
  private:
   Descriptor file_;

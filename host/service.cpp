@@ -106,7 +106,7 @@ class Service {
   net::steady_timer certificateTimer_;
   net::steady_timer discoveryTimer_;
   net::steady_timer updateTimer_;
-  update::Left left_ = update::Left::Nothing;
+  updater::Left left_ = updater::Left::Nothing;
   bool beginAnew_ = false;
   std::atomic<bool> reopening_{false};
   Door door_{ReadOriginLists};
@@ -166,6 +166,7 @@ void Service::OpenPorts(bool reopen) {
     int& first = port.secure ? self_.record.sslPort : self_.record.port;
     if (first == 0) first = port.actual;
   }
+  self_.record.serving = ports_.IsListening();
   self_.runFile.Write(self_.record);
   discovery_.Describe(self_.record.sslPort, modules_.Aliases());
 }
@@ -202,14 +203,14 @@ void Service::WatchUpdates() {
   updateTimer_.async_wait([this](boost::system::error_code ec) {
     if (ec) return;
     // Only what is still left at the second look: an updater may just be about to take its lock.
-    const update::Left before = std::exchange(left_, update::FindLeft(self_.places));
+    const updater::Left before = std::exchange(left_, updater::FindLeft(self_.updatePaths));
     // Where the start itself could not end it, a further one would not either.
-    beginAnew_ = left_ == update::Left::Programs && before == left_ && !self_.recoveryFailed;
+    beginAnew_ = left_ == updater::Left::Programs && before == left_ && !self_.recoveryFailed;
     if (beginAnew_) {
       signals_.cancel();
       return;
     }
-    const bool mayEnd = left_ == update::Left::Traces || left_ == update::Left::BehindALock;
+    const bool mayEnd = left_ == updater::Left::Traces || left_ == updater::Left::LockNotTaken;
     if (mayEnd && before == left_) self_.EndEarlierUpdate(false);
     WatchUpdates();
   });
@@ -275,13 +276,14 @@ int RunService(const Options& options, const std::string& build) {
   const std::string folder = std::filesystem::current_path(ignored).string();
   OwnProcess self;
   self.build = build;
-  self.places = update::PlacesIn(GetWorkPath());
+  self.updatePaths = updater::UpdatePathsIn(GetWorkPath());
   self.record.pid = ::getpid();
+  self.record.build = build;
   self.record.program = program;
   self.record.folder = folder;
   self.record.arguments = options.arguments;
   self.record.environment = OwnEnvironment();
-  if (std::string error; !self.runFile.Take(self.places.run, error)) {
+  if (std::string error; !self.runFile.Take(self.updatePaths.runRecord, error)) {
     Complain(error);
     return 1;
   }
