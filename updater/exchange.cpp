@@ -5,8 +5,8 @@
 #include <cerrno>
 #include <cstring>
 
-#include "environment/update_names.h"
-#include "platform/file_content.h"
+#include "environment/paths.h"
+#include "os/file.h"
 
 namespace updater {
 

@@ -11,10 +11,9 @@
 #include <memory>
 
 #include "environment/configuration.h"
-#include "platform/ascii.h"
-#include "platform/descriptor.h"
-#include "platform/file_content.h"
-#include "platform/os.h"
+#include "os/file.h"
+#include "os/system.h"
+#include "os/text.h"
 
 namespace updater {
 

@@ -10,9 +10,9 @@
 #include <csignal>
 #include <string_view>
 
-#include "platform/descriptor.h"
-#include "platform/os.h"
-#include "platform/program_words.h"
+#include "os/file.h"
+#include "os/process.h"
+#include "os/system.h"
 
 namespace updater {
 

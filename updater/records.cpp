@@ -13,8 +13,8 @@
 #include <set>
 
 #include "environment/module_identity.h"
-#include "platform/ascii.h"
-#include "platform/file_content.h"
+#include "os/file.h"
+#include "os/text.h"
 
 namespace updater {
 

@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "environment/configuration.h"
-#include "environment/update_names.h"
+#include "environment/paths.h"
 #include "updater/exchange.h"
 
 namespace updater {

@@ -8,8 +8,8 @@
 #include <cstring>
 #include <thread>
 
-#include "platform/file_lock.h"
-#include "platform/os.h"
+#include "os/file.h"
+#include "os/system.h"
 #include "updater/launch.h"
 
 namespace updater {

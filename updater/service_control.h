@@ -6,7 +6,7 @@
 #include <chrono>
 #include <string>
 
-#include "platform/descriptor.h"
+#include "os/file.h"
 #include "updater/records.h"
 #include "updater/update_paths.h"
 

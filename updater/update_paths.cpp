@@ -8,9 +8,9 @@
 #include <cstdio>
 #include <ctime>
 
-#include "environment/update_names.h"
-#include "platform/ascii.h"
-#include "platform/file_lock.h"
+#include "environment/paths.h"
+#include "os/file.h"
+#include "os/text.h"
 
 namespace updater {
 

@@ -5,7 +5,7 @@
 #include <chrono>
 #include <string>
 
-#include "platform/descriptor.h"
+#include "os/file.h"
 
 namespace updater {
 

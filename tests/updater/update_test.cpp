@@ -2,7 +2,7 @@
 #include <functional>
 #include <optional>
 
-#include "platform/file_content.h"
+#include "os/file.h"
 #include "platform/profile.h"
 #include "support/testing.h"
 #include "updater/exchange.h"
