@@ -4,8 +4,8 @@
 #include <string>
 
 #include "host/run_file.h"
-#include "updater/update_paths.h"
 #include "updater/records.h"
+#include "updater/update_paths.h"
 
 namespace host {
 

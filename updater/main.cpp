@@ -9,8 +9,8 @@
 #include <string>
 
 #include "environment/configuration.h"
+#include "os/process.h"
 #include "platform/text.h"
-#include "updater/launch.h"
 #include "updater/service_control.h"
 #include "updater/update.h"
 #include "updater/update_paths.h"
@@ -69,6 +69,6 @@ int main(int argc, char** argv) {
   }
   const updater::UpdatePaths paths = updater::UpdatePathsIn(work.string());
   ::mkdir((paths.work + "log").c_str(), 0777);
-  updater::DetachSelf(paths.log);
+  os::DetachThisProcess(paths.log);
   return UpdateService(paths);
 }

@@ -3,14 +3,18 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <string_view>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "os/file.h"
+#include "os/process.h"
 #include "os/system.h"
-#include "updater/launch.h"
 
 namespace updater {
 
@@ -21,6 +25,23 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds kPause(50);
 /// After SIGKILL; the system may still have pages to write.
 constexpr std::chrono::seconds kDyingTime(10);
+
+/// For a service whose own environment is not known. An updater that a service started has none, so
+/// what a program needs is added.
+std::vector<std::string> PlainEnvironment() {
+  std::vector<std::string> result = OwnEnvironment();
+  const auto add = [&](std::string_view name, const std::string& value) {
+    const std::string start = std::string(name) + "=";
+    const bool isSet = std::any_of(result.begin(), result.end(),
+                                   [&](const std::string& e) { return e.starts_with(start); });
+    if (!isSet && !value.empty()) result.push_back(start + value);
+  };
+  add("PATH", "/usr/local/bin:/usr/bin:/bin");
+  add("HOME", os::HomeFolder());
+  add("USER", os::UserName());
+  add("LOGNAME", os::UserName());
+  return result;
+}
 
 }  // namespace
 
@@ -85,21 +106,24 @@ bool RunningService::ChildHasEnded() {
 
 /// `last` is how the service ran last.
 std::string RunningService::Launch(const RunRecord& last) {
-  LaunchOrder order;
-  order.program = paths_.work + "marvique-service";
+  std::vector<std::string> words = {paths_.work + "marvique-service"};
   // Its file may have another name than ours.
   const std::size_t slash = last.program.rfind('/');
   if (slash != last.program.npos && last.program.substr(0, slash + 1) == paths_.work &&
       ::access(last.program.c_str(), X_OK) == 0) {
-    order.program = last.program;
+    words[0] = last.program;
   }
-  order.folder = ::access(last.folder.c_str(), X_OK) == 0 ? last.folder : paths_.work;
-  order.arguments = last.arguments;
-  order.environment = last.environment;
-  order.output = paths_.serviceOutput;
-  const int error = LaunchDetached(order, child_);
-  if (error != 0) child_ = 0;
-  return error == 0 ? "" : order.program + " cannot be started: " + std::strerror(error) + ".";
+  words.insert(words.end(), last.arguments.begin(), last.arguments.end());
+  os::ProcessOptions options;
+  options.environment = last.environment.empty() ? PlainEnvironment() : last.environment;
+  options.folder = ::access(last.folder.c_str(), X_OK) == 0 ? last.folder : paths_.work;
+  options.output = paths_.serviceOutput;
+  options.detached = true;
+  const std::string program = words[0];
+  const int error = os::StartProgram(std::move(words), options, &child_);
+  if (error == 0) return "";
+  child_ = 0;
+  return program + " cannot be started: " + std::strerror(error) + ".";
 }
 
 std::string RunningService::Start(const std::string& build) {

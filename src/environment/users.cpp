@@ -1,7 +1,6 @@
 #include "environment/users.h"
 
 #include <pwd.h>
-#include <spawn.h>
 #include <strings.h>
 #include <unistd.h>
 
@@ -13,6 +12,7 @@
 
 #include "environment/configuration.h"
 #include "environment/logging.h"
+#include "os/process.h"
 #include "os/system.h"
 #include "os/text.h"
 #include "util/cutil.h"
@@ -38,15 +38,12 @@ int name_to_uid(const char* name, uid_t* uid, gid_t* gid) {
 
 int CreateProcessAsCurrentLogonUser(const char* application, const char* commandLine, void*, void*,
                                     int, unsigned int, const char* extra, const char*) {
-  std::array<std::string, 7> words = {
-      application, "scan", commandLine, "1", "1", GetFullLogging() ? "1" : "0", extra};
-  std::array<char*, words.size() + 1> arguments = {};
-  std::transform(words.begin(), words.end(), arguments.begin(),
-                 [](std::string& word) { return word.data(); });
+  const auto text = [](const char* given) { return std::string(given != nullptr ? given : ""); };
   LogDebug("CreateProcessAsCurrentLogonUser posix_spawnp before\n");
   pid_t child = 0;
-  const int ret =
-      ::posix_spawnp(&child, application, nullptr, nullptr, arguments.data(), os::Environment());
+  const int ret = os::StartProgram({text(application), "scan", text(commandLine), "1", "1",
+                                    GetFullLogging() ? "1" : "0", text(extra)},
+                                   {}, &child);
   LogDebug("CreateProcessAsCurrentLogonUser posix_spawnp ret=%d, pid=%d err=%d\n", ret,
            static_cast<int>(child), errno);
   return ret == 0 ? 1 : 0;

@@ -12,8 +12,8 @@ std::string GetCurrentUserName(int id);
 int name_to_uid(const char* name, uid_t* uid, gid_t* gid);
 
 /// Starts the scanning process with the application's path (searched on PATH when it has no "/"),
-/// the command line and the extra text; nothing else is used. The child is not waited for. Returns
-/// 1 or 0.
+/// the command line and the extra text, null for ""; nothing else is used. The child is not waited
+/// for. Returns 1 or 0.
 int CreateProcessAsCurrentLogonUser(const char* application, const char* commandLine,
                                     void* processAttributes, void* threadAttributes,
                                     int inheritHandles, unsigned int flags, const char* extra,

@@ -243,7 +243,7 @@ bool ManagerClient::ValidFileName(const std::string&, const std::string&) { retu
 /// Also while the updater that was started last runs and has not said so yet: it works with the
 /// folder that another update would empty.
 bool ManagerClient::IsUpdateRefused() {
-  if (!CheckIfUpdate() && !updater_.Running()) return false;
+  if (!CheckIfUpdate() && updater_.EndsWithin(std::chrono::milliseconds(0))) return false;
   Report(QTP_UPDATING, Formatted("%s %s", SERVICE_NAME, QTP_UpdattingStr));
   return true;
 }

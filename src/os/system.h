@@ -3,6 +3,8 @@
 // (os_posix.cpp). A port to a further system fulfils every line.
 #pragma once
 
+#include <spawn.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
@@ -31,6 +33,8 @@ std::string UserName();
 std::string HomeFolder();
 /// The current environment, for starting programs.
 char** Environment();
+/// Makes a program that is started with these actions begin in a folder. Returns 0 or an errno.
+int AddStartFolder(posix_spawn_file_actions_t* actions, const char* folder);
 /// Fills up to 256 bytes with random ones fit for secrets. Returns false if the system gives none.
 bool FillRandom(void* target, std::size_t size);
 /// Makes a file's written bytes reach the disk. Returns 0 or an errno.

@@ -61,6 +61,10 @@ std::uint64_t PhysicalFootprint() {
 
 char** Environment() { return ::environ; }
 
+int AddStartFolder(posix_spawn_file_actions_t* actions, const char* folder) {
+  return ::posix_spawn_file_actions_addchdir_np(actions, folder);
+}
+
 bool FillRandom(void* target, std::size_t size) { return ::getentropy(target, size) == 0; }
 
 int FlushToDisk(int descriptor) { return ::fdatasync(descriptor) == 0 ? 0 : errno; }

@@ -40,6 +40,14 @@ std::uint64_t PhysicalFootprint() {
 
 char** Environment() { return *::_NSGetEnviron(); }
 
+int AddStartFolder(posix_spawn_file_actions_t* actions, const char* folder) {
+  // macOS 26 calls it deprecated, and earlier systems do not have the name without "_np".
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wdeprecated-declarations"
+  return ::posix_spawn_file_actions_addchdir_np(actions, folder);
+#pragma clang diagnostic pop
+}
+
 bool FillRandom(void* target, std::size_t size) { return ::getentropy(target, size) == 0; }
 
 int FlushToDisk(int descriptor) {
