@@ -16,10 +16,11 @@ constexpr int kReadsOfGetServerInfo = 8 + 1 + 2 * 5;
 
 void Prepare() {
   InitProgramInfo();
-  Spit(GetInitFile(),
-       "[QV]\nLogLevel=1\nPort=2\nPort_mn_0=qtp\nPort_mn_1=hvn\nPort_mp_0=18625\nPort_mp_1=20100\n"
-       "SSLPort=2\nSSLPort_mn_0=qtp\nSSLPort_mn_1=hvn\nSSLPort_mp_0=18626\nSSLPort_mp_1=20101\n"
-       "Server=127.0.0.1\nWorkMode=0\n");
+  SpitAndAge(
+      GetInitFile(),
+      "[QV]\nLogLevel=1\nPort=2\nPort_mn_0=qtp\nPort_mn_1=hvn\nPort_mp_0=18625\nPort_mp_1=20100\n"
+      "SSLPort=2\nSSLPort_mn_0=qtp\nSSLPort_mn_1=hvn\nSSLPort_mp_0=18626\nSSLPort_mp_1=20101\n"
+      "Server=127.0.0.1\nWorkMode=0\n");
 }
 
 signed char Take(int, void* bytes, const char* text, const void*, unsigned int, const char*) {

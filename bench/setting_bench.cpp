@@ -6,7 +6,6 @@
 #include "environment/logging.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
-#include "support/temp_folder.h"
 
 namespace {
 
@@ -17,7 +16,7 @@ void Prepare(int keys, int logLevel) {
     text += "Key" + std::to_string(i) + "=value" + std::to_string(i) + "\n";
   }
   text += "LogLevel=" + std::to_string(logLevel) + "\nWorkMode=0\n";
-  Spit(GetInitFile(), text);
+  SpitAndAge(GetInitFile(), text);
 }
 
 void BareReadOf40Keys(benchmark::State& state) {
@@ -34,6 +33,26 @@ void SettingOf40Keys(benchmark::State& state) {
   }
 }
 BENCHMARK(SettingOf40Keys);
+
+// In the first seconds after a change.
+void SettingOf40KeysChangedJustNow(benchmark::State& state) {
+  Prepare(40, 1);
+  const std::string text = Slurp(GetInitFile());
+  int i = 0;
+  for (auto _ : state) {
+    if (i++ % 100'000 == 0) Spit(GetInitFile(), text);
+    benchmark::DoNotOptimize(GetConfigurationfromInitFile("Key20", "", DEFAULT_SECTION));
+  }
+}
+BENCHMARK(SettingOf40KeysChangedJustNow);
+
+void SettingOf40KeysOnTwoThreads(benchmark::State& state) {
+  if (state.thread_index() == 0) Prepare(40, 1);
+  for (auto _ : state) {
+    benchmark::DoNotOptimize(GetConfigurationfromInitFile("Key20", "", DEFAULT_SECTION));
+  }
+}
+BENCHMARK(SettingOf40KeysOnTwoThreads)->Threads(2);
 
 // Reads of the filter and of the work mode.
 void BareReadsOfLogLine(benchmark::State& state) {

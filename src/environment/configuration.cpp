@@ -53,11 +53,7 @@ std::string GetConfigurationfromInitFile(const char* key, const char* def, const
   if (section == nullptr) section = DEFAULT_SECTION;
   if (def == nullptr) def = "";
   char value[kValueBytes];
-  DWORD length;
-  {
-    const ReadHold hold(ConfigurationLock());
-    length = GetPrivateProfileStringA(section, key, def, value, kValueBytes, file);
-  }
+  const DWORD length = GetPrivateProfileStringA(section, key, def, value, kValueBytes, file);
   return length == 0 ? def : value;
 }
 
@@ -105,7 +101,6 @@ std::string StoredText(std::string text) {
 }
 
 std::string GetWholeConfiguration(const char* key) {
-  const ReadHold hold(ConfigurationLock());
   std::string value(kValueBytes, '\0');
   while (true) {
     const DWORD room = static_cast<DWORD>(value.size());

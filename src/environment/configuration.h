@@ -1,8 +1,8 @@
 // The configuration store: typed reads and writes of the service's INI files, the lock that orders
 // them, and the settings that other rooms ask for by name.
 //
-// Nothing is cached: every read reads the file and every write rewrites it, so that settings take
-// effect without a restart and the processes of the service share one truth. Values longer than
+// Every read looks at the file and every write rewrites it, so that settings take effect without a
+// restart and the processes of the service share one truth. Values longer than
 // 2,046 characters are cut on reading. A missing or unreadable file gives the defaults. Any thread
 // may call.
 #pragma once
@@ -58,9 +58,10 @@ void SetAccessPwd(const char* text);
 
 bool GetIfOnlyLoadMarviqueSignedModule();
 
-/// Orders all reads (shared) and writes (exclusive) of the INI files within this process. It is
-/// re-entrant, so a batch may hold it around single reads and writes. It is never taken while the
-/// log's own lock is held, and nobody calls the host while holding it.
+/// Orders the writes of the INI files within this process: each holds it exclusively. A batch holds
+/// it around single reads and writes that belong together, shared if it only reads; it is
+/// re-entrant. A single read takes no lock: a file is replaced whole, so it sees the old text or
+/// the new. Never taken while the log's own lock is held; nobody calls the host while holding it.
 CReaderWriterLock& ConfigurationLock();
 
 /// How the service and this process work; each log line tells both. Further values are possible: a

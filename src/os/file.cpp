@@ -29,11 +29,25 @@ Descriptor OpenForReading(const char* path) {
   return Descriptor(::open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
 }
 
-ssize_t Read(int descriptor, char* target, std::size_t room) {
+ssize_t ReadSome(int descriptor, char* target, std::size_t room) {
   ssize_t count = 0;
   while ((count = ::read(descriptor, target, room)) < 0 && errno == EINTR) {
   }
   return count;
+}
+
+std::optional<FileState> StateIn(const struct stat& status) {
+  if (!S_ISREG(status.st_mode)) return std::nullopt;
+  const std::timespec modified = os::ModificationTime(status);
+  const std::timespec changed = os::ChangeTime(status);
+  return FileState{status.st_dev,    status.st_ino,  status.st_size, modified.tv_sec,
+                   modified.tv_nsec, changed.tv_sec, changed.tv_nsec};
+}
+
+std::optional<FileState> StateNow(int descriptor) {
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0) return std::nullopt;
+  return StateIn(status);
 }
 
 /// The size of an open regular file. Returns 0 or an errno.
@@ -58,7 +72,7 @@ int ReadToEnd(int descriptor, std::string* content) {
       const std::size_t end = content->size();
       const std::size_t room = std::clamp(size > end ? size - end : 0, kLeastRead, kMostRead);
       content->resize(end + room);
-      const ssize_t count = Read(descriptor, content->data() + end, room);
+      const ssize_t count = ReadSome(descriptor, content->data() + end, room);
       if (count < 0) return errno;
       content->resize(end + static_cast<std::size_t>(count));
       if (count == 0) return 0;
@@ -71,7 +85,7 @@ int ReadToEnd(int descriptor, std::string* content) {
 int CopyRest(int source, int target) {
   const auto buffer = std::make_unique<char[]>(kMostRead);
   ssize_t count = 0;
-  while ((count = Read(source, buffer.get(), kMostRead)) > 0) {
+  while ((count = ReadSome(source, buffer.get(), kMostRead)) > 0) {
     const std::string_view part(buffer.get(), static_cast<std::size_t>(count));
     if (const int error = WriteAll(target, part)) return error;
   }
@@ -240,14 +254,34 @@ int ReadWholeFile(const char* path, std::string* content) {
   return 0;
 }
 
-FileView::FileView(const char* path) {
-  const Descriptor file = path != nullptr ? OpenForReading(path) : Descriptor();
-  const ssize_t count = file ? Read(file.get(), inline_, sizeof inline_) : -1;
-  if (count < 0) return;
+std::optional<FileState> StateOf(const char* path) {
+  struct stat status {};
+  if (path == nullptr || ::stat(path, &status) != 0) return std::nullopt;
+  return StateIn(status);
+}
+
+void FileView::Read(const char* path) {
+  file_ = path != nullptr ? OpenForReading(path) : Descriptor();
+  if (!file_) return;
+  state_ = StateNow(file_.get());
+  const ssize_t count = ReadSome(file_.get(), inline_, sizeof inline_);
+  if (count < 0) {
+    state_.reset();
+    return;
+  }
   text_ = {inline_, static_cast<std::size_t>(count)};
   if (text_.size() < sizeof inline_) return;  // so short a read is the end of a file on a disk
   text_ = {};
-  if (::lseek(file.get(), 0, SEEK_SET) == 0 && ReadToEnd(file.get(), &large_) == 0) text_ = large_;
+  if (::lseek(file_.get(), 0, SEEK_SET) == 0 && ReadToEnd(file_.get(), &large_) == 0) {
+    text_ = large_;
+  } else {
+    state_.reset();
+  }
+}
+
+bool FileView::IsProven() const {
+  return state_ && static_cast<off_t>(text_.size()) == state_->size &&
+         StateNow(file_.get()) == state_ && os::StampsChanges(file_.get());
 }
 
 int OpenWholeFile(const char* path, Descriptor* file, off_t* size) {

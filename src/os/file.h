@@ -6,6 +6,8 @@
 
 #include <cerrno>
 #include <chrono>
+#include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -39,17 +41,44 @@ class Descriptor {
 /// folder is EISDIR, a pipe or a device EINVAL.
 int ReadWholeFile(const char* path, std::string* content);
 
+/// What the system tells of a file's state. Every change of a regular file changes it, as long as
+/// two changes do not share a tick of its file system's clock; see os::StampsChanges.
+struct FileState {
+  dev_t device = 0;
+  ino_t number = 0;
+  off_t size = 0;
+  std::time_t modified = 0;
+  long modifiedNanoseconds = 0;
+  std::time_t changed = 0;
+  long changedNanoseconds = 0;
+
+  bool operator==(const FileState&) const = default;
+};
+
+/// The state of the regular file that a path leads to; none for anything else.
+std::optional<FileState> StateOf(const char* path);
+
 /// A small file's content for the time of one look: read with one open and one read into memory of
 /// its own, on the stack where it fits. An unreadable file is an empty one.
 class FileView {
  public:
-  explicit FileView(const char* path);
+  FileView() = default;
   FileView(const FileView&) = delete;
   FileView& operator=(const FileView&) = delete;
+
+  /// At most once.
+  void Read(const char* path);
   std::string_view text() const { return text_; }
+  /// The state in which the file was when the read began; none when it could not be read.
+  const std::optional<FileState>& state() const { return state_; }
+  /// Whether the file that was read is in that state now, so that the text is its whole content,
+  /// and will leave the state with the next change.
+  bool IsProven() const;
 
  private:
   static constexpr std::size_t kInlineBytes = 16 * 1024;
+  Descriptor file_;
+  std::optional<FileState> state_;
   char inline_[kInlineBytes];
   std::string large_;
   std::string_view text_;

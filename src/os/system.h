@@ -39,8 +39,13 @@ int AddStartFolder(posix_spawn_file_actions_t* actions, const char* folder);
 bool FillRandom(void* target, std::size_t size);
 /// Makes a file's written bytes reach the disk. Returns 0 or an errno.
 int FlushToDisk(int descriptor);
-/// The modification time in a file's status.
+/// The modification time in a file's status, and the time of its last change of any kind.
 std::timespec ModificationTime(const struct stat& status);
+std::timespec ChangeTime(const struct stat& status);
+/// Whether the file system of an open file marks every change of a file by the clock of this
+/// machine, so that equal change times mean equal content. False for file systems of other
+/// machines, for those that make files up, and for unknown ones.
+bool StampsChanges(int descriptor);
 /// A close-on-exec UDP socket of a family (AF_INET, AF_INET6), deaf to multicast groups that other
 /// sockets of this machine have joined. The caller closes it. -1 on failure.
 int OpenDatagramSocket(int family);

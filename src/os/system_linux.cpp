@@ -1,7 +1,9 @@
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -70,6 +72,26 @@ bool FillRandom(void* target, std::size_t size) { return ::getentropy(target, si
 int FlushToDisk(int descriptor) { return ::fdatasync(descriptor) == 0 ? 0 : errno; }
 
 std::timespec ModificationTime(const struct stat& status) { return status.st_mtim; }
+std::timespec ChangeTime(const struct stat& status) { return status.st_ctim; }
+
+bool StampsChanges(int descriptor) {
+  constexpr std::uint32_t kZfs = 0x2FC12FC1;  // the others have names in the system's header
+  struct statfs fileSystem {};
+  if (::fstatfs(descriptor, &fileSystem) != 0) return false;
+  // FAT and exFAT are left out on purpose: their change time is the modification time.
+  switch (static_cast<std::uint32_t>(fileSystem.f_type)) {
+    case EXT4_SUPER_MAGIC:  // ext2 and ext3, too
+    case XFS_SUPER_MAGIC:
+    case BTRFS_SUPER_MAGIC:
+    case F2FS_SUPER_MAGIC:
+    case TMPFS_MAGIC:
+    case OVERLAYFS_SUPER_MAGIC:
+    case kZfs:
+      return true;
+    default:
+      return false;
+  }
+}
 
 int OpenDatagramSocket(int family) {
   Descriptor socket(::socket(family, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));

@@ -4,12 +4,14 @@
 #include <mach/mach.h>
 #include <netinet/in.h>
 #include <pthread.h>
+#include <sys/mount.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <string_view>
 
 #include "os/system.h"
 
@@ -57,6 +59,15 @@ int FlushToDisk(int descriptor) {
 }
 
 std::timespec ModificationTime(const struct stat& status) { return status.st_mtimespec; }
+std::timespec ChangeTime(const struct stat& status) { return status.st_ctimespec; }
+
+bool StampsChanges(int descriptor) {
+  struct statfs fileSystem {};
+  if (::fstatfs(descriptor, &fileSystem) != 0 || (fileSystem.f_flags & MNT_LOCAL) == 0)
+    return false;
+  const std::string_view type = fileSystem.f_fstypename;
+  return type == "apfs" || type == "hfs";
+}
 
 // Sockets hear the groups alone that they joined themselves, from the start. Nothing here is
 // close-on-exec in one step: a program that is started in between gets the descriptor, too.

@@ -8,42 +8,14 @@
 #include <string>
 
 #include "os/file.h"
-#include "os/text.h"
 #include "platform/ini_file.h"
+#include "platform/profile_view.h"
 
 namespace {
 
 constexpr mode_t kNewFileMode = 0666;
 
 std::string_view View(const char* text) { return text != nullptr ? text : std::string_view(); }
-
-/// Keeps the last value that the lines of a file give to one key: what a model of the whole file
-/// would hold in the end. Without such a line it keeps the default.
-class ValueFinder {
- public:
-  ValueFinder(std::string_view section, std::string_view key, std::string_view defaultValue)
-      : section_(ini::Name(section)),
-        key_(ini::Name(key)),
-        first_(key_.empty() ? '\0' : ascii::Lower(key_.front())),
-        value_(defaultValue) {}
-
-  bool WantsKeysFrom(char first) const { return inSection_ && ascii::Lower(first) == first_; }
-  void OnSection(std::string_view name) {
-    inSection_ = ini::CompareNames(ini::Name(name), section_) == 0;
-  }
-  void OnKey(std::string_view name, std::string_view value) {
-    if (ini::CompareNames(ini::Name(name), key_) == 0) value_ = value;
-  }
-
-  std::string_view value() const { return value_; }
-
- private:
-  std::string_view section_;
-  std::string_view key_;
-  char first_;
-  bool inSection_ = false;
-  std::string_view value_;
-};
 
 /// Whether a key line would be read again as this key with this value. A name that is empty or
 /// holds "=" would not, nor would one that turns its line into a section header.
@@ -105,10 +77,8 @@ int Store(std::string_view section, std::span<const ProfileEntry> entries, const
 
 DWORD GetPrivateProfileStringA(const char* section, const char* key, const char* defaultValue,
                                char* buffer, DWORD size, const char* file) {
-  const FileView content(file);
-  ValueFinder finder(View(section), View(key), View(defaultValue));
-  ini::VisitLines(content.text(), finder);
-  const std::string_view value = finder.value();
+  const ProfileView look(file);
+  const std::string_view value = look.Find(View(section), View(key), View(defaultValue));
   if (buffer != nullptr && size > 0) {
     const std::size_t room = size > 1 ? size - 2 : 0;
     // The copy is a C string: it ends at a NUL in the value.

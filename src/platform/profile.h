@@ -1,9 +1,10 @@
 // Profile strings: one value of an INI file, read or written with the file's other content kept.
 //
-// Nothing is cached: every read reads the file, every write rewrites it. The callers order their
-// threads (the configuration lock does for the service's own files); writers of several processes
-// and of several copies of this layer in one process take turns by a lock on the file's folder. A
-// stranger may hold such a lock too, so a write waits about five seconds at most, then it fails.
+// Every read looks at the file (see profile_view.h) and every write rewrites it. Any thread may
+// read; the callers order the threads that write (the configuration lock does for the service's own
+// files). Writers of several processes and of several copies of this layer in one process take
+// turns by a lock on the file's folder. A stranger may hold such a lock too, so a write waits about
+// five seconds at most, then it fails.
 #pragma once
 
 #include <cstddef>
@@ -14,8 +15,7 @@
 
 /// Copies the value of `key` in `section`, or `defaultValue` when the file, the section or the key
 /// is missing, into `buffer` (at most size - 2 characters and a NUL). Returns the full length of
-/// the value. Costs one open, one read and one pass over the file, and allocates nothing for files
-/// of ordinary size.
+/// the value.
 DWORD GetPrivateProfileStringA(const char* section, const char* key, const char* defaultValue,
                                char* buffer, DWORD size, const char* file);
 

@@ -2,12 +2,16 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
+#include <ctime>
+#include <new>
 #include <random>
 
 #include "os/file.h"
@@ -159,6 +163,81 @@ TEST_F(ProfileSafety, WritersOfSeveralProcessesLoseNothing) {
   ASSERT_TRUE(stored.Load(file_));
   EXPECT_EQ(stored.GetSection("S")->GetKeys().size(), 2u * kKeys);
   EXPECT_EQ(Files(), 2u);
+}
+
+/// The ways in which others change a settings file. Each keeps its size and modification time.
+enum class Change { Replace, Truncate, Overwrite };
+
+bool Apply(Change change, const std::string& file, const std::string& content) {
+  const std::string target = change == Change::Replace ? file + ".new" : file;
+  const int flags = change == Change::Overwrite ? O_WRONLY : O_WRONLY | O_CREAT | O_TRUNC;
+  const Descriptor open(::open(target.c_str(), flags, 0600));
+  const timespec longAgo[] = {{1'000'000, 0}, {1'000'000, 0}};
+  return open && WriteAll(open.get(), content) == 0 && ::futimens(open.get(), longAgo) == 0 &&
+         (target == file || ::rename(target.c_str(), file.c_str()) == 0);
+}
+
+/// Changes the file many times, leaves it alone until its readers trust what they have read, and
+/// changes it again. Returns 0.
+int ChangeWithoutRest(Change change, const std::string& file, std::atomic<int>& completed) {
+  const auto isOld = [&] {
+    struct stat status {};
+    return ::stat(file.c_str(), &status) == 0 && status.st_ctime + 6 < std::time(nullptr);
+  };
+  int value = 0;
+  for (int burst = 0; burst < 2; ++burst) {
+    for (int i = 0; i < 1000; ++i) {
+      char content[64];
+      ++value;  // twice: a look may fall into a write in place
+      std::snprintf(content, sizeof content, "[S]\nk=%08d,%08d\n", value, value);
+      if (!Apply(change, file, content)) return 1;
+      completed = value;
+    }
+    if (burst == 0 && !WaitUntil(isOld)) return 2;
+  }
+  return 0;
+}
+
+TEST_F(ProfileSafety, NoLookTellsLessThanTheLastCompletedChange) {
+  constexpr Change kChanges[] = {Change::Replace, Change::Truncate, Change::Overwrite};
+  constexpr std::size_t kFiles = std::size(kChanges);
+  using Counters = std::array<std::atomic<int>, kFiles>;
+  void* shared =
+      ::mmap(nullptr, sizeof(Counters), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  ASSERT_NE(shared, MAP_FAILED);
+  auto& completed = *new (shared) Counters{};
+  std::vector<pid_t> writers;
+  std::vector<std::string> files;
+  for (std::size_t i = 0; i < kFiles; ++i) {
+    files.push_back(folder_ / std::to_string(i) + ".ini");
+    Spit(files[i], "");
+    writers.push_back(
+        Start([&] { return ChangeWithoutRest(kChanges[i], files[i], completed[i]); }));
+  }
+  std::atomic<bool> stop{false};
+  std::atomic<int> lastSeen{0};
+  std::vector<std::jthread> readers;
+  for (int reader = 0; reader < 2; ++reader) {
+    readers.emplace_back([&] {
+      for (std::size_t i = 0; !stop; i = (i + 1) % kFiles) {
+        const int before = completed[i];
+        int first = 0;
+        int second = 0;
+        char value[64];
+        GetPrivateProfileStringA("S", "k", "", value, sizeof value, files[i].c_str());
+        if (std::sscanf(value, "%d,%d", &first, &second) != 2 || first != second) continue;
+        if (first < before)
+          ADD_FAILURE() << "file " << i << " told " << first << ", not " << before;
+        if (first < before) return;
+        lastSeen = std::max(lastSeen.load(), first);
+      }
+    });
+  }
+  for (const pid_t writer : writers) EXPECT_EQ(ResultOf(writer), 0);
+  stop = true;
+  readers.clear();
+  EXPECT_GT(lastSeen, 1000) << "the readers saw nothing of the second burst";
+  ::munmap(shared, sizeof(Counters));
 }
 
 }  // namespace
