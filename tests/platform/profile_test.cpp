@@ -167,6 +167,7 @@ TEST_F(ProfileSafety, WritersOfSeveralProcessesLoseNothing) {
 
 /// The ways in which others change a settings file. Each keeps its size and modification time.
 enum class Change { Replace, Truncate, Overwrite };
+constexpr int kBurst = 300;
 
 bool Apply(Change change, const std::string& file, const std::string& content) {
   const std::string target = change == Change::Replace ? file + ".new" : file;
@@ -186,7 +187,7 @@ int ChangeWithoutRest(Change change, const std::string& file, std::atomic<int>& 
   };
   int value = 0;
   for (int burst = 0; burst < 2; ++burst) {
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < kBurst; ++i) {
       char content[64];
       ++value;  // twice: a look may fall into a write in place
       std::snprintf(content, sizeof content, "[S]\nk=%08d,%08d\n", value, value);
@@ -236,7 +237,7 @@ TEST_F(ProfileSafety, NoLookTellsLessThanTheLastCompletedChange) {
   for (const pid_t writer : writers) EXPECT_EQ(ResultOf(writer), 0);
   stop = true;
   readers.clear();
-  EXPECT_GT(lastSeen, 1000) << "the readers saw nothing of the second burst";
+  EXPECT_GT(lastSeen, kBurst) << "the readers saw nothing of the second burst";
   ::munmap(shared, sizeof(Counters));
 }
 
