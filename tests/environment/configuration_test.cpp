@@ -1,7 +1,6 @@
 #include "environment/configuration.h"
 
 #include "environment/paths.h"
-#include "environment/ports.h"
 #include "environment/program_information.h"
 #include "support/testing.h"
 
@@ -17,7 +16,6 @@ class Configuration : public ::testing::Test {
     return GetConfigurationfromInitFile(key, def, section);
   }
 };
-using Ports = Configuration;
 
 TEST_F(Configuration, ReadsEachValueOrItsDefault) {
   Spit(GetInitFile(), "[QV]\nText=stored\nEmpty=\n[]\nText=nameless\n");
@@ -34,33 +32,71 @@ TEST_F(Configuration, ReadsEachValueOrItsDefault) {
   }
 }
 
-TEST_F(Ports, AreStoredInDescendingOrderAndReadBack) {
-  SetNoSSLPort(18625, "qtp");
-  SetNoSSLPort(20100, "hvn");
-  SetSSLPort(18626, "qtp");
-  EXPECT_EQ(Slurp(GetInitFile()),
-            "[QV]\nPort=2\nPort_mn_0=qtp\nPort_mn_1=hvn\nPort_mp_0=18625\nPort_mp_1=20100\n"
-            "SSLPort=1\nSSLPort_mn_0=qtp\nSSLPort_mp_0=18626\n");
-  EXPECT_EQ(ReadNoSSLPort(true), (PortMap{{"hvn", 20100}, {"qtp", 18625}}));
-  EXPECT_EQ(GetSSLPort("qtp", true), 18626);
-  SavePort(PortMap{{"hvn", 1}}, PLAIN_PORT_KEY);  // leaves the second entry behind
-  EXPECT_EQ(ReadNoSSLPort(true), (PortMap{{"hvn", 1}}));
-  EXPECT_EQ(ReadNoSSLPort(false), (PortMap{{"hvn", 20100}}));
+TEST_F(Configuration, GoesToTheSectionAndTheFileThatAreNamed) {
+  const std::string other = GetWorkPath() + "other.ini";
+  Spit(other, "");
+  SetConfigurationToInitFile("k", "main", nullptr);
+  SetConfigurationToInitFile("k", 5, "");
+  SetConfigurationToInitFile("k", "other", nullptr, other.c_str());
+  const ProfileEntry entries[] = {{"l", "1"}, {"m", "2"}};
+  SetConfigurationToInitFile(entries, nullptr);
+  EXPECT_EQ(Slurp(GetInitFile()), "[]\nk=5\n[QV]\nk=main\nl=1\nm=2\n");
+  EXPECT_EQ(Slurp(other), "[QV]\nk=other\n");
+  EXPECT_EQ(GetConfigurationfromInitFile("k", "x", nullptr, other.c_str()), "other");
 }
 
-TEST_F(Ports, AreReadUpToTheCountOrTheFirstGap) {
-  std::string text = "[QV]\nPort=99999999\n";
-  for (int i = 0; i < 12; ++i) {
-    const std::string n = std::to_string(i);
-    text += "Port_mn_" + n + "=m" + n + "\nPort_mp_" + n + "=" + (i == 3 ? "x" : n) + "\n";
+TEST_F(Configuration, KeepsWhatIsNamedByAFunction) {
+  int type = 7;
+  EXPECT_EQ(GetLatestSourceName(type) + GetSavedAccessPwd(), "");
+  EXPECT_EQ(type, 7) << "nothing is stored";
+  EXPECT_TRUE(GetIfOnlyLoadMarviqueSignedModule());
+  EXPECT_EQ(GetServiceMode(), WorkMode::Service);
+  SetLatestSourceName(-3, "scanner");
+  SetAccessPwd("secret");
+  SetServiceMode(WorkMode::UserPorts);
+  SetConfigurationToInitFile("OnlyLoadMarviqueSignedModule", "False", DEFAULT_SECTION);
+  EXPECT_EQ(GetLatestSourceName(type) + GetSavedAccessPwd(), "scannersecret");
+  EXPECT_EQ(type, -3);
+  EXPECT_FALSE(GetIfOnlyLoadMarviqueSignedModule());
+  EXPECT_EQ(GetServiceMode(), WorkMode::UserPorts);
+  Spit(GetInitFile(), "[QV]\nLatestSourceType=x\n");
+  EXPECT_EQ(GetLatestSourceName(type), "");
+  EXPECT_EQ(type, 0);
+}
+
+TEST_F(Configuration, SwitchesAccessForTheNextStartOnly) {
+  Spit(GetInitFile(), "[QV]\nEnableFileAccess=FALSE\n");
+  ReadAccessSwitches();
+  const auto now = [] {
+    return std::vector{GetEnableScannerAccess(), GetEnableFileAccess(), GetEnableWebcamAccess()};
+  };
+  SetEnableScannerAccess(false);
+  SetEnableFileAccess(true);
+  SetEnableWebcamAccess(false);
+  EXPECT_EQ(now(), (std::vector{true, false, true}));
+  EXPECT_EQ(Slurp(GetInitFile()),
+            "[QV]\nEnableFileAccess=TRUE\nEnableScannerAccess=FALSE\nEnableWebcamAccess=FALSE\n");
+  ReadAccessSwitches();
+  EXPECT_EQ(now(), (std::vector{false, true, false}));
+}
+
+TEST_F(Configuration, TakesAPagesTextAsOneLineThatCanBeReadBack) {
+  using namespace std::string_literals;
+  const std::string full(2044, 'x');
+  for (const auto& [text, stored] :
+       Table<std::string, std::string>{{"a\r\n\0b"s, "ab"},
+                                       {full + "yz", full + "yz"},
+                                       {full + "yzz", full + "yz"},
+                                       {full + "\xE2\x82\xAC", full},
+                                       {full + "\xC3\xA4", full + "\xC3\xA4"},
+                                       {std::string(2047, '\x80'), ""}}) {
+    EXPECT_EQ(StoredText(text), stored) << text.size();
   }
-  Spit(GetInitFile(), text);
-  EXPECT_EQ(ReadNoSSLPort(true).size(), 12u);
-  EXPECT_EQ(ReadNoSSLPort(false).size(), 10u);
-  EXPECT_EQ(GetNoSSLPort("m3", true), 0);
-  Spit(GetInitFile(), "[QV]\nPort=-4\nPort_mn_0=a\nPort_mp_0=99999999999\n");
-  EXPECT_TRUE(ReadNoSSLPort(true).empty());
-  EXPECT_EQ(GetNoSSLPort("a", false), 2147483647);
+  for (const std::size_t size : {0, 2045, 2046, 2047, 2048, 50'000}) {
+    const std::string value(size, 'v');
+    SetConfigurationToInitFile("List", value.c_str(), DEFAULT_SECTION);
+    EXPECT_EQ(GetWholeConfiguration("List"), value);
+  }
 }
 
 }  // namespace

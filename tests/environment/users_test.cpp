@@ -1,8 +1,12 @@
 #include "environment/users.h"
 
+#include <unistd.h>
+
 #include "environment/configuration.h"
+#include "environment/logging.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
+#include "os/system.h"
 #include "support/testing.h"
 
 namespace {
@@ -11,6 +15,9 @@ TEST(Users, AddressesAreReducedToTheirOrigin) {
   for (const auto& [address, origin] : Table<const char*, const char*>{
            {"", ""},
            {"null", "null"},
+           {"NULL", "NULL"},
+           {"http:/", ""},
+           {"http://a", "http://a"},
            {"ftp://host/x", ""},
            {"https://Host.Example:8443/path?q=1", "https://Host.Example:8443"},
            {"https://b\xC3\xBC.de:1/x", "https://xn--b-eha.de:1"},
@@ -23,6 +30,7 @@ TEST(Users, AddressesAreReducedToTheirOrigin) {
 
 TEST(Users, CertificatesAreChosenByHost) {
   InitProgramInfo();
+  Spit(GetInitFile(), "");
   const auto named = [](const char* host) {
     std::string cert = "old", key = "old";
     GetCertName(host, cert, key);
@@ -37,6 +45,70 @@ TEST(Users, CertificatesAreChosenByHost) {
   EXPECT_EQ(named("local.EXAMPLE"), "|mine.key") << "a configured pair wins";
   EXPECT_EQ(named("scan.products.example"), own);
   EXPECT_EQ(named("127.0.0.1"), "|");
+}
+
+TEST(Users, HomeFoldersArePutInBehindQuotesAndCommas) {
+  const std::string home = os::HomeFolder() + "/";
+  for (const auto& [text, expanded] : Table<const char*, std::string>{
+           {"~/a", "~/a"},
+           {R"({"a":"~/b"})", R"({"a":")" + home + R"(b"})"},
+           {R"("~/~/",~/,~/x~/)", "\"" + home + "~/\"," + home + "," + home + "x~/"},
+           {R"(" ~/", ~/)", R"(" ~/", ~/)"},
+           {R"("~x",~)", R"("~x",~)"}}) {
+    EXPECT_EQ(DealWithMacHomeDir(text), expanded);
+  }
+}
+
+TEST(Users, AreKnownByName) {
+  uid_t uid = 7;
+  gid_t gid = 7;
+  EXPECT_EQ(name_to_uid("root", &uid, &gid), 0);
+  EXPECT_EQ(std::pair(uid, gid), std::pair(uid_t{0}, gid_t{0}));
+  EXPECT_EQ(name_to_uid("no such user", &uid, &gid), -1);
+  EXPECT_EQ(name_to_uid(nullptr, &uid, &gid) + name_to_uid("root", nullptr, &gid) +
+                name_to_uid("root", &uid, nullptr),
+            -3);
+  EXPECT_EQ(name_to_uid(GetCurrentUserName(5).c_str(), &uid, &gid), 0);
+  EXPECT_EQ(uid, ::geteuid());
+}
+
+TEST(Users, HaveNoTokensOnThisSystem) {
+  std::string name = "x";
+  int session = 7, process = 7;
+  GetUserInfo(1, name, session, process);
+  EXPECT_EQ(name + GetUserSID(1), "");
+  EXPECT_EQ(session + process + GetConnectionProcessID(1) + GetProcessSessionID(1) +
+                GetClientConnectionSessionID(1, &session),
+            0);
+  EXPECT_EQ(GetCurrentUserToken(nullptr, 1), -1);
+}
+
+TEST(Users, GetTheirScanningProgram) {
+  InitProgramInfo();
+  Spit(GetInitFile(), "[QV]\nscan3=own.exe\n");
+  for (const auto& [index, name] : Table<int, const char*>{
+           {5, "QVSCN2x64.exe"}, {0, "QVSCN2.exe"}, {-1, "QVSCN2.exe"}, {3, "own.exe"}}) {
+    EXPECT_EQ(GetScanModuleName(index), name);
+  }
+  const TempFolder folder;
+  const std::string told = folder / "told";
+  const std::string program = folder / "program";
+  Spit(program, "#!/bin/sh\nprintf '%s|' \"$@\" >'" + told + ".tmp'\nmv '" + told + ".tmp' '" +
+                    told + "'\n");
+  const auto start = [&] {
+    return CreateProcessAsCurrentLogonUser(program.c_str(), "a b", nullptr, nullptr, 0, 0, "extra",
+                                           nullptr);
+  };
+  EXPECT_EQ(start(), 0) << "no program";
+  fs::permissions(program, fs::perms::owner_all);
+  for (const char* full : {"0", "1"}) {
+    fs::remove(told);
+    SetFullLogging(full[0] == '1');
+    EXPECT_EQ(start(), 1);
+    EXPECT_TRUE(WaitUntil([&] { return fs::exists(told); }));
+    EXPECT_EQ(Slurp(told), std::string("scan|a b|1|1|") + full + "|extra|");
+  }
+  SetFullLogging(false);
 }
 
 }  // namespace

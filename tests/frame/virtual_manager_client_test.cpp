@@ -5,12 +5,13 @@
 
 namespace {
 
-constinit std::atomic<std::time_t> g_now{1000};
+constinit std::atomic<std::time_t> g_now{0};
 
 std::time_t FakeTime(std::time_t*) { return g_now; }
 
 TEST(VirtualManagerClient, IsBusyForThirtySecondsAfterACommand) {
   InitProgramInfo();
+  g_now = 1000;
   VirtualManagerClient client(&FakeTime);
   EXPECT_EQ(client.GetWaitTimeout(), 1);
   HostDouble host;
