@@ -59,4 +59,23 @@ TEST_F(ManagerClientTest, EchoesTheCommandOfAnUnknownClientUnrun) {
   EXPECT_TRUE(HostDouble::asked.empty());
 }
 
+// The host runs another command while it is asked for something by the first.
+TEST_F(ManagerClientTest, LeavesACommandsErrorToItWhateverRunsWithin) {
+  static ManagerClient* manager;
+  manager = &manager_;
+  const auto runAnother = [](const char*, const char*, const char*, void*, unsigned int*) {
+    HostDouble other;
+    manager->Function(other.Request(R"({"id":"2","method":"GetPorts","parameter":["x"]})").get());
+    EXPECT_NE(other.sent.at(0).text.find("-2408"), std::string::npos);
+    return 0;
+  };
+  for (int round = 0; round < 2; ++round) {
+    HostDouble host;
+    const char* text = R"({"id":"1","method":"Reboot","parameter":[]})";
+    manager_.Function(host.Request(text, 1, 3, runAnother).get());
+    const Json::Value reply = Parsed(host.sent.at(0).text);
+    EXPECT_FALSE(reply.isMember("exception")) << host.sent[0].text;
+  }
+}
+
 }  // namespace
