@@ -1,9 +1,8 @@
-// A setting and a log line beside the bare file reads that they consist of.
+// A setting beside the bare file read that it stands for.
 #include <benchmark/benchmark.h>
 
 #include "bare_read.h"
 #include "environment/configuration.h"
-#include "environment/logging.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
 
@@ -53,41 +52,5 @@ void SettingOf40KeysOnTwoThreads(benchmark::State& state) {
   }
 }
 BENCHMARK(SettingOf40KeysOnTwoThreads)->Threads(2);
-
-// Reads of the filter and of the work mode.
-void BareReadsOfLogLine(benchmark::State& state) {
-  Prepare(12, 14);
-  const std::string file = GetInitFile();
-  for (auto _ : state) {
-    BareRead(file.c_str());
-    BareRead(file.c_str());
-  }
-}
-BENCHMARK(BareReadsOfLogLine);
-
-void LogLineAtLevel14(benchmark::State& state) {
-  Prepare(12, 14);
-  SetFullLogging(false);
-  int i = 0;
-  for (auto _ : state) LogInfo("a line of ordinary length, number %d of %s", ++i, "many");
-}
-BENCHMARK(LogLineAtLevel14);
-
-// Full logging spares the read of the filter.
-void BareReadOfFullLogLine(benchmark::State& state) {
-  Prepare(12, 14);
-  const std::string file = GetInitFile();
-  for (auto _ : state) BareRead(file.c_str());
-}
-BENCHMARK(BareReadOfFullLogLine);
-
-void LogLineUnderFullLogging(benchmark::State& state) {
-  Prepare(12, 14);
-  SetFullLogging(true);
-  int i = 0;
-  for (auto _ : state) LogInfo("a line of ordinary length, number %d of %s", ++i, "many");
-  SetFullLogging(false);
-}
-BENCHMARK(LogLineUnderFullLogging);
 
 }  // namespace
