@@ -31,11 +31,12 @@ std::optional<int> RunInTempFolder(char** argv) {
   if (std::getenv(kInside) != nullptr) return std::nullopt;
   const TempFolder folder;
   const std::filesystem::path self = std::filesystem::canonical(argv[0]);
-  const std::string copy = folder / "program";
+  std::string copy = folder / "program";
   std::filesystem::copy_file(self, copy);
   ::setenv(kInside, self.parent_path().c_str(), 1);
   const pid_t child = ::fork();
   if (child == 0) {
+    argv[0] = copy.data();  // what starts itself again stays in the folder
     ::execv(copy.c_str(), argv);
     std::perror("execv");
     std::_Exit(127);
