@@ -97,6 +97,6 @@ void LogOf20000Lines(benchmark::State& state) {
     log.Close();
   }
 }
-BENCHMARK(LogOf20000Lines)->UseRealTime();
+BENCHMARK(LogOf20000Lines)->MeasureProcessCPUTime()->UseRealTime();
 
 }  // namespace

@@ -2,7 +2,6 @@
 // thread that writes it.
 #pragma once
 
-#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <initializer_list>
@@ -11,52 +10,33 @@
 #include <string_view>
 #include <thread>
 
-#include "util/reader_writer_lock.h"
-
 /// Appends a batch to a file, which is opened and closed for it. A file that cannot be opened loses
 /// the batch.
 void WriteLogAsync(const std::string& filePath, std::string_view text);
 
-/// One thread that writes one batch after another; it is started by the first.
-class LogWriterThread {
- public:
-  ~LogWriterThread() { Join(); }
-
-  bool Busy() const { return busy_.load(std::memory_order_acquire); }
-  /// Takes the text, leaving `text` empty with the memory of an earlier batch. Only while not busy.
-  /// Returns false, the text untouched, when there is no thread to be had.
-  bool Start(std::string_view filePath, std::string& text);
-  /// Waits for the running batch and ends the thread.
-  void Join();
-
- private:
-  void Run();
-
-  std::thread thread_;
-  std::mutex mutex_;
-  std::condition_variable wake_;
-  std::atomic<bool> busy_{false};
-  bool stopping_ = false;
-  std::string filePath_;
-  std::string text_;
-};
-
-/// Collects lines and hands them to the background writer. Any thread may call.
+/// Collects lines and writes them with one background thread. Any thread may call.
 class CAsyncLogging {
  public:
-  /// Appends the entry, given in pieces, to the pending text, and starts a write of all that is
-  /// pending for that file unless one is running. Returns false when the entry was dropped: after
-  /// Close, or when the disk has not kept up for so long that too much is pending.
+  ~CAsyncLogging() { Close(); }
+
+  /// Appends the entry, given in pieces, to the pending text, and wakes the writer if it rests.
+  /// What is pending goes to the file that was named last. Returns false when the entry was
+  /// dropped: after Close, or when the disk has not kept up for so long that too much is pending.
   bool Log(std::initializer_list<std::string_view> entry, std::string_view filePath);
-  /// Waits for the running write, writes what is pending and drops everything that comes later.
+  /// Waits until everything that is pending is in the file. What comes later is dropped.
   void Close();
 
  private:
-  CReaderWriterLockNonReentrance lock_;
+  void Run();
+  bool EnsureThread();
+
+  std::mutex mutex_;  // guards all but the thread
+  std::condition_variable wake_;
   std::string pending_;
-  std::string lastFile_;
+  std::string file_;
+  bool awake_ = false;  // the writer looks again without being woken
   bool closed_ = false;
-  LogWriterThread writer_;
+  std::thread thread_;  // started by the first line, under the lock; ended by Close
 };
 
 struct LogLineHead {

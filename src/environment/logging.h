@@ -5,7 +5,7 @@
 // a running service; full logging ("LogLevel" 14 at start-up or by SetLogLevel) spares that read.
 // A caller formats its line and appends it to a text in memory; a background thread writes that
 // text to the file. At most one write runs at a time: lines that arrive meanwhile are written
-// together, in order, after the next call that finds the writer idle, or when the module unloads.
+// together, in order, right after it. The module's unloading waits for the last of them.
 //
 // Any thread may log. No call throws, and errno is the caller's afterwards.
 #pragma once

@@ -1,8 +1,15 @@
 #include "environment/logging.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <future>
 #include <regex>
 
 #include "environment/configuration.h"
+#include "environment/log_writer.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
 #include "platform/diagnostics.h"
@@ -24,19 +31,17 @@ class LogFile : public ::testing::Test {
     Spit(GetInitFile(), "[QV]\nLogLevel=" + level + "\nWorkMode=6\n");
   }
 
-  // The log once everything that was queued has arrived. Lines that wait for a running write are
-  // written by a later call, so calls follow until the marker is there.
+  static bool Arrives(const std::string& text) {
+    return WaitUntil([&] { return Slurp(GetLogFile()).find(text) != std::string::npos; });
+  }
+
+  // The log once everything that was queued has arrived.
   static std::string WrittenLog() {
     static int marker = 0;
     const std::string mark = "<marker " + std::to_string(++marker) + ">";
-    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-    std::string text;
-    do {
-      LogErr("%s", mark.c_str());
-      std::this_thread::sleep_for(std::chrono::milliseconds(2));
-      text = Slurp(GetLogFile());
-    } while (text.find(mark) == std::string::npos && std::chrono::steady_clock::now() < end);
-    return text;
+    LogErr("%s", mark.c_str());
+    EXPECT_TRUE(Arrives(mark)) << "the last line is not written";
+    return Slurp(GetLogFile());
   }
 };
 
@@ -91,6 +96,21 @@ TEST_F(LogFile, TakesRawBytesLongTextsAndThePlatformsDiagnostics) {
   }
 }
 
+TEST_F(LogFile, HoldsTheLinesBeforeACrash) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  const auto failThenCrash = [] {
+    for (int i = 1; i <= 9; ++i) LogErr("<failing %d>", i);
+    if (Arrives("<failing 9>")) ::kill(::getpid(), SIGKILL);
+  };
+  EXPECT_EXIT(failThenCrash(), testing::KilledBySignal(SIGKILL), "");
+  const std::string text = Slurp(GetLogFile());
+  std::size_t at = 0;
+  for (int i = 1; i <= 9 && at != std::string::npos; ++i) {
+    at = text.find("<failing " + std::to_string(i) + ">", at);
+  }
+  EXPECT_NE(at, std::string::npos) << text;
+}
+
 TEST_F(LogFile, KeepsEveryLineOfManyThreadsInOrder) {
   constexpr int kThreads = 4, kLines = 150;
   std::vector<std::jthread> threads;
@@ -108,6 +128,57 @@ TEST_F(LogFile, KeepsEveryLineOfManyThreadsInOrder) {
       ASSERT_NE(at, std::string::npos) << t << ":" << i << " is missing or out of order";
     }
   }
+}
+
+// A log whose file is a pipe: the writer waits until somebody reads.
+class SlowLog : public ::testing::Test {
+ protected:
+  SlowLog() { EXPECT_EQ(::mkfifo(pipe_.c_str(), 0600), 0); }
+
+  // Everything up to the text, which is to arrive.
+  std::string ReadUpTo(const std::string& end) {
+    if (reader_ < 0) reader_ = ::open(pipe_.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+    std::string text;
+    EXPECT_TRUE(WaitUntil([&] {
+      char bytes[4096];
+      const ssize_t count = ::read(reader_, bytes, sizeof bytes);
+      if (count > 0) text.append(bytes, static_cast<std::size_t>(count));
+      return text.ends_with(end);
+    })) << text;
+    return text;
+  }
+
+  ~SlowLog() override {
+    log_.Close();
+    ::close(reader_);
+  }
+
+  const TempFolder temp_;
+  const std::string pipe_ = temp_ / "log";
+  CAsyncLogging log_;
+  int reader_ = -1;
+};
+
+TEST_F(SlowLog, TakesLinesDuringAWriteAndWritesThemInOrder) {
+  std::string all;
+  for (int i = 0; i < 100; ++i) {
+    const std::string line = std::to_string(i) + "\n";
+    EXPECT_TRUE(log_.Log({line.substr(0, 1), line.substr(1)}, pipe_)) << i;
+    all += line;
+  }
+  EXPECT_EQ(ReadUpTo("\n99\n"), all);
+  EXPECT_TRUE(log_.Log({"after a rest\n"}, pipe_));
+  EXPECT_EQ(ReadUpTo("rest\n"), "after a rest\n");
+}
+
+TEST_F(SlowLog, WritesWhatIsPendingWhenItCloses) {
+  EXPECT_TRUE(log_.Log({"being written\n"}, pipe_));
+  EXPECT_TRUE(log_.Log({"pending\n"}, pipe_));
+  auto closed = std::async(std::launch::async, [this] { log_.Close(); });
+  EXPECT_TRUE(WaitUntil([this] { return !log_.Log({""}, pipe_); })) << "a closed log takes lines";
+  EXPECT_EQ(closed.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+  EXPECT_EQ(ReadUpTo("pending\n"), "being written\npending\n");
+  closed.get();
 }
 
 }  // namespace
