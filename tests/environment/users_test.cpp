@@ -1,5 +1,6 @@
 #include "environment/users.h"
 
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "environment/configuration.h"
@@ -109,6 +110,17 @@ TEST(Users, GetTheirScanningProgram) {
     EXPECT_EQ(Slurp(told), std::string("scan|a b|1|1|") + full + "|extra|");
   }
   SetFullLogging(false);
+}
+
+TEST(Users, TheScanningProcessIsStartedAlsoWithoutTexts) {
+  const auto start = [](const char* program) {
+    return CreateProcessAsCurrentLogonUser(program, nullptr, nullptr, nullptr, 0, 0, nullptr,
+                                           nullptr);
+  };
+  EXPECT_EQ(start("true"), 1);
+  EXPECT_EQ(start("/no/such/program"), 0);
+  EXPECT_EQ(start(nullptr), 0);
+  EXPECT_GT(::wait(nullptr), 0);
 }
 
 }  // namespace

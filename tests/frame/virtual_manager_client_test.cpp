@@ -24,4 +24,28 @@ TEST(VirtualManagerClient, IsBusyForThirtySecondsAfterACommand) {
   }
 }
 
+/// What a client told while its command's reply was delivered.
+struct Asking {
+  VirtualManagerClient* client;
+  int timeout;
+  static signed char Take(int, void* self, const char*, const void*, unsigned int, const char*) {
+    auto* asking = static_cast<Asking*>(self);
+    asking->timeout = asking->client->GetWaitTimeout();
+    return 1;
+  }
+};
+
+TEST(VirtualManagerClient, IsBusyWhileACommandRunsHoweverLongTheLastIsAgo) {
+  InitProgramInfo();
+  g_now = 1000;
+  VirtualManagerClient client(&FakeTime);
+  client.ResetTimeout();
+  g_now = 2000;
+  EXPECT_EQ(client.GetWaitTimeout(), 100);
+  Asking asking{&client, 0};
+  client.DistributeHttpCommand(3, &asking, "/qtp/", R"({"id":"1","method":"GetLocalIP"})", 0,
+                               &Asking::Take, 0, "", nullptr, 0, nullptr, nullptr, nullptr);
+  EXPECT_EQ(asking.timeout, 1);
+}
+
 }  // namespace
