@@ -5,14 +5,13 @@
 #include <json/writer.h>
 #include <sys/stat.h>
 
-#include <algorithm>
-#include <array>
 #include <cstring>
 #include <exception>
 #include <memory>
 #include <set>
 
 #include "environment/module_identity.h"
+#include "environment/paths.h"
 #include "os/file.h"
 #include "os/text.h"
 
@@ -65,20 +64,6 @@ constexpr std::size_t kLongestName = 200;
 constexpr std::size_t kLongestVersion = 64;
 constexpr std::size_t kSumDigits = 64;
 
-/// Names in the work folder that belong to the service's user or to the update itself.
-constexpr std::array<std::string_view, 11> kKept = {"qvconfiguration.ini",
-                                                    "user_config.ini",
-                                                    "service.run",
-                                                    "cache",
-                                                    "log",
-                                                    "upload",
-                                                    "cert",
-                                                    "dump",
-                                                    "nginx",
-                                                    "qv.exception",
-                                                    "port.lock"};
-
-/// No name that begins with a dot either: those are hidden, or lead out of the folder.
 bool IsPlainName(std::string_view name) {
   return !name.empty() && name.size() <= kLongestName && !name.starts_with('.') &&
          name.find_first_of("/\\:") == name.npos && !ascii::HasControl(name);
@@ -117,10 +102,7 @@ std::string ReadFiles(const Json::Value& list, std::vector<ManifestFile>& files)
 
 }  // namespace
 
-bool MayBeInstalled(std::string_view name) {
-  return IsPlainName(name) &&
-         std::find(kKept.begin(), kKept.end(), ascii::Lower(name)) == kKept.end();
-}
+bool MayBeInstalled(std::string_view name) { return IsPlainName(name) && !IsServiceState(name); }
 
 std::optional<Manifest> ParseManifest(const std::string& text, std::string& error) {
   const auto root = ParseObject(text);

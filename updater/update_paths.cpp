@@ -16,14 +16,15 @@ namespace updater {
 
 UpdatePaths UpdatePathsIn(std::string work) {
   if (!work.ends_with('/')) work += '/';
+  const ProgramPaths program = PathsBelow(work);
   UpdatePaths paths;
-  paths.settings = work + "QVConfiguration.ini";
-  paths.package = work + "cache/" + PACKAGE_FOLDER + "/";
-  paths.lock = work + "cache/update.lock";
-  paths.log = work + "log/update.log";
-  paths.serviceOutput = work + "log/service_output.log";
-  paths.runRecord = work + "service.run";
-  paths.update = work + ".qv_update/";
+  paths.settings = program.config;
+  paths.package = program.cache + PACKAGE_FOLDER + "/";
+  paths.lock = program.cache + "update.lock";
+  paths.log = program.log + "update.log";
+  paths.serviceOutput = program.log + "service_output.log";
+  paths.runRecord = work + work_folder::kRunRecord;
+  paths.update = work + work_folder::kUpdate + "/";
   paths.staging = paths.update + "new/";
   paths.backup = paths.update + "old/";
   paths.journal = paths.update + "journal";
