@@ -3,8 +3,8 @@
 // Commands run in parallel, each on its caller's thread, and may call back into the host, which may
 // call in again: no lock is held around a handler. The last error belongs to the thread that runs
 // the command. The two user maps share one mutex, which is never held across a callback, a log line
-// or a file. The two update commands take turns: they share folders and change the process's
-// current one.
+// or a file. Of the two update commands one runs at a time, since they share a folder: another is
+// refused meanwhile. Other uploads run beside them; archives change the process's current folder.
 #pragma once
 
 #include <map>
@@ -114,7 +114,9 @@ class ManagerClient {
   // Updates.
   Result LoadZipFromBytes(HttpParamRequest* request);
   Result CheckUpdateFile(HttpParamRequest* request);
-  bool IsUpdateRefused();
+  std::unique_lock<std::mutex> TakeUpdateTurn();
+  unsigned int UniqueTick();
+  bool InstallZip(const HttpParamResponse& body, const std::string& destination);
   bool InstallService(const HttpParamResponse& body, const std::string& version);
 
   // The text by which a page may ask for a user's ports later.
@@ -124,6 +126,9 @@ class ManagerClient {
   std::mutex usersMutex_;
   std::map<std::string, SUserModuleInfo> users_;
   std::map<std::string, std::string> userByHash_;  // hash as decimal text to user id
-  std::mutex updateMutex_;                         // held for the whole of an update command
+  std::mutex updateMutex_;  // held for the whole of an update command; nobody waits for it
+  std::mutex copyMutex_;    // held while the files of one upload are copied
+  std::mutex tickMutex_;    // guards lastTick_
+  unsigned int lastTick_ = 0;
   ChildProcess updater_;
 };

@@ -24,6 +24,14 @@
 #include "platform/text.h"
 #include "util/cutil.h"
 
+std::string PrintableName(std::string_view name) {
+  constexpr std::size_t kShown = 200;
+  std::string printable(name.substr(0, kShown));
+  std::replace_if(
+      printable.begin(), printable.end(), [](char c) { return c < 0x20 || c > 0x7E; }, '?');
+  return printable;
+}
+
 namespace {
 
 /// Refuses what would lead out of a folder, could not be told apart on every file system, or would
@@ -105,15 +113,6 @@ const char* ZipNames::AddFile(std::string_view path) {
       nodes_.try_emplace(ascii::Lower(path), Node{std::string(path), false, true});
   if (isNew) return nullptr;
   return at->second.isFolder ? kBoth : kTwice;
-}
-
-/// A name fit for an error text and the log: what is not printable ASCII becomes '?'.
-std::string PrintableName(std::string_view name) {
-  constexpr std::size_t kShown = 200;
-  std::string printable(name.substr(0, kShown));
-  std::replace_if(
-      printable.begin(), printable.end(), [](char c) { return c < 0x20 || c > 0x7E; }, '?');
-  return printable;
 }
 
 constexpr std::size_t kBufferBytes = 256 * 1024;
@@ -357,6 +356,7 @@ bool Compress::Fail(int error, const char* format, ...) {
 bool Compress::Unzip(const char* zipFile, const char* folder) {
   constexpr std::size_t kLongestArchiveName = 255;
   description_[0] = '\0';
+  isArchive_ = true;
   if (GetFileAttributes(zipFile) == -1) {
     return Fail(errno, "Cannot find the specified file \"%s\"", zipFile);
   }
@@ -368,6 +368,7 @@ bool Compress::Unzip(const char* zipFile, const char* folder) {
   ZipReader reader;
   const std::string archive = std::string(zipFile).substr(0, kLongestArchiveName);
   if (!reader.Open(archive.c_str()) && !reader.Open((archive + ".zip").c_str())) {
+    isArchive_ = false;
     return Fail(errno, "Cannot open %s or %s.zip", zipFile, zipFile);
   }
   const std::string absolute = FollowLinks(target);

@@ -3,6 +3,12 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
+
+/// A name fit for an error text and the log: the first 200 bytes, of which those that are no
+/// printable ASCII become '?'.
+std::string PrintableName(std::string_view name);
 
 /// Unpacks an archive and tells in words why it could not. What an archive says of itself is not
 /// believed: its names, kinds and declared sizes are all looked at before the first file is
@@ -24,9 +30,12 @@ class Compress {
   bool Unzip(const char* zipFile, const char* folder);
   /// Why the last Unzip failed, "" if it did not.
   const char* GetErrorDescription() const { return description_; }
+  /// False when the last Unzip failed because the file is no zip archive.
+  bool IsArchive() const { return isArchive_; }
 
  private:
   bool Fail(int error, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
   char description_[1024] = "";
+  bool isArchive_ = true;
 };

@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <mutex>
+#include <thread>
 
 #include "environment/configuration.h"
 #include "environment/logging.h"
@@ -156,28 +158,39 @@ bool InstallFiles(const std::string& from, const std::string& to) {
   }
 }
 
-/// Brings the files of an archive that a request carries to their place, by way of the cache.
-bool InstallZip(const HttpParamResponse& body, const std::string& destination) {
-  const std::string cache = GetCachePath();
+/// The first name directly in a folder that module files may not bring, "" for none.
+std::string FindRefusedName(const std::string& folder) {
+  std::error_code ignored;
+  for (const auto& entry : fs::directory_iterator(folder, ignored)) {
+    std::string name = entry.path().filename().string();
+    // An update may bring it, with the service's version. It also tells whom the service belongs
+    // to.
+    if (IsServiceState(name) || ascii::Lower(name) == SERVICE_CONFIG_NAME) return name;
+  }
+  return "";
+}
+
+/// Unpacks the archive that a request carries. `tick` makes the archive's name its own.
+bool UnpackBody(const HttpParamResponse& body, unsigned int tick, const std::string& folder) {
   const ScratchFile archive(
-      Formatted("%smodule_%d.zip", cache.c_str(), static_cast<int>(GetTickCount())));
-  const ScratchFolder unpacked(
-      Formatted("%sUnzip_%d%s", cache.c_str(), static_cast<int>(GetTickCount()), "/"));
+      Formatted("%smodule_%d.zip", GetCachePath().c_str(), static_cast<int>(tick)));
   const int saved = CUtil::SaveDataToFileInner(archive.path().c_str(), body.GetData(),
                                                static_cast<unsigned int>(body.GetDataLen()), 0);
   if (saved != 0) {
     LogErr("Failed to SaveFile file %s, %d, %d", archive.path().c_str(), saved, GetLastError());
   }
+  const int saveError = GetLastError();
   Compress compress;
-  if (!compress.Unzip(archive.path().c_str(), unpacked.path().c_str())) {
+  if (compress.Unzip(archive.path().c_str(), folder.c_str())) return true;
+  // The extractor would name the file in the cache, which says nothing to who sent it.
+  if (saved != 0) {
+    Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, "The upload cannot be stored", saveError);
+  } else if (!compress.IsArchive()) {
+    Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, "The upload is no zip archive", GetLastError());
+  } else {
     Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, compress.GetErrorDescription(), GetLastError());
-    return false;
   }
-  if (!InstallFiles(unpacked.path(), destination)) {
-    Report(QTP_COPY_FAILED, QTP_CopyFailedStr, compress.GetErrorDescription(), GetLastError());
-    return false;
-  }
-  return true;
+  return false;
 }
 
 std::size_t CountDigits(int number) {
@@ -240,12 +253,43 @@ bool ManagerClient::ValidFiles(const std::string&) { return true; }
 bool ManagerClient::ValidSigned(const std::string&) { return true; }
 bool ManagerClient::ValidFileName(const std::string&, const std::string&) { return false; }
 
-/// Also while the updater that was started last runs and has not said so yet: it works with the
-/// folder that another update would empty.
-bool ManagerClient::IsUpdateRefused() {
-  if (!CheckIfUpdate() && updater_.EndsWithin(std::chrono::milliseconds(0))) return false;
-  Report(QTP_UPDATING, Formatted("%s %s", SERVICE_NAME, QTP_UpdattingStr));
-  return true;
+/// The turn of an update command, held for its whole length; not held, with the last error set,
+/// while another one runs, an update is in progress or its updater runs, which needs the folder
+/// that this one would empty.
+std::unique_lock<std::mutex> ManagerClient::TakeUpdateTurn() {
+  // An updater clears its mark shortly before it ends.
+  constexpr std::chrono::seconds kUpdaterEnds(2);
+  std::unique_lock turn(updateMutex_, std::try_to_lock);
+  if (turn && (CheckIfUpdate() || !updater_.EndsWithin(kUpdaterEnds))) turn.unlock();
+  if (!turn) Report(QTP_UPDATING, Formatted("%s %s", SERVICE_NAME, QTP_UpdattingStr));
+  return turn;
+}
+
+/// The tick count of now, which no other call gets: names are made of it for what runs side by
+/// side.
+unsigned int ManagerClient::UniqueTick() {
+  const std::lock_guard lock(tickMutex_);
+  while (GetTickCount() == lastTick_) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return lastTick_ = GetTickCount();
+}
+
+/// Brings the files of an archive that a request carries to their place, by way of the cache.
+bool ManagerClient::InstallZip(const HttpParamResponse& body, const std::string& destination) {
+  const ScratchFolder unpacked(
+      Formatted("%sUnzip_%d%s", GetCachePath().c_str(), static_cast<int>(UniqueTick()), "/"));
+  if (!UnpackBody(body, UniqueTick(), unpacked.path())) return false;
+  const bool isServiceFolder = destination == ModuleFolder();
+  if (const std::string name = isServiceFolder ? FindRefusedName(unpacked.path()) : "";
+      !name.empty()) {
+    Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr,
+           ("The entry \"" + PrintableName(name) + "\" belongs to the service").c_str(), EPERM);
+    return false;
+  }
+  // The files of one archive arrive together.
+  const std::lock_guard oneAtATime(copyMutex_);
+  if (InstallFiles(unpacked.path(), destination)) return true;
+  Report(QTP_COPY_FAILED, QTP_CopyFailedStr, "", GetLastError());
+  return false;
 }
 
 bool ManagerClient::InstallService(const HttpParamResponse& body, const std::string& version) {
@@ -264,13 +308,12 @@ ManagerClient::Result ManagerClient::LoadZipFromBytes(HttpParamRequest* request)
     version.clear();
   }
   const HttpParamResponse& body = *request->GetHttpParamResponse();
-  if (kind == ZIP_SERVICE && IsVersionRefused(version)) return BoolResult(request, false);
-  const std::lock_guard oneAtATime(updateMutex_);
   if (kind != ZIP_SERVICE) {
     const bool certificates = kind == ZIP_CERTIFICATES;
     return BoolResult(request, InstallZip(body, certificates ? GetCertPath() : ModuleFolder()));
   }
-  if (IsUpdateRefused()) return BoolResult(request, false);
+  const auto turn = TakeUpdateTurn();
+  if (!turn || IsVersionRefused(version)) return BoolResult(request, false);
   return BoolResult(request, CheckIfAlreadyNewVersion(version) || InstallService(body, version));
 }
 
@@ -279,9 +322,8 @@ ManagerClient::Result ManagerClient::CheckUpdateFile(HttpParamRequest* request) 
   if (request->GetParameterCount() > 0) {
     JsonCommand::GetUTF8String(request->GetParamStack()[0].get(), &version);
   }
-  if (IsVersionRefused(version)) return BoolResult(request, false);
-  const std::lock_guard oneAtATime(updateMutex_);
-  if (IsUpdateRefused()) return BoolResult(request, false);
+  const auto turn = TakeUpdateTurn();
+  if (!turn || IsVersionRefused(version)) return BoolResult(request, false);
   if (CheckIfAlreadyNewVersion(version)) return BoolResult(request, true);
   const std::string package = PackageIn(ModuleFolder(), version);
   const bool isValid = CheckIfValid(package);

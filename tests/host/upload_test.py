@@ -100,11 +100,32 @@ class Uploads(ServiceTest):
                     self.assertEqual((value, code), (False, -2405), text)
                     self.assertRegex(text, rf"^Failed to unzip file [ -~]*{reason}[ -~]* \d+$")
                     self.assertEqual((self.tree(), os.listdir(outside)), (before, []))
+            for data in b"", b"no archive", b"PK\3\4":
+                self.assertRegex(self.upload(CERTIFICATES, data)[2],
+                                 r"^Failed to unzip file The upload is no zip archive \d+$")
             # The same door stands before the inner archive of an update.
             inner = zips.archive(("../leaked", b""))
             reply = self.upload(UPDATE, zips.archive(("Service_9.zip", inner)), 9)
             self.assertRegex(str(reply), r"False, -2405, .* leads out")
             self.assertEqual(self.tree(), before)
+
+    def test_module_files_leave_alone_what_the_service_keeps(self):
+        before = self.tree()
+        for name in ("service.run", "Service.RUN", "QVConfiguration.ini", "user_config.ini",
+                     "service.ini", ".qv_update/journal", ".QVConfiguration.ini.replacement",
+                     "cert/server.pem", "cert/sub/a", "log/a", "cache/a", "upload/a", "dump/a",
+                     "nginx/a", "qv.exception", "port.lock"):
+            data = zips.archive(("a module", b"first"), (name, b"x"))
+            with self.subTest(name):
+                settings = self.service.ini.read_text()
+                value, code, text = self.upload(MODULE_FILES, data)
+                self.assertEqual((value, code), (False, -2405), text)
+                first = name.split("/")[0]
+                self.assertEqual(
+                    text, f'Failed to unzip file The entry "{first}" belongs to the service 1')
+                self.assertEqual((self.tree(), self.service.ini.read_text()), (before, settings))
+        for kind, name in (MODULE_FILES, "sub/service.run"), (CERTIFICATES, "service.run"):
+            self.assertEqual(self.upload(kind, zips.archive((name, b"x"))), (True, 0, ""))
 
     def test_an_update_starts_the_updater_and_leaves_it_alone(self):
         outer = package(14)
@@ -130,6 +151,9 @@ class Uploads(ServiceTest):
         text = command("CheckUpdateFile")
         self.assertEqual(self.post("/CheckUpdateFile?qvver=15&", text), updating)
         self.service.path("hold").unlink()
+        wait_until(lambda: not self.children(), "no zombie is left")
+        self.assertEqual(self.upload(UPDATE, package(""), ""), (True, 0, ""),
+                         "no version is never installed")
         wait_until(lambda: not self.children(), "no zombie is left")
 
         self.service.set("IfUpdate", "1")
@@ -191,7 +215,7 @@ class Uploads(ServiceTest):
         unpacks_to_4_mib = zips.archive(("a", bytes(4 * MIB)), compression=zips.DEFLATED)
         for data in (unpacks_to_4_mib, large):
             self.assertRegex(str(self.upload(CERTIFICATES, data)),
-                             "False, -2405, .*(cannot be written 28|Cannot find the specified)")
+                             "False, -2405, .*(cannot be written|upload cannot be stored) 28")
             self.assertEqual(self.tree(self.cache), [])
         self.assertEqual(self.tree(self.cert), before)
 

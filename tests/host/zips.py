@@ -78,4 +78,4 @@ def hostile(outside):
     at = short.rfind(b"PK\1\2")
     yield "a broken list", short[:at] + b"XX" + short[at + 2:], "list of the archive's entries"
     yield "no entries", b"prefix" + archive(), "holds no files"
-    yield "nothing", b"", "Cannot open"
+    yield "nothing", b"", "is no zip archive"

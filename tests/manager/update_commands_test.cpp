@@ -1,6 +1,13 @@
 // Unpacking, and what is decided about an update; what archives may not do, and what is installed,
 // is tried by the tests of the started service.
 #include <minizip/zip.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <csignal>
+#include <mutex>
+#include <thread>
+#include <tuple>
 
 #include "manager/unzip.h"
 #include "support/host_double.h"
@@ -90,6 +97,89 @@ TEST_F(UpdateCommands, MakeAnyUpdaterExecutableAndNothingElse) {
   EXPECT_FALSE(manager_.UpdateServieInner(updater));
   EXPECT_EQ(fs::status(updater).permissions(), fs::perms::all);
   EXPECT_FALSE(fs::exists("x"));
+}
+
+// The updater in it is writable for everybody.
+TEST_F(UpdateCommands, UnpackAPackageWhereNobodyElseGets) {
+  const TempFolder temp;
+  MakeZip(temp / "a.zip", {{"QVUpdate", "updater"}});
+  const mode_t mask = ::umask(0);
+  EXPECT_TRUE(ManagerClient::CheckIfValid(temp / "a.zip"));
+  ::umask(mask);
+  const fs::path folder = GetCachePath() + "MarviqueService";
+  EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
+  fs::current_path("/");
+  fs::remove_all(folder);
+}
+
+/// A program that tells its process number and runs until somebody ends it.
+class LongRunning {
+ public:
+  LongRunning() { Spit(program(), "#!/bin/sh\necho $$ >\"$0.pid\"; exec sleep 600\n"); }
+  ~LongRunning() {
+    EXPECT_TRUE(WaitUntil([&] { return !Slurp(program() + ".pid").empty(); }));
+    ::kill(std::atoi(Slurp(program() + ".pid").c_str()), SIGKILL);
+  }
+  std::string program() const { return folder_ / "updater"; }
+
+ private:
+  const TempFolder folder_;
+};
+
+TEST_F(UpdateCommands, AreRefusedWhileAnUpdateIsInProgress) {
+  const char* kUpdating = "Marvique Service is updating, please wait.";
+  SetConfigurationToInitFile("IfUpdate", "1", DEFAULT_SECTION);
+  for (const char* version : {"18", "no/version"}) {
+    for (const auto& [method, parameters] : Table<const char*, std::string>{
+             {"CheckUpdateFile", "[\""}, {"LoadZipFromBytes", "[1,\""}}) {
+      const Json::Value reply = Parsed(Reply(method, parameters + version + "\"]"));
+      EXPECT_EQ(reply["exception"], -2373) << method << version;
+      EXPECT_EQ(reply["description"], kUpdating);
+    }
+  }
+  SetConfigurationToInitFile("IfUpdate", "0", DEFAULT_SECTION);
+  EXPECT_EQ(Parsed(Reply("CheckUpdateFile", R"(["no/version"])"))["exception"], -2405);
+}
+
+TEST_F(UpdateCommands, WaitForAnUpdaterThatIsJustEnding) {
+  const TempFolder temp;
+  Spit(temp / "updater", "#!/bin/sh\nexec sleep 0.3\n");
+  ASSERT_TRUE(manager_.UpdateServieInner(temp / "updater"));
+  EXPECT_EQ(Parsed(Reply("CheckUpdateFile", R"(["18"])"))["exception"], -2405) << "no package";
+}
+
+TEST_F(UpdateCommands, NeverWaitForOneAnother) {
+  const LongRunning updater;
+  ASSERT_TRUE(manager_.UpdateServieInner(updater.program()));
+  const auto begin = std::chrono::steady_clock::now();
+  std::mutex mutex;
+  std::vector<std::tuple<double, std::string, int>> replies;
+  const auto run = [&](const char* method, const char* parameters) {
+    const int code = Parsed(Reply(method, parameters))["exception"].asInt();
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - begin;
+    const std::lock_guard lock(mutex);
+    replies.emplace_back(seconds.count(), method, code);
+  };
+  const auto count = [&] {
+    const std::lock_guard lock(mutex);
+    return replies.size();
+  };
+  {
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 3; ++i) threads.emplace_back(run, "CheckUpdateFile", R"(["18"])");
+    // One has the turn and waits two seconds for the updater; the others are refused meanwhile.
+    EXPECT_TRUE(WaitUntil([&] { return count() >= 2; }));
+    {
+      const std::lock_guard lock(mutex);
+      EXPECT_LT(std::get<0>(replies.at(1)), 2);
+    }
+    for (int i = 0; i < 2; ++i) threads.emplace_back(run, "LoadZipFromBytes", R"([2,""])");
+  }
+  ASSERT_EQ(replies.size(), 5u);
+  EXPECT_EQ(std::get<1>(replies[4]), "CheckUpdateFile") << "an upload waited for an update";
+  for (const auto& [seconds, method, code] : replies) {
+    EXPECT_EQ(code, method == "CheckUpdateFile" ? -2373 : -2405);
+  }
 }
 
 }  // namespace
