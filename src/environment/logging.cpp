@@ -20,6 +20,7 @@
 namespace {
 
 constinit std::atomic<bool> g_fullLogging{false};
+constinit std::atomic<LogReceiver> g_receiver{nullptr};
 
 // The log lives in storage that is never destroyed, so that whatever goes away at unload may still
 // call it. Its closer waits for the running write, writes what is pending, and from then on every
@@ -63,6 +64,7 @@ int ReadNumber(const char* key, const char* def, int valueIfEmpty) {
 }
 
 bool IsKept(int level) noexcept {
+  if ((level & LOG_LEVEL_ERROR) != 0 && HasLogReceiver()) return true;
   try {
     return !g_closed && (GetLogLevel() & level) != 0;
   } catch (const std::exception&) {  // out of memory
@@ -76,9 +78,19 @@ LogLineHead HeadFor(int level) {
           static_cast<int>(GetProcessMode()), ReadNumber("WorkMode", "0", 0)};
 }
 
+int Give(LogReceiver receiver, int level, std::string_view text, std::string_view data, int error) {
+  std::string line(text);
+  if ((level & LOG_LEVEL_ERROR) != 0 && error != 0) {
+    line += " GetLastError = " + std::to_string(error);
+  }
+  receiver(level, line.append(data));
+  return 1;
+}
+
 // Builds an entry and queues it; the filter has been asked already.
 int Queue(int level, std::string_view text, std::string_view data, bool hasData, int error) {
   try {
+    if (const LogReceiver receiver = g_receiver) return Give(receiver, level, text, data, error);
     char prefixBytes[LOG_PREFIX_BYTES];
     const std::string_view prefix = FormatLogPrefix(prefixBytes, HeadFor(level));
     char code[48] = "";
@@ -185,6 +197,10 @@ int GetLogLevelInLocal() { return ReadNumber("LogLevel", "1", LOG_LEVEL_NULL); }
 bool GetFullLogging() { return g_fullLogging.load(std::memory_order_relaxed); }
 
 void SetFullLogging(bool full) { g_fullLogging.store(full, std::memory_order_relaxed); }
+
+void SetLogReceiver(LogReceiver receiver) { g_receiver = receiver; }
+
+bool HasLogReceiver() { return g_receiver.load(std::memory_order_relaxed) != nullptr; }
 
 namespace {
 

@@ -12,6 +12,7 @@
 
 #include <cstdarg>
 #include <string>
+#include <string_view>
 
 inline constexpr int LOG_LEVEL_NULL = 1;
 inline constexpr int LOG_LEVEL_ERROR = 2;
@@ -42,6 +43,16 @@ int GetLogLevel();
 int GetLogLevelInLocal();
 bool GetFullLogging();
 void SetFullLogging(bool full);
+
+/// Takes finished lines in place of the log file: the level, and the text without head and line
+/// feed; that of an Error ends with the errno of its moment unless that was 0. It must neither
+/// throw nor log. Any thread calls, several at once.
+using LogReceiver = void (*)(int level, std::string_view text);
+/// Gives every line of this copy of the logger to `receiver`: what the filter lets through, and
+/// Error lines whatever it says. The log file is never opened then. For a program that shares the
+/// work folder with the log's owner; to be called once, before InitProgramInfo.
+void SetLogReceiver(LogReceiver receiver);
+bool HasLogReceiver();
 
 /// Makes the platform layer's Log write here.
 void ConnectPlatformLog();

@@ -64,8 +64,10 @@ void InitProgramInfo() {
   for (const std::string& folder : {paths.cache, paths.log, paths.upload}) {
     ::CreateDirectory(folder.c_str(), nullptr);
   }
-  paths.logFile = MakeSureFileCanBeWritten(paths.log.c_str(), "qvs.log");
-  paths.scanLogFile = MakeSureFileCanBeWritten(paths.secondLog.c_str(), "qvs.log");
+  if (!HasLogReceiver()) {
+    paths.logFile = MakeSureFileCanBeWritten(paths.log.c_str(), "qvs.log");
+    paths.scanLogFile = MakeSureFileCanBeWritten(paths.secondLog.c_str(), "qvs.log");
+  }
   SetProgramPaths(paths);
   ConnectPlatformLog();
   SetFullLogging(GetLogLevelInLocal() == LOG_LEVEL_FULL);
