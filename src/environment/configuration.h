@@ -8,6 +8,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <span>
 #include <string>
 
@@ -36,6 +37,13 @@ void SetConfigurationToInitFile(const char* key, int value, const char* section)
 void SetConfigurationToInitFile(const char* key, bool value, const char* section) = delete;
 /// Stores several values of one section of the main configuration file in one step.
 void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section);
+
+/// Reads section "QV" of the main configuration file and stores what `change` makes of it, in one
+/// step that no other writer, of this process or of another, comes between. No texts: nothing is
+/// written. Returns false, with errno set and the old file left, when they cannot be stored.
+bool ChangeConfiguration(const std::function<ProfileTexts(const ProfileReader&)>& change);
+/// The values of that section by their keys, all from one look at the file.
+ProfileReader ReadConfigurationSection();
 
 /// A page's text as it is stored: without CR, LF and NUL, and no longer than what can be read back,
 /// cut where a UTF-8 character begins.

@@ -36,10 +36,18 @@ int ReadInt(const std::string& key, const char* section, const std::string& file
   return TextToInt(stored.c_str());
 }
 
-using Texts = std::vector<std::pair<std::string, std::string>>;
+PortMap ReadMap(const ProfileReader& stored, const char* baseKey, int count) {
+  PortMap map;
+  for (int i = 0; i < count; ++i) {
+    std::string name = stored(NameKey(baseKey, i));
+    if (name.empty()) break;
+    map[std::move(name)] = TextToInt(stored(PortKey(baseKey, i)).c_str());
+  }
+  return map;
+}
 
 // The stored form of a map: its entries from the last name to the first, then their number.
-void AppendMap(Texts& texts, const PortMap& map, const char* baseKey) {
+void AppendMap(ProfileTexts& texts, const PortMap& map, const char* baseKey) {
   int index = 0;
   for (auto entry = map.rbegin(); entry != map.rend(); ++entry, ++index) {
     texts.emplace_back(NameKey(baseKey, index), entry->first);
@@ -48,7 +56,7 @@ void AppendMap(Texts& texts, const PortMap& map, const char* baseKey) {
   texts.emplace_back(baseKey, std::to_string(map.size()));
 }
 
-void Store(const Texts& texts) {
+void Store(const ProfileTexts& texts) {
   std::vector<ProfileEntry> entries;
   entries.reserve(texts.size());
   for (const auto& [key, value] : texts) entries.push_back({key, value});
@@ -78,17 +86,17 @@ void SetInUserFile(const char* section, const std::string& key, const std::strin
 
 PortMap ReadPort(const char* baseKey, bool useStoredCount) {
   const ReadHold hold(ConfigurationLock());
-  const std::string file = GetInitFile();
-  const int count =
-      useStoredCount ? ReadInt(baseKey, DEFAULT_SECTION, file) : kMostEntriesWithoutCount;
-  PortMap map;
-  for (int i = 0; i < count; ++i) {
-    std::string name =
-        GetConfigurationfromInitFile(NameKey(baseKey, i).c_str(), "", DEFAULT_SECTION);
-    if (name.empty()) break;
-    map[std::move(name)] = ReadInt(PortKey(baseKey, i), DEFAULT_SECTION, file);
-  }
-  return map;
+  const auto stored = [](std::string_view key) {
+    return GetConfigurationfromInitFile(std::string(key).c_str(), "", DEFAULT_SECTION);
+  };
+  return ReadMap(stored, baseKey,
+                 useStoredCount ? TextToInt(stored(baseKey).c_str()) : kMostEntriesWithoutCount);
+}
+
+StoredPorts ReadPorts() {
+  const ProfileReader stored = ReadConfigurationSection();
+  return {ReadMap(stored, PLAIN_PORT_KEY, kMostEntriesWithoutCount),
+          ReadMap(stored, SSL_PORT_KEY, kMostEntriesWithoutCount)};
 }
 
 PortMap ReadSSLPort(bool useStoredCount) { return ReadPort(SSL_PORT_KEY, useStoredCount); }
@@ -117,14 +125,32 @@ void SetServer(const std::string& host, const std::vector<ModulePorts>& modules)
     own.plain[module.name] = module.port;
     own.secure[module.name] = module.sslPort;
   }
-  Texts texts = {{"Server", host}};
+  ProfileTexts texts = {{"Server", host}};
   AppendMap(texts, own.plain, PLAIN_PORT_KEY);
   AppendMap(texts, own.secure, SSL_PORT_KEY);
   Store(texts);
 }
 
+bool StoreOpenedPorts(const std::vector<OpenedPort>& opened) {
+  return ChangeConfiguration([&opened](const ProfileReader& stored) {
+    ProfileTexts texts;
+    for (const bool secure : {false, true}) {
+      const char* baseKey = secure ? SSL_PORT_KEY : PLAIN_PORT_KEY;
+      const PortMap before = ReadMap(stored, baseKey, kMostEntriesWithoutCount);
+      PortMap map = before;
+      for (const OpenedPort& port : opened) {
+        if (port.secure == secure && PortOf(before, port.name) == port.stored) {
+          map[port.name] = port.actual;
+        }
+      }
+      if (map != before) AppendMap(texts, map, baseKey);
+    }
+    return texts;
+  });
+}
+
 void SavePort(const PortMap& map, const char* baseKey) {
-  Texts texts;
+  ProfileTexts texts;
   AppendMap(texts, map, baseKey);
   Store(texts);
 }

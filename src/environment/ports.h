@@ -37,6 +37,25 @@ struct ModulePorts {
 /// that no crash in between leaves a map without one of them.
 void SetServer(const std::string& host, const std::vector<ModulePorts>& modules);
 
+/// Both stored maps, without their counts, from one look at the file.
+struct StoredPorts {
+  PortMap plain;
+  PortMap secure;
+};
+StoredPorts ReadPorts();
+
+/// A port that a service has opened for a module.
+struct OpenedPort {
+  std::string name;
+  bool secure;
+  int stored;  ///< which port was stored when the service decided what to open, 0 for none
+  int actual;
+};
+/// Stores the actual ports in one step, but of a module whose stored port is not that one any more:
+/// somebody has set another since then. Returns false, with errno set, when the file cannot be
+/// written.
+bool StoreOpenedPorts(const std::vector<OpenedPort>& opened);
+
 /// Stores a whole map in one step: its entries in descending order of their names, then its size.
 /// Entries left over from a larger map stay in the file behind it.
 void SavePort(const PortMap& map, const char* baseKey);

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <memory>
 #include <string>
 
 #include "os/file.h"
@@ -51,22 +52,31 @@ int LockFolderOf(const std::string& file, Descriptor* lock) {
   return error == EWOULDBLOCK ? error : 0;
 }
 
-int Store(std::string_view section, std::span<const ProfileEntry> entries, const char* file) {
+ProfileReader ReaderOf(const CIniFileA::Section* section) {
+  return [section](std::string_view key) {
+    return section == nullptr ? std::string() : section->GetKeyValue(key);
+  };
+}
+
+int Store(std::string_view section, const std::function<ProfileTexts(const ProfileReader&)>& change,
+          const char* file) {
   if (file == nullptr) return EINVAL;
   const std::string target = FollowLinks(file);
   Descriptor lock;
   if (const int busy = LockFolderOf(target, &lock)) return busy;
-  std::string text;
-  const int error = ReadWholeFile(target.c_str(), &text);
+  std::string content;
+  const int error = ReadWholeFile(target.c_str(), &content);
   if (error != 0 && error != ENOENT) return error;
 
   CIniFileA model;
-  model.Parse(text);
+  model.Parse(content);
   CIniFileA::Section* stored = model.AddSection(OneLine(section));
-  for (const ProfileEntry& entry : entries) {
-    std::string key = OneLine(entry.key);
+  const ProfileTexts texts = change(ReaderOf(stored));
+  if (texts.empty()) return 0;
+  for (const auto& [name, text] : texts) {
+    std::string key = OneLine(name);
     Trim(key, " \t");
-    const std::string value = OneLine(entry.value);
+    const std::string value = OneLine(text);
     if (!ReadsBack(key, value)) return EINVAL;
     stored->SetKeyValue(key, value);
   }
@@ -97,7 +107,24 @@ BOOL WritePrivateProfileStringA(const char* section, const char* key, const char
 
 BOOL WritePrivateProfileEntries(const char* section, std::span<const ProfileEntry> entries,
                                 const char* file) {
-  const int error = Store(View(section), entries, file);
+  ProfileTexts texts;
+  for (const ProfileEntry& entry : entries) texts.emplace_back(entry.key, entry.value);
+  return ChangePrivateProfile(
+      section, [&](const ProfileReader&) { return texts; }, file);
+}
+
+ProfileReader ReadPrivateProfileSection(const char* section, const char* file) {
+  const auto model = std::make_shared<CIniFileA>();
+  model->Parse(FileView(file).text());
+  return [model, stored = ReaderOf(model->GetSection(View(section)))](std::string_view key) {
+    return stored(key);
+  };
+}
+
+BOOL ChangePrivateProfile(const char* section,
+                          const std::function<ProfileTexts(const ProfileReader&)>& change,
+                          const char* file) {
+  const int error = Store(View(section), change, file);
   if (error == 0) return 1;
   errno = error;
   return 0;

@@ -8,8 +8,12 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <span>
+#include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 #include "platform/win_types.h"
 
@@ -33,3 +37,16 @@ BOOL WritePrivateProfileStringA(const char* section, const char* key, const char
 /// Stores several values of one section with a single rewrite of the file: all of them or none.
 BOOL WritePrivateProfileEntries(const char* section, std::span<const ProfileEntry> entries,
                                 const char* file);
+
+/// A stored value by its key, "" when there is none.
+using ProfileReader = std::function<std::string(std::string_view key)>;
+/// Keys and the values that they get.
+using ProfileTexts = std::vector<std::pair<std::string, std::string>>;
+
+/// All values of one section from one look at the file, which may be missing.
+ProfileReader ReadPrivateProfileSection(const char* section, const char* file);
+/// Reads a section and stores what `change` makes of it, while no other writer has its turn. No
+/// texts: nothing is written. Returns as WritePrivateProfileEntries.
+BOOL ChangePrivateProfile(const char* section,
+                          const std::function<ProfileTexts(const ProfileReader&)>& change,
+                          const char* file);
