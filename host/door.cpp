@@ -5,9 +5,10 @@
 #include <algorithm>
 #include <array>
 
-#include "frame/command_text.h"
-#include "frame/json_command.h"
-#include "platform/ascii.h"
+#include "command/command_table.h"
+#include "command/command_text.h"
+#include "command/json_command.h"
+#include "os/text.h"
 
 namespace host {
 
@@ -107,16 +108,10 @@ std::string Door::RefuseCommand(const Origin& origin, Rights rights, std::string
   if (rights == Rights::Manage) return "";
   if (rights == Rights::None) return RefuseOrigin(origin.value_or(""));
   const std::string function = FindFunctionName(path, text);
-  if (!IsManaging(function)) return "";
+  // What names no function runs none.
+  if (function.empty() || RightsNeeded(function) == CommandRights::Ask) return "";
   return "The origin " + origin.value_or("") + " may not run " + function +
          AddItTo("ManageOrigins");
-}
-
-bool IsManaging(std::string_view function) {
-  static constexpr std::array<std::string_view, 8> kManaging = {
-      "SetServerInfo", "LoadZipFromBytes", "CheckUpdateFile",     "Reboot",
-      "ChangePort",    "AddFirewall",      "SetmDNSQueryService", "SetmDNSService"};
-  return std::find(kManaging.begin(), kManaging.end(), function) != kManaging.end();
 }
 
 std::string EncodeRefusal(std::string_view path, std::string_view text, const std::string& reason) {

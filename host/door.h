@@ -19,7 +19,7 @@ namespace host {
 
 enum class Rights {
   None,
-  Ask,     ///< every function that changes nothing of the service
+  Ask,     ///< the commands that the command table opens for this
   Manage,  ///< every function
 };
 
@@ -62,9 +62,6 @@ class Door {
   mutable std::mutex mutex_;
   std::vector<std::string> own_;
 };
-
-/// Whether the function changes the service, so that only a manager may run it.
-bool IsManaging(std::string_view function);
 
 /// The reply to a refused command of a WebSocket, in the form of every reply.
 std::string EncodeRefusal(std::string_view path, std::string_view text, const std::string& reason);

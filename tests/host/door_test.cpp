@@ -79,15 +79,16 @@ TEST_F(DoorTest, AskingOriginsDoNotManageWhateverTheFormOfTheCommand) {
   for (const char* text :
        {kReboot, R"({"property":"SetServerInfo","parameter":["h",1,2,3,4]})",
         R"({"method":"SetmDNSService"})", R"({"method":"SetmDNSQueryService"})",
-        R"({"method":"AddFirewall"})", R"({"method":"ChangePort"})",
-        R"({"event":"Reboot","method":"GetServerInfo"})", R"({"method":"\u0052eboot"})",
-        R"({"method":"GetServerInfo","method":"Reboot"})", R"(/* x */ {"method":"Reboot"})"}) {
+        R"({"method":"AddFirewall"})", R"({"method":"ChangePort"})", R"({"method":"reboot"})",
+        R"({"method":"CommandOfTomorrow"})", R"({"event":"Reboot","method":"GetServerInfo"})",
+        R"({"method":"\u0052eboot"})", R"({"method":"GetServerInfo","method":"Reboot"})",
+        R"(/* x */ {"method":"Reboot"})"}) {
     EXPECT_TRUE(Refuses("/qtp/", text)) << text;
     EXPECT_TRUE(Refuses("/qtp/x?y", std::string(text) + "\r\n\r\nbody")) << text;
     EXPECT_FALSE(Refuses("/elsewhere", text)) << "runs nothing";
   }
-  for (const char* text : {kInfo, R"({"method":"Reboot","event":"GetServerInfo"})",
-                           R"({"method":"reboot"})"}) {  // no such function
+  for (const char* text :
+       {kInfo, R"({"method":"Reboot","event":"GetServerInfo"})", R"({"id":"1"})", "no command"}) {
     EXPECT_FALSE(Refuses("/qtp/", text)) << text;
     EXPECT_TRUE(Refuses("/x/LoadZipFromBytes?type=2&qvver=1&", text));
   }
