@@ -2,7 +2,7 @@
 
 #include <json/value.h>
 
-#include "host/iso_time.h"
+#include "host/host_log.h"
 
 namespace host {
 

@@ -6,82 +6,102 @@
 
 #include <algorithm>
 #include <cstring>
-#include <string_view>
+#include <exception>
+#include <utility>
 
 #include "environment/logging.h"
-#include "host/iso_time.h"
+#include "host/host_log.h"
 
 namespace host {
 
 namespace {
 
+constexpr int kDone = 0;
+constexpr int kNotDone = -1;
+
 std::atomic<HostServices*> current = nullptr;
 
-/// The two calls of an answer: first its size is told, then at most that many bytes are copied.
-int Fill(std::string_view answer, void* out, unsigned int* length) {
-  if (length == nullptr) return -1;
-  const auto size = static_cast<unsigned int>(answer.size());
-  *length = out == nullptr ? size : std::min(*length, size);
-  if (out != nullptr) std::memcpy(out, answer.data(), *length);
-  return 0;
+/// The text whose size was told last on this thread, until its bytes are fetched.
+struct AnnouncedText {
+  std::string request;
+  std::string text;
+};
+thread_local AnnouncedText announced;
+
+/// Calls the living object. What it throws must not reach the module.
+template <class Call>
+int Guarded(const char* request, Call call) {
+  HostServices* services = current;
+  if (services == nullptr || request == nullptr) return kNotDone;
+  try {
+    return call(*services);
+  } catch (const std::exception& problem) {
+    LogErr("The host request %s failed: %s", request, problem.what());
+    return kNotDone;
+  }
 }
 
-using DiscoveryCall = void (Discovery::*)();
-
-/// Null for requests of other kinds.
-DiscoveryCall DiscoveryCallOf(std::string_view name) {
-  constexpr std::pair<std::string_view, DiscoveryCall> kCalls[] = {
-      {"startmDNS", &Discovery::StartAdvertising},
-      {"stopmDNS", &Discovery::StopAdvertising},
-      {"startmDNSQuery", &Discovery::StartBrowsing},
-      {"stopmDNSQuery", &Discovery::StopBrowsing},
-  };
-  for (const auto& [request, call] : kCalls) {
-    if (request == name) return call;
-  }
-  return nullptr;
+int Refuse(const char* request) {
+  LogErr("The host request %s is refused: it is unknown here.", request);
+  return kNotDone;
 }
 
 }  // namespace
 
-HostServices::HostServices(std::vector<BinaryFile> files, Discovery& discovery)
-    : files_(std::move(files)), discovery_(discovery) {
-  current = this;
-}
+HostServices::HostServices(Discovery& discovery) : discovery_(discovery) { current = this; }
 
 HostServices::~HostServices() { current = nullptr; }
 
 int HostServices::Get(const char*, const char*, const char* name, void* out, unsigned int* length) {
-  HostServices* services = current;
-  if (services == nullptr || name == nullptr) return -1;
-  try {
-    return services->Answer(name, out, length);
-  } catch (const std::exception& problem) {
-    LogErr("The host request %s failed: %s", name, problem.what());
-    return -1;
-  }
+  return Guarded(name, [&](HostServices& services) {
+    return services.Perform(name) ? kDone : services.Answer(name, out, length);
+  });
 }
 
-int HostServices::Answer(const std::string& name, void* out, unsigned int* length) {
-  if (name == "restartService") {
+int HostServices::Set(const char*, const char*, const char* name, const void*, unsigned int) {
+  return Guarded(
+      name, [&](HostServices& services) { return services.Perform(name) ? kDone : Refuse(name); });
+}
+
+/// False for other requests than those that have no answer.
+bool HostServices::Perform(std::string_view request) {
+  if (request == "restartService") {
     restart_ = true;
-    return 0;
+  } else if (request == "startmDNS") {
+    discovery_.StartAdvertising();
+  } else if (request == "stopmDNS") {
+    discovery_.StopAdvertising();
+  } else if (request == "startmDNSQuery") {
+    discovery_.StartBrowsing();
+  } else if (request == "stopmDNSQuery") {
+    discovery_.StopBrowsing();
+  } else {
+    return false;
   }
-  if (name == "getServiceInfo") {
-    // Both calls are about one list, even if another one is found between them.
-    static thread_local std::string announced;
-    if (out == nullptr || announced.empty()) announced = discovery_.EncodedServices();
-    const int result = Fill(announced, out, length);
-    if (out != nullptr) announced.clear();
-    return result;
+  return true;
+}
+
+/// Nothing for other requests than those that have a text for an answer.
+std::optional<std::string> HostServices::TextFor(std::string_view request) {
+  if (request == "getServiceInfo") return discovery_.EncodedServices();
+  if (request == "getBinaryFileInfo") return BinaryFileInfo();
+  return std::nullopt;
+}
+
+int HostServices::Answer(const std::string& request, void* out, unsigned int* length) {
+  if (out == nullptr || announced.request != request) {
+    std::optional<std::string> text = TextFor(request);
+    if (!text) return Refuse(request.c_str());
+    announced = {request, std::move(*text)};
   }
-  if (name == "getBinaryFileInfo") return Fill(BinaryFileInfo(), out, length);
-  if (const DiscoveryCall call = DiscoveryCallOf(name)) {
-    (discovery_.*call)();
-    return 0;
+  if (length == nullptr) return kNotDone;
+  const auto size = static_cast<unsigned int>(announced.text.size());
+  *length = out == nullptr ? size : std::min(*length, size);
+  if (out != nullptr) {
+    std::memcpy(out, announced.text.data(), *length);
+    announced = {};
   }
-  LogErr("The host request %s is unknown.", name.c_str());
-  return -1;
+  return kDone;
 }
 
 std::string HostServices::BinaryFileInfo() const {

@@ -1,41 +1,40 @@
 #include "host/listening_ports.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
+#include <utility>
 
-#include "environment/logging.h"
-#include "environment/ports.h"
-#include "host/complaint.h"
+#include "host/host_log.h"
 
 namespace host {
 
-namespace {
-
-const char* KeyOf(bool secure) { return secure ? SSL_PORT_KEY : PLAIN_PORT_KEY; }
-
-int RequestedPort(const std::string& alias, bool secure, int byDefault) {
-  // Not the stored count but the entries themselves, as the commands that tell the ports read them.
-  const PortMap stored = ReadPort(KeyOf(secure), false);
-  const auto entry = stored.find(alias);
-  if (entry == stored.end()) return byDefault;
-  if (entry->second >= 1 && entry->second <= 65535) return entry->second;
-  Complain("The configured " + std::string(secure ? "secure " : "") + "port of " + alias + ", " +
-           std::to_string(entry->second) + ", is no port number: " + std::to_string(byDefault) +
-           " is used.");
-  return byDefault;
-}
-
-}  // namespace
-
-void ListeningPorts::Add(const std::string& alias, bool secure, int chosen, int byDefault,
-                         CommandHandler& handler) {
+void ListeningPorts::Add(const std::string& alias, bool secure, std::optional<int> chosen,
+                         int byDefault, CommandHandler& handler) {
   Slot slot;
   slot.state.alias = alias;
   slot.state.secure = secure;
-  slot.state.requested = chosen >= 0 ? chosen : RequestedPort(alias, secure, byDefault);
   slot.byDefault = byDefault;
   slot.handler = &handler;
+  ReadWish(slot, ReadPorts(), chosen);
   slots_.push_back(std::move(slot));
+}
+
+void ListeningPorts::ReadWish(Slot& slot, const StoredPorts& stored, std::optional<int> chosen) {
+  PortState& state = slot.state;
+  const PortMap& map = state.secure ? stored.secure : stored.plain;
+  const auto entry = map.find(state.alias);
+  slot.stored = entry == map.end() ? 0 : entry->second;
+  state.requested = chosen.value_or(slot.byDefault);
+  if (chosen || entry == map.end()) return;
+  if (slot.stored >= 1 && slot.stored <= 65535) {
+    state.requested = slot.stored;
+    return;
+  }
+  ReportError("The configured " + std::string(state.secure ? "secure " : "") + "port of " +
+              state.alias + ", " + std::to_string(slot.stored) +
+              ", is no port number: " + std::to_string(slot.byDefault) + " is used.");
 }
 
 void ListeningPorts::Open(const std::string& secureProblem) {
@@ -46,9 +45,10 @@ void ListeningPorts::Open(const std::string& secureProblem) {
 }
 
 void ListeningPorts::Reopen(const std::string& secureProblem) {
+  const StoredPorts stored = ReadPorts();
   std::vector<Slot*> moving;
   for (Slot& slot : slots_) {
-    slot.state.requested = RequestedPort(slot.state.alias, slot.state.secure, slot.byDefault);
+    ReadWish(slot, stored, std::nullopt);
     if (slot.state.requested != slot.state.actual)
       moving.push_back(&slot);
     else
@@ -81,6 +81,8 @@ void ListeningPorts::Reopen(const std::string& secureProblem) {
       slot.state.requested = requested;
     }
     slot.state.problem = problem;
+    // Pages must not be sent to a port that this service does not have.
+    slot.isToBeStored = slot.listener != 0;
   }
   Settle();
 }
@@ -101,10 +103,11 @@ void ListeningPorts::Open(Slot& slot, const std::string& secureProblem) {
   }
   state.problem = opened.error;
   if (opened.id == 0) {
-    Complain(opened.error);
+    ReportError(opened.error);
     return;
   }
   slot.listener = opened.id;
+  slot.isToBeStored = true;
   state.actual = opened.port;
   state.addresses = opened.addresses;
   for (const std::string& address : opened.addresses) {
@@ -123,11 +126,10 @@ void ListeningPorts::Close(Slot& slot) {
 
 void ListeningPorts::Settle() {
   Publish();
-  Save();
+  Store();
   // Told last: who reads it may rely on all that the settings and the service say of the ports.
   for (const std::string& line : news_) {
     std::printf("%s\n", line.c_str());
-    LogInfo("%s", line.c_str());
   }
   std::fflush(stdout);
   news_.clear();
@@ -145,17 +147,15 @@ void ListeningPorts::Publish() {
   published_ = std::move(states);
 }
 
-void ListeningPorts::Save() const {
-  for (const bool secure : {false, true}) {
-    const PortMap stored = ReadPort(KeyOf(secure), false);
-    PortMap wanted = stored;
-    for (const Slot& slot : slots_) {
-      if (slot.state.secure == secure && slot.listener != 0) {
-        wanted[slot.state.alias] = slot.state.actual;
-      }
-    }
-    if (wanted != stored) SavePort(wanted, KeyOf(secure));
+void ListeningPorts::Store() {
+  std::vector<OpenedPort> opened;
+  for (Slot& slot : slots_) {
+    if (!std::exchange(slot.isToBeStored, false)) continue;
+    opened.push_back({slot.state.alias, slot.state.secure, slot.stored, slot.state.actual});
   }
+  if (opened.empty() || StoreOpenedPorts(opened)) return;
+  ReportError(std::string("The ports cannot be stored in QVConfiguration.ini: ") +
+              std::strerror(errno) + ". GetServerInfo does not tell them.");
 }
 
 bool ListeningPorts::IsListening() const {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "environment/ports.h"
 #include "host/server.h"
 
 namespace host {
@@ -24,14 +26,15 @@ class ListeningPorts {
   /// Tells the door which origins are the service's own.
   ListeningPorts(Server& server, Door& door) : server_(server), door_(door) {}
 
-  /// A port to open. `chosen` is from the command line, -1 for none: then the settings decide, and
-  /// the module's default where they are silent or no port number.
-  void Add(const std::string& alias, bool secure, int chosen, int byDefault,
+  /// A port to open. Unless it was `chosen` on the command line the settings decide, and the
+  /// module's default where they are silent or no port number.
+  void Add(const std::string& alias, bool secure, std::optional<int> chosen, int byDefault,
            CommandHandler& handler);
 
   /// Opens what is not open yet. Secure ports stay closed with a `secureProblem`, a reason for the
-  /// lack of a certificate. Tells on standard output where it listens, on standard error and in the
-  /// log why it does not. The actual ports are stored in the settings.
+  /// lack of a certificate. Tells on standard output where it listens, on standard error
+  /// why it does not. The ports that it opened are stored in the settings, unless somebody has
+  /// stored another since the settings were read.
   void Open(const std::string& secureProblem);
   /// The same after reading the settings anew: a port that moved is opened before the old one is
   /// closed, and stays where it is when that fails.
@@ -44,15 +47,18 @@ class ListeningPorts {
  private:
   struct Slot {
     PortState state;
-    int listener = 0;  ///< the server's id, 0 for none
+    int stored = 0;             ///< the port in the settings at the last look, 0 for none
+    bool isToBeStored = false;  ///< the actual port is news for the settings
+    int listener = 0;           ///< the server's id, 0 for none
     int byDefault = 0;
     CommandHandler* handler = nullptr;
   };
+  void ReadWish(Slot& slot, const StoredPorts& stored, std::optional<int> chosen);
   void Open(Slot& slot, const std::string& secureProblem);
   void Close(Slot& slot);
   void Settle();
   void Publish();
-  void Save() const;
+  void Store();
 
   Server& server_;
   Door& door_;

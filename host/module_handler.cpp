@@ -35,7 +35,7 @@ void ModuleHandler::Run(const Command& command) {
       direct ? command.text.c_str() : command.path.c_str(), direct ? "" : command.text.c_str(),
       payload ? command.payload.data() : nullptr, static_cast<unsigned int>(command.payload.size()),
       command.browserType, &SendBack, command.socket, command.domain.c_str(), &HostServices::Get,
-      nullptr, nullptr);
+      &HostServices::Set, &HostServices::Get);
 }
 
 void ModuleHandler::Answered() {

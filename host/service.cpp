@@ -1,7 +1,6 @@
 #include "host/service.h"
 
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -12,35 +11,31 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
+#include <functional>
 #include <utility>
 
-#include "environment/access_switches.h"
 #include "environment/configuration.h"
-#include "environment/paths.h"
 #include "environment/program_information.h"
-#include "host/complaint.h"
 #include "host/discovery.h"
 #include "host/health.h"
+#include "host/host_log.h"
 #include "host/module_handler.h"
 #include "host/modules.h"
 #include "host/own_process.h"
 #include "host/tls_identity.h"
-#include "platform/os.h"
-#include "platform/program_words.h"
-#include "updater/recovery.h"
 
 namespace host {
 
 namespace {
 
 namespace net = boost::asio;
+using std::chrono::seconds;
 
-constexpr auto kCertificateCheck = std::chrono::hours(12);
+constexpr seconds kCertificatePause = std::chrono::hours(12);
 /// A machine that changes networks is found at its new address this soon.
-constexpr auto kDiscoveryCheck = std::chrono::seconds(2);
-constexpr auto kUpdateCheck = std::chrono::seconds(5);
-constexpr auto kUpdateRetry = std::chrono::minutes(1);
+constexpr seconds kDiscoveryPause(2);
+constexpr seconds kUpdatePause(5);
+constexpr seconds kUpdateRetryPause(60);
 
 OriginLists ReadOriginLists() {
   return {GetWholeConfiguration("AllowedOrigins"), GetWholeConfiguration("ManageOrigins"),
@@ -71,59 +66,68 @@ Limits LimitsFrom(const Options& options) {
   return limits;
 }
 
-/// Everything that lives while the service serves. The members are in the order of their making;
-/// the server, whose threads use all the others, is the last to come and the first to go.
+/// How a run of the service ended.
+enum class Ending {
+  NotStarted,  ///< a module is missing, or no port is to be had
+  Stopped,     ///< by a signal
+  StartAgain,  ///< an update has left what only a service at its start can end
+};
+
+/// The running service. Its members are made in the order in which they stand and end the other way
+/// round: first the server, whose threads use all the others, and the modules before what they
+/// call.
 class Service {
  public:
-  Service(const Options& options, OwnProcess& self, Modules& modules, Connections& connections,
-          HostServices& services, Discovery& discovery);
-  /// Serves until a signal, or until there is an update to be ended that only a service at its
-  /// start can end. Returns whether the end was in good order: then nothing runs any more.
-  bool Serve();
-  /// Whether the second was the reason.
-  bool IsToBeginAnew() const { return beginAnew_; }
+  Service(const Options& options, OwnProcess& process);
 
-  bool IsListening() const { return ports_.IsListening(); }
+  /// Starts the modules, listens, serves until there is a reason to stop, and stops: after this no
+  /// command runs and no client is connected, but for what HasRunningCommand tells.
+  Ending Run();
+  /// Whether a command did not end in time. Then neither its module's code nor what that refers to
+  /// may be taken away: the object must not be destroyed, and the process must leave without that.
+  bool HasRunningCommand() const { return hasRunningCommand_; }
 
  private:
+  bool StartModules();
+  Ending Serve();
+  void Stop();
+
   void OpenPorts(bool reopen);
   std::string RefreshCertificate();
-  void WatchCertificate();
-  void WatchDiscovery();
-  void WatchUpdates();
+  void ReopenLater();
+  /// Calls `action` after `pause`, and again after each pause that it returns.
+  void Repeat(net::steady_timer& timer, seconds pause, std::function<seconds()> action);
   std::string HealthNow() const;
-  bool Stop();
 
+  const Options& options_;
   const Limits limits_;
   const std::chrono::system_clock::time_point started_ = std::chrono::system_clock::now();
-  OwnProcess& self_;
-  Modules& modules_;
-  Connections& connections_;
-  HostServices& services_;
-  Discovery& discovery_;
+  OwnProcess& process_;
+  Connections connections_;
+  Discovery discovery_;
+  HostServices services_;
+  Modules modules_;
+  std::vector<std::unique_ptr<ModuleHandler>> handlers_;
   net::io_context control_;
   net::signal_set signals_;
   net::steady_timer certificateTimer_;
   net::steady_timer discoveryTimer_;
   net::steady_timer updateTimer_;
-  updater::Left left_ = updater::Left::Nothing;
-  bool beginAnew_ = false;
   std::atomic<bool> reopening_{false};
   Door door_{ReadOriginLists};
   TlsIdentity identity_;
-  std::vector<std::unique_ptr<ModuleHandler>> handlers_;
   Server server_;
   ListeningPorts ports_;
+  bool hasRunningCommand_ = false;
 };
 
-Service::Service(const Options& options, OwnProcess& self, Modules& modules,
-                 Connections& connections, HostServices& services, Discovery& discovery)
-    : limits_(LimitsFrom(options)),
-      self_(self),
-      modules_(modules),
-      connections_(connections),
-      services_(services),
-      discovery_(discovery),
+Service::Service(const Options& options, OwnProcess& process)
+    : options_(options),
+      limits_(LimitsFrom(options)),
+      process_(process),
+      discovery_(mdns_wrapper::mDNSService::getInstance(),
+                 mdns_wrapper::mDNSQueryService::getInstance()),
+      services_(discovery_),
       signals_(control_, SIGINT, SIGTERM),
       certificateTimer_(control_),
       discoveryTimer_(control_),
@@ -134,126 +138,133 @@ Service::Service(const Options& options, OwnProcess& self, Modules& modules,
                [this] { return identity_.Context(); },
                {{"/health", [this] { return HealthNow(); }},
                 {"/services", [this] { return discovery_.ServicesText(); }}}}),
-      ports_(server_, door_) {
-  std::optional<int> port = options.port, sslPort = options.sslPort;
-  for (const auto& module : modules_.all()) {
-    handlers_.push_back(std::make_unique<ModuleHandler>(*module, connections_, services_, [this] {
-      // Any number of restarts that were asked for meanwhile is one, and none holds up the end.
-      if (reopening_.exchange(true)) return;
-      net::post(control_, [this] {
-        reopening_ = false;
-        OpenPorts(true);
-      });
-    }));
-    ports_.Add(module->alias(), false, port.value_or(-1), module->DefaultPort(false),
-               *handlers_.back());
-    ports_.Add(module->alias(), true, sslPort.value_or(-1), module->DefaultPort(true),
-               *handlers_.back());
-    port = sslPort = std::nullopt;
-  }
+      ports_(server_, door_) {}
+
+Ending Service::Run() {
+  if (!StartModules()) return Ending::NotStarted;
   OpenPorts(false);
   if (const std::string file = identity_.File(); !file.empty()) {
     std::printf("The certificate is %s\n", file.c_str());
     std::fflush(stdout);
   }
+  if (!ports_.IsListening()) {
+    ReportError("The service listens nowhere and ends.");
+    return Ending::NotStarted;
+  }
+  const Ending ending = Serve();
+  Stop();
+  return ending;
+}
+
+bool Service::StartModules() {
+  const std::string& program = process_.record().program;
+  std::vector<std::string> files = options_.modules;
+  if (files.empty()) files.push_back(program.substr(0, program.rfind('/') + 1) + DEFAULT_MODULE);
+  if (std::string why; !modules_.Start(files, program, &why)) {
+    ReportError(why);
+    return false;
+  }
+  std::vector<BinaryFile> programFiles = modules_.Files();
+  programFiles.insert(programFiles.begin(), {program, process_.build()});
+  services_.SetFiles(std::move(programFiles));
+
+  std::optional<int> port = options_.port, sslPort = options_.sslPort;
+  for (const auto& module : modules_.all()) {
+    handlers_.push_back(std::make_unique<ModuleHandler>(*module, connections_, services_,
+                                                        [this] { ReopenLater(); }));
+    ports_.Add(module->alias(), false, port, module->DefaultPort(false), *handlers_.back());
+    ports_.Add(module->alias(), true, sslPort, module->DefaultPort(true), *handlers_.back());
+    port = sslPort = std::nullopt;
+  }
+  return true;
+}
+
+Ending Service::Serve() {
+  Ending ending = Ending::Stopped;
+  signals_.async_wait([this](boost::system::error_code ec, int) {
+    if (!ec) control_.stop();
+  });
+  Repeat(certificateTimer_, kCertificatePause, [this] {
+    OpenPorts(false);
+    return kCertificatePause;
+  });
+  discovery_.StartAdvertising();
+  discovery_.StartBrowsing();
+  Repeat(discoveryTimer_, kDiscoveryPause, [this] {
+    discovery_.Watch();
+    return kDiscoveryPause;
+  });
+  const auto updatePause = [this] {
+    return process_.updateEndFailed() ? kUpdateRetryPause : kUpdatePause;
+  };
+  Repeat(updateTimer_, updatePause(), [this, &ending, updatePause] {
+    if (process_.WatchUpdates()) {
+      ending = Ending::StartAgain;
+      control_.stop();
+    }
+    return updatePause();
+  });
+  control_.run();
+  // From now on a second signal ends the program at once.
+  signals_.clear();
+  return ending;
+}
+
+void Service::Stop() {
+  discovery_.StopAll();
+  ports_.CloseAll();
+  modules_.AnnounceStop();
+  server_.RefuseCommands();
+  hasRunningCommand_ = !server_.WaitForCommands(limits_.stopping);
+  if (hasRunningCommand_) {
+    ReportError("A command did not end: the service leaves without unloading its modules.");
+  }
+  server_.CloseConnections();
+}
+
+void Service::Repeat(net::steady_timer& timer, seconds pause, std::function<seconds()> action) {
+  timer.expires_after(pause);
+  timer.async_wait([this, &timer, action = std::move(action)](boost::system::error_code ec) {
+    if (!ec) Repeat(timer, action(), action);
+  });
+}
+
+/// Any number of restarts that were asked for meanwhile is one, and none holds up the end. A thread
+/// of the server calls.
+void Service::ReopenLater() {
+  if (reopening_.exchange(true)) return;
+  net::post(control_, [this] {
+    reopening_ = false;
+    OpenPorts(true);
+  });
 }
 
 void Service::OpenPorts(bool reopen) {
   const std::string secureProblem = RefreshCertificate();
   reopen ? ports_.Reopen(secureProblem) : ports_.Open(secureProblem);
-  self_.record.port = self_.record.sslPort = 0;
+  int first[] = {0, 0};
   for (const PortState& port : ports_.Snapshot()) {
-    int& first = port.secure ? self_.record.sslPort : self_.record.port;
-    if (first == 0) first = port.actual;
+    if (first[port.secure] == 0) first[port.secure] = port.actual;
   }
-  self_.record.serving = ports_.IsListening();
-  self_.runFile.Write(self_.record);
-  discovery_.Describe(self_.record.sslPort, modules_.Aliases());
+  process_.TellPorts(first[false], first[true]);
+  discovery_.Describe(first[true], modules_.Aliases());
 }
 
+/// "", or why there is no certificate to be shown.
 std::string Service::RefreshCertificate() {
-  std::string error, warning;
-  const bool usable = identity_.Refresh(error, warning) || identity_.Context() != nullptr;
-  if (!warning.empty()) Complain(warning);
-  if (usable && !error.empty()) Complain(error);
-  return usable ? "" : error;
-}
-
-void Service::WatchCertificate() {
-  certificateTimer_.expires_after(kCertificateCheck);
-  certificateTimer_.async_wait([this](boost::system::error_code ec) {
-    if (ec) return;
-    OpenPorts(false);
-    WatchCertificate();
-  });
-}
-
-void Service::WatchDiscovery() {
-  discoveryTimer_.expires_after(kDiscoveryCheck);
-  discoveryTimer_.async_wait([this](boost::system::error_code ec) {
-    if (ec) return;
-    discovery_.Watch();
-    WatchDiscovery();
-  });
-}
-
-/// An updater may be killed while the service runs. The update would be in progress for ever.
-void Service::WatchUpdates() {
-  updateTimer_.expires_after(self_.recoveryFailed ? kUpdateRetry : kUpdateCheck);
-  updateTimer_.async_wait([this](boost::system::error_code ec) {
-    if (ec) return;
-    // Only what is still left at the second look: an updater may just be about to take its lock.
-    const updater::Left before = std::exchange(left_, updater::FindLeft(self_.updatePaths));
-    // Where the start itself could not end it, a further one would not either.
-    beginAnew_ = left_ == updater::Left::Programs && before == left_ && !self_.recoveryFailed;
-    if (beginAnew_) {
-      signals_.cancel();
-      return;
-    }
-    const bool mayEnd = left_ == updater::Left::Traces || left_ == updater::Left::LockNotTaken;
-    if (mayEnd && before == left_) self_.EndEarlierUpdate(false);
-    WatchUpdates();
-  });
-}
-
-bool Service::Serve() {
-  bool clean = false;
-  signals_.async_wait([this, &clean](boost::system::error_code ec, int) {
-    beginAnew_ = beginAnew_ && ec;
-    // A second signal ends the program at once.
-    signals_.clear();
-    certificateTimer_.cancel();
-    discoveryTimer_.cancel();
-    updateTimer_.cancel();
-    clean = Stop();
-    control_.stop();
-  });
-  WatchCertificate();
-  discovery_.StartAdvertising();
-  discovery_.StartBrowsing();
-  WatchDiscovery();
-  WatchUpdates();
-  control_.run();
-  return clean;
-}
-
-bool Service::Stop() {
-  discovery_.StopAll();
-  ports_.CloseAll();
-  modules_.AnnounceStop();
-  server_.RefuseCommands();
-  const bool idle = server_.WaitForCommands(limits_.stopping);
-  if (!idle) Complain("A command did not end: the service leaves without unloading its modules.");
-  server_.CloseConnections();
-  return idle;
+  std::string why, warning;
+  const bool isUsable = identity_.Refresh(&why, &warning) || identity_.Context() != nullptr;
+  if (!warning.empty()) ReportWarning(warning);
+  if (isUsable && !why.empty()) ReportError(why);
+  return isUsable ? "" : why;
 }
 
 std::string Service::HealthNow() const {
   Health health;
   health.name = GetServiceName();
   health.version = GetServiceVersion();
-  health.build = self_.build;
-  health.pid = self_.record.pid;
+  health.build = process_.build();
+  health.pid = process_.record().pid;
   for (std::size_t i = 0; i < handlers_.size(); ++i) {
     const ModuleLibrary& module = *modules_.all()[i];
     health.modules.push_back({module.alias(), module.VersionDescription(), handlers_[i]->IsBusy()});
@@ -270,61 +281,23 @@ std::string Service::HealthNow() const {
 int RunService(const Options& options, const std::string& build) {
   // A client that goes away must not end the service.
   std::signal(SIGPIPE, SIG_IGN);
+  SendLogToStandardError();
   InitProgramInfo();
-  const std::string program = os::ExecutablePath();
-  std::error_code ignored;
-  const std::string folder = std::filesystem::current_path(ignored).string();
-  OwnProcess self;
-  self.build = build;
-  self.updatePaths = updater::UpdatePathsIn(GetWorkPath());
-  self.record.pid = ::getpid();
-  self.record.build = build;
-  self.record.program = program;
-  self.record.folder = folder;
-  self.record.arguments = options.arguments;
-  self.record.environment = OwnEnvironment();
-  if (std::string error; !self.runFile.Take(self.updatePaths.runRecord, error)) {
-    Complain(error);
-    return 1;
-  }
-  self.runFile.Write(self.record);
-  if (!self.EndEarlierUpdate(true)) return 1;
+  OwnProcess process(build, options.arguments);
+  if (!process.TakeFolder()) return 1;
 
-  std::vector<std::string> files = options.modules;
-  if (files.empty()) files.push_back(program.substr(0, program.rfind('/') + 1) + DEFAULT_MODULE);
-
-  // Modules may answer and ask until they are finished, so what they call outlives that.
-  Connections connections;
-  Modules modules;
-  if (!modules.Start(files, program)) {
-    modules.Finish();
-    return 1;
-  }
-  Discovery discovery(mdns_wrapper::mDNSService::getInstance(),
-                      mdns_wrapper::mDNSQueryService::getInstance());
-  std::vector<BinaryFile> programFiles = modules.Files();
-  programFiles.insert(programFiles.begin(), {program, build});
-  HostServices services(std::move(programFiles), discovery);
-  bool served = false, beginAnew = false;
+  Ending ending = Ending::NotStarted;
   {
-    Service service(options, self, modules, connections, services, discovery);
-    if (service.IsListening()) {
-      served = true;
-      if (!service.Serve()) {
-        // A module still runs: neither its code nor what it refers to may be taken away.
-        if (service.IsToBeginAnew()) self.BeginAnew();
-        std::fflush(nullptr);
-        std::_Exit(1);
-      }
-      beginAnew = service.IsToBeginAnew();
-    } else {
-      Complain("The service listens nowhere and ends.");
-      modules.AnnounceStop();
+    Service service(options, process);
+    ending = service.Run();
+    if (service.HasRunningCommand()) {
+      if (ending == Ending::StartAgain) process.StartAgain();
+      std::fflush(nullptr);
+      std::_Exit(1);
     }
   }
-  modules.Finish();
-  if (beginAnew) self.BeginAnew();
-  return served && !beginAnew ? 0 : 1;
+  if (ending == Ending::StartAgain) process.StartAgain();
+  return ending == Ending::Stopped ? 0 : 1;
 }
 
 }  // namespace host

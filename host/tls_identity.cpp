@@ -11,9 +11,8 @@
 #include "environment/configuration.h"
 #include "environment/paths.h"
 #include "environment/users.h"
-#include "host/complaint.h"
-#include "host/iso_time.h"
-#include "platform/file_content.h"
+#include "host/host_log.h"
+#include "os/file.h"
 
 namespace host {
 
@@ -59,32 +58,32 @@ void NameInSettings(const Place& place) {
                                                ProfileEntry{"key_name", place.key}};
   SetConfigurationToInitFile(entries, place.host.c_str());
   if (GetConfigurationfromInitFile("cert_name", "", place.host.c_str()) != place.certificate) {
-    Complain(
+    ReportError(
         "QVConfiguration.ini cannot be written: what is set is lost, the certificate's name too.");
   }
 }
 
-bool Write(const std::string& file, const std::string& content, mode_t mode, std::string& error) {
+bool Write(const std::string& file, const std::string& content, mode_t mode, std::string* why) {
   // An existing file keeps its mode, so it must be right before the content is there.
   if (Exists(file)) ::chmod(file.c_str(), mode);
   const int failed = WriteWholeFile(file.c_str(), content, mode);
-  if (failed != 0) error = file + " cannot be written: " + std::strerror(failed) + ".";
+  if (failed != 0) *why = file + " cannot be written: " + std::strerror(failed) + ".";
   return failed == 0;
 }
 
-std::optional<KeyPair> MakeAt(const Place& place, std::string& error) {
+std::optional<KeyPair> MakeAt(const Place& place, std::string* why) {
   ::mkdir(GetCertPath().c_str(), 0700);
   auto pair = MakeKeyPair(kLifetime);
   if (!pair) {
-    error = "A certificate cannot be made.";
+    *why = "A certificate cannot be made.";
     return std::nullopt;
   }
   // A key without its certificate may be somebody's: it is put aside, not lost.
   if (!Exists(place.CertificateFile()) && Exists(place.KeyFile())) {
     ::rename(place.KeyFile().c_str(), (place.KeyFile() + ".old").c_str());
   }
-  if (!Write(place.KeyFile(), pair->key, 0600, error) ||
-      !Write(place.CertificateFile(), pair->certificate, 0644, error)) {
+  if (!Write(place.KeyFile(), pair->key, 0600, why) ||
+      !Write(place.CertificateFile(), pair->certificate, 0644, why)) {
     return std::nullopt;
   }
   NameInSettings(place);
@@ -93,30 +92,30 @@ std::optional<KeyPair> MakeAt(const Place& place, std::string& error) {
 
 }  // namespace
 
-bool TlsIdentity::Refresh(std::string& error, std::string& warning) {
-  error.clear();
-  warning.clear();
+bool TlsIdentity::Refresh(std::string* why, std::string* warning) {
+  why->clear();
+  warning->clear();
   const Place place = FindPlace();
   const std::string file = place.CertificateFile();
   const bool ourNames =
       place.certificate == BaseName(GetSSLCertFile()) && place.key == BaseName(GetSSLPriKeyFile());
   if (place.certificate.empty() || place.key.empty()) {
-    error = "Section " + place.host +
-            " of QVConfiguration.ini names only one of cert_name and key_name.";
+    *why = "Section " + place.host +
+           " of QVConfiguration.ini names only one of cert_name and key_name.";
     return false;
   }
 
   KeyPair pair;
   const int unread = ReadWholeFile(file.c_str(), &pair.certificate);
   if (unread == ENOENT && ourNames) {
-    const auto made = MakeAt(place, error);
-    return made && Load(file, *made, error);
+    const auto made = MakeAt(place, why);
+    return made && Load(file, *made, why);
   }
   const auto facts = unread == 0 ? ReadCertificate(pair.certificate) : std::nullopt;
   if (!facts) {
-    error = unread == 0
-                ? "The file " + file + " holds no certificate."
-                : "The certificate " + file + " cannot be read: " + std::strerror(unread) + ".";
+    *why = unread == 0
+               ? "The file " + file + " holds no certificate."
+               : "The certificate " + file + " cannot be read: " + std::strerror(unread) + ".";
     return false;
   }
 
@@ -126,24 +125,24 @@ bool TlsIdentity::Refresh(std::string& error, std::string& warning) {
   // A key that is there but cannot be read now may be good: users trust its certificate.
   const bool wrongKey = !usable && (keyUnread == 0 || keyUnread == ENOENT);
   if (facts->madeHere && (ending || wrongKey)) {
-    const auto made = MakeAt(place, error);
-    if (made) return Load(file, *made, error);
+    const auto made = MakeAt(place, why);
+    if (made) return Load(file, *made, why);
     if (!usable) return false;
-    warning = std::exchange(error, "") + " ";
+    *warning = std::exchange(*why, "") + " ";
   }
   if (!usable) {
-    error = "The key " + place.KeyFile() +
-            (keyUnread != 0 ? std::string(" cannot be read: ") + std::strerror(keyUnread)
-                            : " does not belong to the certificate " + file) +
-            ".";
+    *why = "The key " + place.KeyFile() +
+           (keyUnread != 0 ? std::string(" cannot be read: ") + std::strerror(keyUnread)
+                           : " does not belong to the certificate " + file) +
+           ".";
     return false;
   }
-  if (ending) warning += "The certificate " + file + " ends on " + IsoTime(facts->notAfter) + ".";
+  if (ending) *warning += "The certificate " + file + " ends on " + IsoTime(facts->notAfter) + ".";
   NameInSettings(place);
-  return Load(file, pair, error);
+  return Load(file, pair, why);
 }
 
-bool TlsIdentity::Load(const std::string& file, const KeyPair& pair, std::string& error) {
+bool TlsIdentity::Load(const std::string& file, const KeyPair& pair, std::string* why) {
   namespace ssl = boost::asio::ssl;
   boost::system::error_code ec;
   const auto context = std::make_shared<ssl::context>(ssl::context::tls_server);
@@ -151,7 +150,7 @@ bool TlsIdentity::Load(const std::string& file, const KeyPair& pair, std::string
   context->use_certificate_chain(boost::asio::buffer(pair.certificate), ec);
   if (!ec) context->use_private_key(boost::asio::buffer(pair.key), ssl::context::pem, ec);
   if (ec) {
-    error = "The certificate " + file + " cannot be used: " + ec.message() + ".";
+    *why = "The certificate " + file + " cannot be used: " + ec.message() + ".";
     return false;
   }
   const std::lock_guard lock(mutex_);

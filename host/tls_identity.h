@@ -18,8 +18,8 @@ class TlsIdentity {
  public:
   /// Looks at the pair, makes or renews it where that is the service's to do, and loads it for the
   /// connections to come. `warning` tells what the operator should look at. Returns false, with the
-  /// reason in `error`, when there is no usable pair; what was loaded before stays in use.
-  bool Refresh(std::string& error, std::string& warning);
+  /// reason in `why`, when there is no usable pair; what was loaded before stays in use.
+  bool Refresh(std::string* why, std::string* warning);
 
   /// Null before the first success.
   std::shared_ptr<boost::asio::ssl::context> Context() const;
@@ -28,7 +28,7 @@ class TlsIdentity {
   std::string File() const;
 
  private:
-  bool Load(const std::string& file, const KeyPair& pair, std::string& error);
+  bool Load(const std::string& file, const KeyPair& pair, std::string* why);
 
   mutable std::mutex mutex_;
   std::shared_ptr<boost::asio::ssl::context> context_;

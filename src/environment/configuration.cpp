@@ -94,11 +94,6 @@ bool ChangeConfiguration(const std::function<ProfileTexts(const ProfileReader&)>
   return ChangePrivateProfile(DEFAULT_SECTION, change, GetInitFileCString()) != 0;
 }
 
-ProfileReader ReadConfigurationSection() {
-  const ReadHold hold(ConfigurationLock());
-  return ReadPrivateProfileSection(DEFAULT_SECTION, GetInitFileCString());
-}
-
 std::string StoredText(std::string text) {
   std::erase_if(text, [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
   constexpr std::size_t kLongest = kValueBytes - 2;

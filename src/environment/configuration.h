@@ -42,8 +42,6 @@ void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const cha
 /// step that no other writer, of this process or of another, comes between. No texts: nothing is
 /// written. Returns false, with errno set and the old file left, when they cannot be stored.
 bool ChangeConfiguration(const std::function<ProfileTexts(const ProfileReader&)>& change);
-/// The values of that section by their keys, all from one look at the file.
-ProfileReader ReadConfigurationSection();
 
 /// A page's text as it is stored: without CR, LF and NUL, and no longer than what can be read back,
 /// cut where a UTF-8 character begins.

@@ -7,6 +7,7 @@
 #include "environment/module_identity.h"
 #include "environment/paths.h"
 #include "os/file.h"
+#include "platform/profile_view.h"
 #include "platform/text.h"
 
 namespace {
@@ -94,7 +95,11 @@ PortMap ReadPort(const char* baseKey, bool useStoredCount) {
 }
 
 StoredPorts ReadPorts() {
-  const ProfileReader stored = ReadConfigurationSection();
+  const ReadHold hold(ConfigurationLock());
+  const ProfileView look(GetInitFileCString());
+  const auto stored = [&look](std::string_view key) {
+    return std::string(look.Find(DEFAULT_SECTION, key, ""));
+  };
   return {ReadMap(stored, PLAIN_PORT_KEY, kMostEntriesWithoutCount),
           ReadMap(stored, SSL_PORT_KEY, kMostEntriesWithoutCount)};
 }

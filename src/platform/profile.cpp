@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <memory>
 #include <string>
 
 #include "os/file.h"
@@ -52,12 +51,6 @@ int LockFolderOf(const std::string& file, Descriptor* lock) {
   return error == EWOULDBLOCK ? error : 0;
 }
 
-ProfileReader ReaderOf(const CIniFileA::Section* section) {
-  return [section](std::string_view key) {
-    return section == nullptr ? std::string() : section->GetKeyValue(key);
-  };
-}
-
 int Store(std::string_view section, const std::function<ProfileTexts(const ProfileReader&)>& change,
           const char* file) {
   if (file == nullptr) return EINVAL;
@@ -71,7 +64,8 @@ int Store(std::string_view section, const std::function<ProfileTexts(const Profi
   CIniFileA model;
   model.Parse(content);
   CIniFileA::Section* stored = model.AddSection(OneLine(section));
-  const ProfileTexts texts = change(ReaderOf(stored));
+  const ProfileTexts texts =
+      change([stored](std::string_view key) { return stored->GetKeyValue(key); });
   if (texts.empty()) return 0;
   for (const auto& [name, text] : texts) {
     std::string key = OneLine(name);
@@ -111,14 +105,6 @@ BOOL WritePrivateProfileEntries(const char* section, std::span<const ProfileEntr
   for (const ProfileEntry& entry : entries) texts.emplace_back(entry.key, entry.value);
   return ChangePrivateProfile(
       section, [&](const ProfileReader&) { return texts; }, file);
-}
-
-ProfileReader ReadPrivateProfileSection(const char* section, const char* file) {
-  const auto model = std::make_shared<CIniFileA>();
-  model->Parse(FileView(file).text());
-  return [model, stored = ReaderOf(model->GetSection(View(section)))](std::string_view key) {
-    return stored(key);
-  };
 }
 
 BOOL ChangePrivateProfile(const char* section,

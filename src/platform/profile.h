@@ -43,8 +43,6 @@ using ProfileReader = std::function<std::string(std::string_view key)>;
 /// Keys and the values that they get.
 using ProfileTexts = std::vector<std::pair<std::string, std::string>>;
 
-/// All values of one section from one look at the file, which may be missing.
-ProfileReader ReadPrivateProfileSection(const char* section, const char* file);
 /// Reads a section and stores what `change` makes of it, while no other writer has its turn. No
 /// texts: nothing is written. Returns as WritePrivateProfileEntries.
 BOOL ChangePrivateProfile(const char* section,

@@ -52,6 +52,19 @@ class Ports(ServiceTest):
     def test_ports_change_places(self):
         self.move(self.service.secure, self.service.plain)
 
+    def test_ports_that_are_set_right_after_a_restart_stay_set(self):
+        s = self.service
+        for number_of_lines in range(2, 42):
+            first, last = ([free_port(), free_port(), 20100, 20101] for _ in range(2))
+            s.ask("SetServerInfo", "", *first)
+            s.ask("Reboot")
+            s.ask("SetServerInfo", "", *last)
+            # The new ports are told when all is done, and each of them is one that was asked for.
+            s.plain = s.listening("http", number_of_lines)
+            s.secure = s.listening("https", number_of_lines)
+            self.assertIn([s.plain, s.secure], (first[:2], last[:2]))
+            self.assertEqual(self.stored(), last)
+
     def test_a_port_that_cannot_be_had_leaves_the_old_one(self):
         s = self.service
         with taken_port() as taken:

@@ -160,6 +160,24 @@ class Uploads(ServiceTest):
         self.assertEqual(self.upload(UPDATE, outer, 14), updating)
         self.assertEqual(self.upload(CERTIFICATES, zips.archive(("a", b"a"))), (True, 0, ""))
 
+    def test_what_an_interrupted_upload_left_is_removed_at_start_and_nothing_else(self):
+        with tempfile.TemporaryDirectory() as outside:
+            theirs = pathlib.Path(outside) / "theirs"
+            theirs.write_bytes(b"stays")
+            self.service.stop()
+            for name in ("module_17.zip", "Unzip_17/a/b", "Update_17,3/Service_17.zip",
+                         "MarviqueService/QVUpdate", "module_17.txt", "Update_me", "mine/Unzip_1/a"):
+                (self.cache / name).parent.mkdir(parents=True, exist_ok=True)
+                (self.cache / name).write_bytes(b"x")
+            (self.cache / "Unzip_17/link").symlink_to(outside)
+            (self.cache / "Unzip_18").symlink_to(outside)
+            (self.cache / "module_18.zip").symlink_to(theirs)
+            self.service.start()
+            self.assertEqual(self.tree(self.cache), [
+                "MarviqueService", "MarviqueService/QVUpdate", "Unzip_18", "Update_me", "mine",
+                "mine/Unzip_1", "mine/Unzip_1/a", "module_17.txt", "module_18.zip"])
+            self.assertEqual(theirs.read_bytes(), b"stays")
+
     def test_updates_that_cannot_begin(self):
         for outer in package(14, "NoUpdater"), package(14, content="no program"):
             self.assertEqual(self.upload(UPDATE, outer, 14),

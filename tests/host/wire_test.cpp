@@ -69,7 +69,8 @@ TEST(Replies, ArriveFromManyThreadsOnceEach) {
 TEST(HostServices, AnswerInTwoCallsAndNeverBeyondTheBuffer) {
   host::Discovery discovery(mdns_wrapper::mDNSService::getInstance(),
                             mdns_wrapper::mDNSQueryService::getInstance());
-  host::HostServices services({{"/proc/self/exe", "1.2"}, {"/no/such/file", "3"}}, discovery);
+  host::HostServices services(discovery);
+  services.SetFiles({{"/proc/self/exe", "1.2"}, {"/no/such/file", "3"}});
   const auto ask = [&services](const char* name, char* out, unsigned int* length) {
     return services.Get(nullptr, nullptr, name, out, length);
   };
@@ -84,6 +85,29 @@ TEST(HostServices, AnswerInTwoCallsAndNeverBeyondTheBuffer) {
   EXPECT_EQ(length, 3u);
   EXPECT_EQ(small[3], '#');
   EXPECT_EQ(ask("nonsense", nullptr, nullptr), -1);
+}
+
+TEST(HostServices, GiveOneAnswerInBothCallsAndAnotherOneAfterwards) {
+  const TempFolder folder;
+  const std::string file = folder / "program";
+  host::Discovery discovery(mdns_wrapper::mDNSService::getInstance(),
+                            mdns_wrapper::mDNSQueryService::getInstance());
+  host::HostServices services(discovery);
+  services.SetFiles({{file, "1"}});
+  const auto ask = [&services](char* out, unsigned int* length) {
+    return services.Get(nullptr, nullptr, "getBinaryFileInfo", out, length);
+  };
+  Spit(file, "short");
+  unsigned int length = 0;
+  ASSERT_EQ(ask(nullptr, &length), 0);
+  Spit(file, Times(1000, "long"));
+  std::string info(length, '\0');
+  ASSERT_EQ(ask(info.data(), &length), 0);
+  EXPECT_TRUE(info.find(R"("size":5)") != info.npos && info.ends_with("}]")) << info;
+  ASSERT_EQ(ask(nullptr, &length), 0);
+  info.resize(length);
+  ASSERT_EQ(ask(info.data(), &length), 0);
+  EXPECT_NE(info.find(R"("size":4000)"), info.npos) << info;
 }
 
 }  // namespace

@@ -1,0 +1,52 @@
+"""Two logs: the file is the module's, and the host's own words go to standard error."""
+
+import os
+import re
+import unittest
+
+from service import Service
+
+LINE = re.compile(r"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3}Z (error|warning|info|debug): .+")
+
+
+class Logs(unittest.TestCase):
+    def run_service(self, service):
+        """A run that both have something to say of: the host refuses what the module asks for."""
+        module = service.path("libone.so")
+        os.link(os.environ["QV_TEST_MODULE"], module)
+        service.start("--module", service.path(os.environ["QV_MODULE"]), "--module", module)
+        ports = {p["module"]: p["actual"] for p in service.health()["ports"] if not p["secure"]}
+        service.plain = ports["qtp"]
+        service.ask("GetServerInfo")
+        service.plain = ports["one"]
+        self.assertIn("get -1", service.request("POST", "/qtp/", "nonsense")[2].decode())
+        service.stop()
+        lines = service.errors().splitlines()
+        for line in lines:
+            self.assertRegex(line, LINE)
+        return lines
+
+    def test_each_line_has_one_place(self):
+        for level, expected in (1, {"error"}), (2, {"error"}), (14, {"error", "debug"}):
+            with self.subTest(level), Service(f"[QV]\nLogLevel={level}\n") as s:
+                lines = self.run_service(s)
+                self.assertLessEqual(expected, {LINE.match(line)[1] for line in lines})
+                self.assertEqual(sum("nonsense is refused" in line for line in lines), 2 + 1)
+                if "debug" not in expected:
+                    self.assertNotIn("debug", {LINE.match(line)[1] for line in lines})
+                log = s.path("log/qvs.log")
+                text = log.read_text() if log.exists() else ""
+                self.assertEqual(text.count("Version info:"), 1 if level == 14 else 0)
+                self.assertEqual("GetServerInfo" in text, level == 14)
+                self.assertNotIn("nonsense", text)
+
+    def test_where_the_file_cannot_be_written_there_is_one_other(self):
+        with Service("[QV]\nLogLevel=14\n") as s:
+            s.path("log/qvs.log").mkdir(parents=True)
+            self.run_service(s)
+            written = list(s.path("log").glob("*.log"))
+            self.assertEqual(len(written), 2, written)
+
+
+if __name__ == "__main__":
+    unittest.main()
