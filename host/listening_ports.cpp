@@ -17,11 +17,11 @@ void ListeningPorts::Add(const std::string& alias, bool secure, std::optional<in
   slot.state.secure = secure;
   slot.byDefault = byDefault;
   slot.handler = &handler;
-  ReadWish(slot, ReadPorts(), chosen);
+  ReadSettings(slot, ReadPorts(), chosen);
   slots_.push_back(std::move(slot));
 }
 
-void ListeningPorts::ReadWish(Slot& slot, const StoredPorts& stored, std::optional<int> chosen) {
+void ListeningPorts::ReadSettings(Slot& slot, const StoredPorts& stored, std::optional<int> chosen) {
   PortState& state = slot.state;
   const PortMap& map = state.secure ? stored.secure : stored.plain;
   const auto entry = map.find(state.alias);
@@ -48,7 +48,7 @@ void ListeningPorts::Reopen(const std::string& secureProblem) {
   const StoredPorts stored = ReadPorts();
   std::vector<Slot*> moving;
   for (Slot& slot : slots_) {
-    ReadWish(slot, stored, std::nullopt);
+    ReadSettings(slot, stored, std::nullopt);
     if (slot.state.requested != slot.state.actual)
       moving.push_back(&slot);
     else

@@ -53,7 +53,7 @@ class ListeningPorts {
     int byDefault = 0;
     CommandHandler* handler = nullptr;
   };
-  void ReadWish(Slot& slot, const StoredPorts& stored, std::optional<int> chosen);
+  void ReadSettings(Slot& slot, const StoredPorts& stored, std::optional<int> chosen);
   void Open(Slot& slot, const std::string& secureProblem);
   void Close(Slot& slot);
   void Settle();

@@ -32,17 +32,18 @@ typedef signed char (*SendBackFunc)(int connectionId, void* host, const char* te
                                     const void* data, unsigned int len, const char* extra);
 
 /* The module asks the host for a service by these, on the thread that runs the command: the third
- * text names it, the first two are null. Today it uses only the first of the three callbacks that
- * DistributeCommand takes, for these names:
+ * text names it, the first two are null. Of the three callbacks that DistributeCommand takes the
+ * first and the third serve all of these names, the second those without an answer:
  *
  *   restartService                      listen anew once the reply is out; out and len are null
  *   stopmDNSQuery, startmDNSQuery       browsing for other services; out and len are null
  *   stopmDNS, startmDNS                 announcing this service; out and len are null
  *   getBinaryFileInfo, getServiceInfo   a text, asked for twice: with a null out the host stores
  * its size through len; then *len is the room in out, and the host stores how much of it it filled.
- * No terminator.
+ * No terminator. Both calls are about one text, if the same thread makes one after the other.
  *
- * The result is 0 for done and negative for refused; the module goes on either way. */
+ * No name takes data yet. The result is 0 for done and negative for refused, as any other name is;
+ * the module goes on either way. */
 typedef int (*HostDataGetFunc)(const char*, const char*, const char* name, void* out,
                                unsigned int* len);
 typedef int (*HostDataSetFunc)(const char*, const char*, const char* name, const void* data,
@@ -80,7 +81,7 @@ QTP_EXPORT bool DoAction(unsigned int action, const char* exeFile, const char* m
  *                 run; all others are alike
  *   socket        descriptor of the connection
  *   domain        origin of the page, "" for a client that is none
- *   get1,set,get2 host callbacks; get1 serves the named requests; each may be null
+ *   get1,set,get2 host callbacks for the requests named above; each may be null
  *
  * text1, text2 and domain must not be null (text2 may be for kind 1). Without sendBack a command
  * runs unanswered. Returns what sendBack returned, 0 when nothing was sent. */

@@ -37,6 +37,11 @@ int ReadInt(const std::string& key, const char* section, const std::string& file
   return TextToInt(stored.c_str());
 }
 
+// The view must outlive it.
+ProfileReader ReaderOf(const ProfileView& look) {
+  return [&look](std::string_view key) { return std::string(look.Find(DEFAULT_SECTION, key, "")); };
+}
+
 PortMap ReadMap(const ProfileReader& stored, const char* baseKey, int count) {
   PortMap map;
   for (int i = 0; i < count; ++i) {
@@ -87,9 +92,8 @@ void SetInUserFile(const char* section, const std::string& key, const std::strin
 
 PortMap ReadPort(const char* baseKey, bool useStoredCount) {
   const ReadHold hold(ConfigurationLock());
-  const auto stored = [](std::string_view key) {
-    return GetConfigurationfromInitFile(std::string(key).c_str(), "", DEFAULT_SECTION);
-  };
+  const ProfileView look(GetInitFileCString());
+  const ProfileReader stored = ReaderOf(look);
   return ReadMap(stored, baseKey,
                  useStoredCount ? TextToInt(stored(baseKey).c_str()) : kMostEntriesWithoutCount);
 }
@@ -97,9 +101,7 @@ PortMap ReadPort(const char* baseKey, bool useStoredCount) {
 StoredPorts ReadPorts() {
   const ReadHold hold(ConfigurationLock());
   const ProfileView look(GetInitFileCString());
-  const auto stored = [&look](std::string_view key) {
-    return std::string(look.Find(DEFAULT_SECTION, key, ""));
-  };
+  const ProfileReader stored = ReaderOf(look);
   return {ReadMap(stored, PLAIN_PORT_KEY, kMostEntriesWithoutCount),
           ReadMap(stored, SSL_PORT_KEY, kMostEntriesWithoutCount)};
 }

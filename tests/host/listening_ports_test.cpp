@@ -45,7 +45,7 @@ TEST_F(ListeningPorts, StoresWhatACallOpenedUnlessTheSettingsChangedMeanwhile) {
   EXPECT_EQ(Stored(), (std::vector{20001, 20002}));
   ports_.Open("");
   EXPECT_NE(ports_.Snapshot()[1].actual, 0);
-  EXPECT_EQ(Stored(), (std::vector{20001, 20002})) << "opened by what was wished before";
+  EXPECT_EQ(Stored(), (std::vector{20001, 20002})) << "it opens the port that was requested before";
   Store(plain, 0);
   ports_.Reopen("");
   EXPECT_EQ(Stored(), (std::vector{plain, ports_.Snapshot()[1].actual}));
