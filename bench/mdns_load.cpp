@@ -12,7 +12,7 @@
 #include <optional>
 #include <vector>
 
-#include "discovery/mdns_send.h"
+#include "discovery/socket_set.h"
 
 namespace {
 

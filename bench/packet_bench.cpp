@@ -8,8 +8,8 @@
 #include <cstdlib>
 #include <new>
 
-#include "discovery/mdns_reader.h"
-#include "discovery/service_records.h"
+#include "discovery/advertised_records.h"
+#include "discovery/reply_parser.h"
 
 namespace {
 
@@ -79,7 +79,7 @@ void WriteAnnouncement(benchmark::State& state) {
   info.service = "_privet._tcp.local.";
   info.ipv4 = info.ipv6 = "10.0.0.5";
   info.id = info.ty = info.modules = info.os = info.tags = "a text";
-  const ServiceRecords records(info, nullptr);
+  const AdvertisedRecords records(info, nullptr);
   const mdns_record_t pointer = records.pointer();
   Buffer buffer;
   const std::uint64_t before = allocations;

@@ -1,8 +1,8 @@
 // Any bytes as replies to the browser: what it publishes has a kind, each service once, no tags,
 // and comes back from the form in which it is handed over. The input is a run of packets, each
 // behind its length in two bytes.
-#include "discovery/browser.h"
-#include "discovery/query_mdns.h"
+#include "discovery/browser_loop.h"
+#include "discovery/browser_worker.h"
 #include "fuzz/fuzz_target.h"
 #include "fuzz/null_network.h"
 

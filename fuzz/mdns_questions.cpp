@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "discovery/question_answerer.h"
+#include "discovery/reply_parser.h"
 #include "fuzz/fuzz_target.h"
 #include "fuzz/null_network.h"
 
@@ -27,7 +28,7 @@ mdns_service_info Service() {
 
 int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const mdns_service_info kService = Service();
-  static const ServiceRecords kRecords(kService, nullptr);
+  static const AdvertisedRecords kRecords(kService, nullptr);
   NullNetwork network;
   SocketSet sockets(network, MDNS_PORT);
   const std::vector<int> opened = sockets.refresh();

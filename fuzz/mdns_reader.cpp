@@ -1,11 +1,11 @@
 // Any bytes as a packet: reads stay where they are when they fail, a walk ends with the packet, and
 // what was read is written again in few enough bytes and reads back as it was.
-#include "discovery/mdns_reader.h"
+#include "discovery/reply_parser.h"
 
 #include <array>
 #include <vector>
 
-#include "discovery/mdns_writer.h"
+#include "discovery/wire/packet_writer.h"
 #include "fuzz/fuzz_target.h"
 
 namespace {

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "discovery/mdns_network.h"
+#include "discovery/network.h"
 
 class NullNetwork : public mdns_wrapper::MdnsNetwork {
  public:

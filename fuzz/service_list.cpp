@@ -1,5 +1,5 @@
 // A list of services from any bytes: what was read is written and read again as the same list.
-#include "discovery/service_list.h"
+#include "discovery/service_info.h"
 
 #include <algorithm>
 

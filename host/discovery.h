@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
-#include "discovery/browser.h"
-#include "discovery/responder.h"
+#include "discovery/browser_worker.h"
+#include "discovery/responder_worker.h"
 
 namespace host {
 

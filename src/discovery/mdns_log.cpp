@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdio>
 
+#include "discovery/wire/protocol.h"
 #include "environment/logging.h"
 #include "platform/ascii.h"
 
@@ -23,5 +24,23 @@ void mdns_log(const char* format, ...) {
 }
 
 bool mdns_log_wanted() { return (GetLogLevel() & LOG_LEVEL_DEBUG) != 0; }
+
+const char* TypeWord(std::uint16_t type) {
+  switch (type) {
+    case MDNS_TYPE_PTR:
+      return "PTR";
+    case MDNS_TYPE_SRV:
+      return "SRV";
+    case MDNS_TYPE_A:
+      return "A";
+    case MDNS_TYPE_AAAA:
+      return "AAAA";
+    case MDNS_TYPE_TXT:
+      return "TXT";
+    case MDNS_TYPE_ANY:
+      return "ANY";
+  }
+  return nullptr;
+}
 
 }  // namespace mdns_wrapper

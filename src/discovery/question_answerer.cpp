@@ -1,7 +1,6 @@
 #include "discovery/question_answerer.h"
 
 #include "discovery/mdns_log.h"
-#include "discovery/mdns_words.h"
 
 namespace mdns_wrapper {
 namespace {
@@ -17,7 +16,7 @@ constexpr std::uint16_t kClassAny = 255;  // RFC 1035, 3.2.5
 /// The answers to one packet.
 class QuestionAnswerer::Packet {
  public:
-  Packet(QuestionAnswerer& owner, const ServiceRecords& records, int socket,
+  Packet(QuestionAnswerer& owner, const AdvertisedRecords& records, int socket,
          const SocketAddress& from, std::uint16_t queryId, bool log)
       : owner_(owner), records_(records), socket_(socket), from_(from), id_(queryId), log_(log) {}
 
@@ -88,7 +87,7 @@ class QuestionAnswerer::Packet {
   }
 
   QuestionAnswerer& owner_;
-  const ServiceRecords& records_;
+  const AdvertisedRecords& records_;
   const int socket_;
   const SocketAddress& from_;
   const std::uint16_t id_;
@@ -105,7 +104,7 @@ bool QuestionAnswerer::mayMulticast(int socket, unsigned subject) {
   return multicasts_[{socket, subject}]++ < kMostMulticastsASecond;
 }
 
-void QuestionAnswerer::answer(const ServiceRecords& records, int socket, PacketBytes bytes,
+void QuestionAnswerer::answer(const AdvertisedRecords& records, int socket, PacketBytes bytes,
                               const SocketAddress& from, bool log) {
   PacketReader reader(bytes);
   mdns_header header;

@@ -6,10 +6,9 @@
 #include <map>
 #include <utility>
 
-#include "discovery/mdns_reader.h"
-#include "discovery/mdns_send.h"
-#include "discovery/service_records.h"
+#include "discovery/advertised_records.h"
 #include "discovery/socket_set.h"
+#include "discovery/wire/packet_reader.h"
 
 namespace mdns_wrapper {
 
@@ -25,7 +24,7 @@ class QuestionAnswerer {
   ///
   /// Ignored are answers (else two responders would answer each other without end), packets from
   /// senders that are no neighbours, and, from where it is malformed, the rest of a packet.
-  void answer(const ServiceRecords& records, int socket, PacketBytes packet,
+  void answer(const AdvertisedRecords& records, int socket, PacketBytes packet,
               const SocketAddress& from, bool log);
 
  private:

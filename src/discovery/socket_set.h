@@ -1,13 +1,16 @@
-// The open sockets of a discovery loop: one for each interface and family, as those come and go.
+// The open sockets of a discovery loop, one for each interface and family as those come and go, and
+// what is sent by them.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string_view>
 #include <vector>
 
-#include "discovery/mdns_network.h"
+#include "discovery/network.h"
+#include "discovery/wire/packet_writer.h"
 
 namespace mdns_wrapper {
 
@@ -48,5 +51,22 @@ class SocketSet {
   InterfaceList addresses_;  ///< of the sockets, in their order
   InterfaceList interfaces_;
 };
+
+// Each builds a packet in the caller's buffer and sends it. Returns whether it went out; when it
+// could not be built, errno is EMSGSIZE, and when it could not be sent, errno tells why.
+
+/// An announcement, a goodbye or an answer, to the group.
+bool mdns_answer_multicast_rclass_ttl(SocketSet& sockets, int socket,
+                                      std::span<std::uint8_t> buffer, std::uint16_t rclass,
+                                      RecordList answer, RecordList additional, std::uint32_t ttl);
+
+/// An answer to the asker alone, that repeats the question.
+bool mdns_query_answer_unicast(MdnsNetwork& network, int socket, const SocketAddress& to,
+                               std::span<std::uint8_t> buffer, const AskedQuestion& question,
+                               RecordList answer, RecordList authority, RecordList additional);
+
+/// A question, to the group. From a port other than MDNS_PORT it asks for an answer to that alone.
+bool mdns_query_send(SocketSet& sockets, int socket, std::uint16_t sourcePort,
+                     std::span<std::uint8_t> buffer, std::string_view name, std::uint16_t type);
 
 }  // namespace mdns_wrapper

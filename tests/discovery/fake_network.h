@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "discovery/mdns_network.h"
 #include "discovery/mdns_packets.h"
+#include "discovery/network.h"
 
 class FakeNetwork : public mdns_wrapper::MdnsNetwork {
  public:

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "discovery/mdns_reader.h"
-#include "discovery/mdns_writer.h"
+#include "discovery/reply_parser.h"
+#include "discovery/wire/packet_writer.h"
 
 namespace mdns_packets {
 

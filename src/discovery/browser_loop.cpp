@@ -1,0 +1,150 @@
+#include "discovery/browser_loop.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "discovery/mdns_log.h"
+#include "discovery/socket_set.h"
+
+namespace mdns_wrapper {
+namespace {
+
+using std::chrono::seconds;
+
+constexpr seconds kSilence{10};
+/// Steady traffic must not keep the browser from telling what it found.
+constexpr seconds kLongestRun{30};
+constexpr seconds kSlice{1};
+constexpr int kPauseSlices = 10;
+/// Each of 400 services has ten or so.
+constexpr int kMostRecordsARun = 4096;
+/// Packets of one socket that are read in one turn, so that a flood does not hide a stop.
+constexpr int kMostPacketsATurn = 64;
+constexpr std::uint16_t kQueryId = 0;  // RFC 6762, 18.1
+
+/// Whether a packet says something about a service: it is an answer, of no error, and has one. (Its
+/// other records belong to its answers: without one they would be taken for another sender's.)
+bool IsAnswer(PacketBytes packet) {
+  mdns_header header;
+  constexpr std::uint16_t kKind =
+      MDNS_FLAG_RESPONSE | MDNS_OPCODE | MDNS_RESPONSE_CODE;  // RFC 6762, 18.2, 18.3 and 18.11
+  return PacketReader(packet).read(header) && (header.flags & kKind) == MDNS_FLAG_RESPONSE &&
+         header.answers > 0;
+}
+
+class BrowserRun {
+ public:
+  BrowserRun(void* user, mdns_query_callback callback, MdnsNetwork& network)
+      : user_(user), callback_(callback), network_(network) {}
+
+  bool open() {
+    sockets_.refresh();
+    const std::size_t count = sockets_.sockets().size();
+    if (count == 0) {
+      mdns_log("Failed to open any client sockets\n");
+      return false;
+    }
+    mdns_log("Opened %d socket%s for mDNS query\n", static_cast<int>(count), Plural(count));
+    return true;
+  }
+
+  void send(std::string_view name, std::uint16_t type) {
+    const char* const word = TypeWord(type);
+    mdns_log("Sending mDNS query: %.*s %s\n", Width(name), name.data(),
+             word != nullptr ? word : "PTR");
+    for (const int socket : sockets_.sockets()) {
+      if (mdns_query_send(sockets_, socket, network_.portOf(socket), buffer_, name, type)) {
+        asking_.push_back(socket);
+      } else {
+        mdns_log("Failed to send mDNS query: %s\n", std::strerror(errno));
+      }
+    }
+  }
+
+  void read(const StopRequest& stop) {
+    mdns_log("Reading mDNS query replies\n");
+    const auto begun = network_.now();
+    auto heard = begun;
+    auto looked = begun - kSlice;
+    while (!stop.made()) {
+      const auto now = network_.now();
+      if (now - heard >= kSilence || now - begun >= kLongestRun) break;
+      if (now - looked >= kSlice) {
+        looked = now;
+        logWanted_ = mdns_log_wanted();
+      }
+      network_.wait(asking_, kSlice, stop, readable_);
+      bool any = false;
+      for (const int socket : readable_) any = readReplies(socket) || any;
+      if (any) heard = network_.now();
+    }
+  }
+
+ private:
+  /// Whether there was one.
+  bool readReplies(int socket) {
+    SocketAddress from;
+    bool any = false;
+    for (int left = kMostPacketsATurn; left > 0; --left) {
+      const auto size = network_.receive(socket, buffer_, from);
+      if (!size) break;
+      const PacketBytes packet = PacketBytes(buffer_).first(*size);
+      // These sockets hear what is sent to them alone, which may come from far away.
+      if (!sockets_.isOnLink(from) || !IsAnswer(packet)) continue;
+      any = true;
+      const std::string sender = logWanted_ ? from.text() : std::string();
+      ParseReply(packet, kQueryId, {sender, logWanted_},
+                 [this](const mdns_query_result& result) { found(result); });
+    }
+    return any;
+  }
+
+  void found(const mdns_query_result& result) {
+    if (records_ == kMostRecordsARun) return;
+    ++records_;
+    callback_(user_, result, MDNS_RECORD_FOUND);
+  }
+
+  void* const user_;
+  const mdns_query_callback callback_;
+  MdnsNetwork& network_;
+  SocketSet sockets_{network_, 0};
+  std::vector<int> asking_;  ///< the sockets on which the query went out
+  std::vector<int> readable_;
+  std::array<std::uint8_t, MDNS_PACKET_BYTES> buffer_{};
+  int records_ = 0;
+  bool logWanted_ = false;
+};
+
+}  // namespace
+
+int send_mdns_query_impl(std::string_view name, std::uint16_t type, const StopRequest& stop,
+                         void* user, mdns_query_callback callback, MdnsNetwork& network) {
+  BrowserRun run(user, callback, network);
+  if (!run.open()) return -1;
+  run.send(name, type);
+  run.read(stop);
+  return 0;
+}
+
+int send_mdns_query(std::string_view name, std::uint16_t type, const StopRequest& stop, void* user,
+                    mdns_query_callback callback, MdnsNetwork& network) {
+  const mdns_query_result nothing;
+  std::vector<int> none;
+  while (!stop.made()) {
+    callback(user, nothing, MDNS_CYCLE_BEGINS);
+    if (send_mdns_query_impl(name, type, stop, user, callback, network) != 0) return -1;
+    callback(user, nothing, MDNS_CYCLE_ENDS);
+    mdns_log("Do next query after %d seconds\n", kPauseSlices);
+    for (int slice = 0; slice < kPauseSlices && !stop.made(); ++slice) {
+      network.wait({}, kSlice, stop, none);
+    }
+  }
+  return 0;
+}
+
+}  // namespace mdns_wrapper

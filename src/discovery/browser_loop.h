@@ -1,0 +1,32 @@
+// The browser's loop: asks who is there, and hands over every record of every reply.
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+
+#include "discovery/network.h"
+#include "discovery/reply_parser.h"
+
+namespace mdns_wrapper {
+
+enum mdns_query_code : int {
+  MDNS_CYCLE_BEGINS = 0,
+  MDNS_RECORD_FOUND = 1,
+  MDNS_CYCLE_ENDS = 2,
+};
+
+/// Called on the loop's thread. The result says something with MDNS_RECORD_FOUND only.
+using mdns_query_callback = int (*)(void* user, const mdns_query_result& result, int code);
+
+/// Runs cycles of a query, the reading of its replies and a pause of ten seconds. Returns 0 when a
+/// stop is requested, -1 when a query fails.
+int send_mdns_query(std::string_view name, std::uint16_t type, const StopRequest& stop, void* user,
+                    mdns_query_callback callback, MdnsNetwork& network);
+
+/// One query on all interfaces. Reads replies of neighbours until ten seconds bring none, thirty
+/// seconds are over or a stop is requested, and calls back for up to 4,096 of their records.
+/// Returns 0, or -1 when there is no socket to be had.
+int send_mdns_query_impl(std::string_view name, std::uint16_t type, const StopRequest& stop,
+                         void* user, mdns_query_callback callback, MdnsNetwork& network);
+
+}  // namespace mdns_wrapper

@@ -1,0 +1,47 @@
+#include "discovery/responder_worker.h"
+
+#include "discovery/responder_loop.h"
+
+namespace mdns_wrapper {
+
+mDNSService& mDNSService::getInstance() {
+  static SystemNetwork network;
+  static mDNSService service(network);
+  return service;
+}
+
+void mDNSService::setServiceInfo(const DNSServiceInfo& info) {
+  const std::lock_guard lock(recordMutex_);
+  info_ = info;
+  info_.txtvers = "1.0";
+  setInstanceName(info.id);
+}
+
+void mDNSService::setServicePort(std::uint16_t port) {
+  const std::lock_guard lock(recordMutex_);
+  port_ = port;
+}
+
+mdns_service_info mDNSService::loopRecord() const {
+  const std::lock_guard lock(recordMutex_);
+  mdns_service_info record;
+  record.hostname = instanceName();
+  record.service = serviceType();
+  record.port = static_cast<std::uint16_t>(port_);
+  record.ipv4 = info_.ipv4;
+  record.ipv6 = info_.ipv6;
+  record.id = info_.id;
+  record.ty = info_.ty;
+  record.modules = info_.modules;
+  record.url = info_.url;
+  record.os = info_.os;
+  record.txtvers = info_.txtvers;
+  record.type = info_.type;
+  record.acessmode = info_.accessMode;
+  record.tags = info_.tags;
+  return record;
+}
+
+void mDNSService::runMainLoop() { service_mdns(loopRecord(), stopRequest(), network_); }
+
+}  // namespace mdns_wrapper

@@ -1,0 +1,40 @@
+// The responder: advertises this machine's service while it runs.
+#pragma once
+
+#include <cstdint>
+#include <mutex>
+
+#include "discovery/advertised_records.h"
+#include "discovery/network.h"
+#include "discovery/service_info.h"
+#include "discovery/worker.h"
+
+namespace mdns_wrapper {
+
+/// What is set holds from the next start. Any thread may call.
+class mDNSService : public mDNSBase {
+ public:
+  /// The one that advertises on this machine's links.
+  static mDNSService& getInstance();
+
+  /// The network outlives the worker.
+  explicit mDNSService(MdnsNetwork& network) : mDNSBase("service"), network_(network) {}
+  ~mDNSService() override { stopForDestruction(); }
+
+  /// The text format is "1.0" whatever the record says; its id, when it has one, becomes the
+  /// instance name, otherwise that is the host's name.
+  void setServiceInfo(const DNSServiceInfo& info);
+  void setServicePort(std::uint16_t port);
+
+  void runMainLoop() override;
+
+ private:
+  mdns_service_info loopRecord() const;
+
+  MdnsNetwork& network_;
+  mutable std::mutex recordMutex_;
+  DNSServiceInfo info_;
+  std::uint32_t port_ = 42424;
+};
+
+}  // namespace mdns_wrapper
