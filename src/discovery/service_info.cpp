@@ -17,6 +17,10 @@ namespace {
 static_assert(std::endian::native == std::endian::little);
 
 constexpr std::uint32_t kGrowStep = 0x80000;
+/// Two integers and nine texts of length 0: four bytes each.
+constexpr std::uint32_t kLeastRecordBytes = 44;
+/// A list that was cut short keeps its count up to this; a longer one is believed only whole.
+constexpr std::uint32_t kMostWithoutBytes = 1024;
 
 /// Shows a record's fields to `field`, in the order of the bytes, until one call fails.
 template <class Info, class Field>
@@ -105,6 +109,7 @@ ServiceList Deserialize(const std::string& bytes) {
   if (!read(count) || count < 1) return {};
   const auto records = static_cast<std::uint32_t>(count);
   if (records > MOST_SERVICES) return {};
+  if (records > kMostWithoutBytes && records > (size - sizeof count) / kLeastRecordBytes) return {};
   ServiceList services(records);
   for (DNSServiceInfo& info : services) {
     if (!EachField(info, read)) break;

@@ -56,8 +56,9 @@ inline constexpr std::size_t MOST_SERVICES = 65536;
 /// "" for a list that has no such form: more than MOST_SERVICES, or 4 GiB of text.
 std::string Serialize(const ServiceList& services);
 /// The list that the bytes begin with; what follows it is ignored. It has as many records as the
-/// bytes say; where they end too early the rest stays cleared. A count below 1 or above
-/// MOST_SERVICES gives an empty list, so no claim costs more than some 20 MB.
+/// bytes say; where they end too early the rest stays cleared. The list is empty when the count is
+/// below 1 or above MOST_SERVICES, or above 1,024 without the bytes that so many records need: a
+/// false count costs no more than some 300 KB.
 ServiceList Deserialize(const std::string& bytes);
 
 /// The string at the stream's position, "" when there is none; then the position stays.

@@ -57,6 +57,19 @@ TEST(ServiceList, ATruncatedListKeepsItsCountAndItsWholeRecords) {
   }
 }
 
+TEST(ServiceList, BelievesALargeCountOnlyWithTheBytesForIt) {
+  for (const auto& [count, records, read] : Table<std::uint32_t, std::size_t, std::size_t>{
+           {1024, 0, 1024}, {1025, 0, 0}, {1025, 1024, 0}, {1025, 1025, 1025}, {65536, 2, 0}}) {
+    std::string bytes(4, '\0');
+    for (int i = 0; i < 4; ++i) bytes[i] = static_cast<char>(count >> (8 * i));
+    for (std::size_t i = 0; i < records; ++i) bytes += kBlankBytes;
+    EXPECT_EQ(Deserialize(bytes).size(), read) << count << " with " << records;
+    if (read > 1024) {
+      EXPECT_TRUE(Deserialize(bytes.substr(0, bytes.size() - 1)).empty());
+    }
+  }
+}
+
 TEST(ServiceList, RefusesCountsAndLengthsThatLie) {
   for (const std::string& count : {"\1\0\1\0"s, "\xff\xff\xff\x7f"s, "\xff\xff\xff\xff"s}) {
     EXPECT_TRUE(Deserialize(count + kSampleBytes).empty()) << testing::PrintToString(count);
