@@ -58,12 +58,11 @@ class Load {
 
  private:
   void readUntil(Clock::time_point end) {
-    SocketAddress from;
     for (;;) {
-      while (const auto size = network_.receive(socket_, buffer_, from)) {
+      while (const auto received = network_.receive(socket_, buffer_)) {
         const auto now = Clock::now();
         const std::size_t id = static_cast<std::size_t>(buffer_[0]) << 8 | buffer_[1];
-        if (*size > 12 && id < took_.size() && !took_[id]) took_[id] = now - sent_[id];
+        if (received->size > 12 && id < took_.size() && !took_[id]) took_[id] = now - sent_[id];
       }
       const auto left = end - Clock::now();
       if (left <= Clock::duration::zero()) return;

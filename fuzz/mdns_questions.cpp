@@ -6,6 +6,7 @@
 
 #include "discovery/question_answerer.h"
 #include "discovery/reply_parser.h"
+#include "discovery/responder_loop.h"
 #include "fuzz/fuzz_target.h"
 #include "fuzz/null_network.h"
 
@@ -32,12 +33,16 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   NullNetwork network;
   SocketSet sockets(network, MDNS_PORT);
   const std::vector<int> opened = sockets.refresh();
-  QuestionAnswerer answerer(network, sockets);
-  answerer.answer(kRecords, opened.front(), {data, size}, network.neighbour(), false);
+  NeighbourLog log;
+  QuestionAnswerer answerer(network, sockets, log, MDNS_UNICAST_ANSWERS_A_SECOND);
+  // The first byte tells from where it comes.
+  const unsigned way = size == 0 ? 0U : data[0];
+  SocketAddress from = network.neighbour();
+  from.setPort((way & 1) != 0 ? MDNS_PORT : 40000);
+  answerer.answer(kRecords, opened.front(), {data, size}, from, (way & 2) != 0);
 
   const std::vector<std::string> answers = std::move(network.sent);
-  Require(answers.size() <= 18,
-          "each answer once to the group, and once for each kind of question");
+  Require(answers.size() <= 8, "each name is answered once to the group and once to the asker");
   PacketReader question({data, size});
   mdns_header header;
   const bool asks =
@@ -45,11 +50,12 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   Require(asks || answers.empty(), "only questions are answered");
   for (const std::string& answer : answers) {
     const PacketBytes bytes(reinterpret_cast<const std::uint8_t*>(answer.data()), answer.size());
-    Require(PacketReader(bytes).read(header) && header.answers == 1, "an answer has one");
+    Require(PacketReader(bytes).read(header) && header.answers > 0 && header.answers <= 2,
+            "an answer has the records of one name");
     Require(ParseReply(bytes, 0, {}, [](const mdns_query_result&) {}) ==
-                std::size_t{1} + header.additionals,
+                std::size_t{header.answers} + header.additionals,
             "an answer is whole");
-    answerer.answer(kRecords, opened.front(), bytes, network.neighbour(), false);
+    answerer.answer(kRecords, opened.front(), bytes, from, true);
   }
   Require(network.sent.empty(), "answers are not answered");
   return 0;

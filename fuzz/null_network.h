@@ -21,8 +21,7 @@ class NullNetwork : public mdns_wrapper::MdnsNetwork {
     sent.emplace_back(packet.begin(), packet.end());
     return true;
   }
-  std::optional<std::size_t> receive(int, std::span<std::uint8_t>,
-                                     mdns_wrapper::SocketAddress&) override {
+  std::optional<mdns_wrapper::ReceivedPacket> receive(int, std::span<std::uint8_t>) override {
     return std::nullopt;
   }
   void wait(std::span<const int>, std::chrono::milliseconds, const mdns_wrapper::StopRequest&,
@@ -30,6 +29,7 @@ class NullNetwork : public mdns_wrapper::MdnsNetwork {
     readable.clear();
   }
   Clock::time_point now() override { return Clock::time_point(std::chrono::hours(1)); }
+  std::chrono::milliseconds suspended() override { return {}; }
 
   std::vector<std::string> sent;
 

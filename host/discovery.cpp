@@ -156,10 +156,34 @@ std::string Discovery::EncodedServices() {
   return mdns_wrapper::mDNSQueryService::Serialize(browser_.getServiceInfos(changed));
 }
 
+std::string Discovery::AdvertisingProblem() const {
+  if (!advertising_) return "It is switched off.";
+  if (port_ == 0) return "The service has no TLS port.";
+  const auto state = responder_.report().state();
+  if (!state.problem.empty()) return state.problem;
+  return state.announced && IsAtWork(responder_) ? "" : "It is starting.";
+}
+
+std::string Discovery::BrowsingProblem() const {
+  if (!browsing_) return "It is switched off.";
+  if (IsAtWork(browser_)) return "";
+  return AddressesNow().none() ? "This machine has no network address." : "It is starting.";
+}
+
 std::string Discovery::ServicesText() {
   Json::Value root(Json::objectValue);
-  root["advertising"] = advertising_.load();
-  root["browsing"] = browsing_.load();
+  const auto state = responder_.report().state();
+  root["advertising"] = advertising_ && port_ != 0 && IsAtWork(responder_) && state.announced;
+  if (const std::string problem = AdvertisingProblem(); !problem.empty()) {
+    root["advertising_problem"] = problem;
+  }
+  if (state.rival) {
+    root["same_name"]["address"] = state.rival->address;
+    root["same_name"]["last_heard"] = IsoTime(state.rival->lastHeard);
+  }
+  const std::string browsingProblem = BrowsingProblem();
+  root["browsing"] = browsingProblem.empty();
+  if (!browsingProblem.empty()) root["browsing_problem"] = browsingProblem;
   root["services"] = Json::Value(Json::arrayValue);
   for (const auto& seen : browser_.getSeenServices()) root["services"].append(ToJson(seen));
   return root.toStyledString();

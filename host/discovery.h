@@ -41,8 +41,8 @@ class Discovery {
 
   /// The services found, in the form in which they are handed to modules.
   std::string EncodedServices();
-  /// What is switched on, and the services found with the time at which each last answered, as JSON
-  /// text of several lines.
+  /// What runs, and why what does not; another machine with this service's name; and the services
+  /// found with the time at which each last answered. JSON text of several lines.
   std::string ServicesText();
 
  private:
@@ -57,6 +57,8 @@ class Discovery {
   mdns_wrapper::DNSServiceInfo RecordWith(const Addresses& addresses) const;
   void Advertise(const Addresses& addresses);
   void Browse();
+  std::string AdvertisingProblem() const;
+  std::string BrowsingProblem() const;
 
   std::mutex mutex_;
   mdns_wrapper::mDNSService& responder_;
@@ -64,7 +66,7 @@ class Discovery {
   bool ended_ = false;
   std::atomic<bool> advertising_ = false;  ///< what is switched on, whether it can be done or not
   std::atomic<bool> browsing_ = false;
-  int port_ = 0;
+  std::atomic<int> port_ = 0;
   std::string modules_;
   mdns_wrapper::DNSServiceInfo advertised_;
 };

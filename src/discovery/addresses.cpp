@@ -8,17 +8,9 @@
 #include <algorithm>
 #include <cstring>
 #include <memory>
-#include <span>
 
 namespace mdns_wrapper {
 namespace {
-
-std::span<const std::uint8_t> BytesOf(const SocketAddress& address) {
-  if (address.isIpv4()) {
-    return {reinterpret_cast<const std::uint8_t*>(&address.v4().sin_addr), sizeof(in_addr)};
-  }
-  return {address.v6().sin6_addr.s6_addr, sizeof(in6_addr)};
-}
 
 /// Whatever address the loopback interface has, no other machine reaches it.
 bool IsUsable(const ifaddrs& entry, const SocketAddress& address) {
@@ -54,6 +46,19 @@ void SocketAddress::setScope(std::uint32_t index) {
   if (!isIpv4()) v6_.sin6_scope_id = index;
 }
 
+std::span<const std::uint8_t> SocketAddress::bytes() const {
+  if (isIpv4()) return {reinterpret_cast<const std::uint8_t*>(&v4_.sin_addr), sizeof v4_.sin_addr};
+  return v6_.sin6_addr.s6_addr;
+}
+
+SocketAddress::Host SocketAddress::host() const {
+  Host host{};
+  host[0] = isIpv4() ? 4 : 6;
+  std::ranges::copy(bytes(), host.begin() + 1);
+  if (!isIpv4()) std::memcpy(host.data() + 17, &v6_.sin6_scope_id, 4);
+  return host;
+}
+
 std::string SocketAddress::text() const {
   constexpr std::size_t kLongest = 127;
   char host[NI_MAXHOST];
@@ -67,14 +72,14 @@ std::string SocketAddress::text() const {
 
 std::string SocketAddress::addressText() const {
   char text[INET6_ADDRSTRLEN];
-  const bool made = ::inet_ntop(family(), BytesOf(*this).data(), text, sizeof text) != nullptr;
+  const bool made = ::inet_ntop(family(), bytes().data(), text, sizeof text) != nullptr;
   return made ? text : "";
 }
 
 bool SocketAddress::operator==(const SocketAddress& other) const {
   if (family() != other.family() || port() != other.port()) return false;
   if (!isIpv4() && v6_.sin6_scope_id != other.v6_.sin6_scope_id) return false;
-  return std::memcmp(BytesOf(*this).data(), BytesOf(other).data(), BytesOf(*this).size()) == 0;
+  return std::ranges::equal(bytes(), other.bytes());
 }
 
 bool SocketAddress::isLoopback() const {
@@ -91,9 +96,8 @@ bool SocketAddress::isLinkLocal() const {
 
 bool SocketAddress::sharesNetwork(const SocketAddress& other, const SocketAddress& mask) const {
   if (family() != other.family() || family() != mask.family()) return false;
-  const auto bytes = BytesOf(*this);
-  for (std::size_t i = 0; i < bytes.size(); ++i) {
-    if (((bytes[i] ^ BytesOf(other)[i]) & BytesOf(mask)[i]) != 0) return false;
+  for (std::size_t i = 0; i < bytes().size(); ++i) {
+    if (((bytes()[i] ^ other.bytes()[i]) & mask.bytes()[i]) != 0) return false;
   }
   return true;
 }

@@ -6,8 +6,10 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
+#include <array>
 #include <cstdint>
 #include <optional>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -38,6 +40,12 @@ class SocketAddress {
   /// groups.
   void setScope(std::uint32_t index);
 
+  /// The four or sixteen bytes of the address itself. They refer to this object.
+  std::span<const std::uint8_t> bytes() const;
+  /// Family, address and scope as bytes, without the port: a key for maps.
+  using Host = std::array<std::uint8_t, 21>;
+  Host host() const;
+
   /// "10.0.0.1" or "fe80::1%eth0", with a port "10.0.0.1:5353" or "[fe80::1%eth0]:5353". At most
   /// 127 characters.
   std::string text() const;
@@ -66,6 +74,9 @@ struct InterfaceAddress {
   std::uint32_t index = 0;  ///< of the interface; never 0 for one that exists
   SocketAddress address;    ///< without port; a link-local one with the interface as scope
   std::optional<SocketAddress> mask;
+  /// How often the carrier of the interface has come and gone: where it was gone for a moment only
+  /// this entry is another one, too.
+  std::uint32_t carrierChanges = 0;
 
   bool operator==(const InterfaceAddress&) const = default;
 };

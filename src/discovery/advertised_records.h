@@ -1,11 +1,16 @@
 // What the responder tells of its service: the names, and the records under them.
 #pragma once
 
+#include <array>
+#include <cstddef>
 #include <cstdint>
+#include <initializer_list>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "discovery/addresses.h"
+#include "discovery/wire/packet_reader.h"
 #include "discovery/wire/packet_writer.h"
 
 namespace mdns_wrapper {
@@ -28,6 +33,44 @@ struct mdns_service_info {
   std::string tags;
 };
 
+/// The records of the service, in the order in which packets have them.
+enum class Advertised : unsigned {
+  kTypes,    ///< all types of services that there are -> this one
+  kPointer,  ///< service type -> instance
+  kService,  ///< instance -> host and port
+  kIpv4,     ///< host -> addresses
+  kIpv6,
+  kText,  ///< instance -> what to know of it
+};
+inline constexpr std::size_t kAdvertisedKinds = 6;
+
+/// Some of them.
+class AdvertisedSet {
+ public:
+  constexpr AdvertisedSet() = default;
+  constexpr AdvertisedSet(std::initializer_list<Advertised> kinds) {
+    for (const Advertised kind : kinds) add(kind);
+  }
+  constexpr void add(Advertised kind) { bits_ |= 1U << static_cast<unsigned>(kind); }
+  constexpr bool has(Advertised kind) const {
+    return (bits_ & 1U << static_cast<unsigned>(kind)) != 0;
+  }
+  constexpr bool empty() const { return bits_ == 0; }
+  constexpr AdvertisedSet operator|(AdvertisedSet other) const {
+    return AdvertisedSet(bits_ | other.bits_);
+  }
+  constexpr AdvertisedSet operator&(AdvertisedSet other) const {
+    return AdvertisedSet(bits_ & other.bits_);
+  }
+  constexpr AdvertisedSet without(AdvertisedSet other) const {
+    return AdvertisedSet(bits_ & ~other.bits_);
+  }
+
+ private:
+  constexpr explicit AdvertisedSet(unsigned bits) : bits_(bits) {}
+  unsigned bits_ = 0;
+};
+
 /// The records refer to this object, so it stays where it is. It never changes: any thread may
 /// read.
 class AdvertisedRecords {
@@ -44,37 +87,31 @@ class AdvertisedRecords {
   const std::string& instanceName() const { return instanceName_; }
   const std::string& hostName() const { return hostName_; }
 
-  /// All types of services that there are -> this one.
-  mdns_record_t allTypes() const { return {MDNS_ALL_TYPES, mdns_ptr{serviceType_}}; }
-  /// Service type -> instance.
-  mdns_record_t pointer() const { return {serviceType_, mdns_ptr{instanceName_}}; }
-  /// Instance -> host and port.
-  const mdns_record_t& service() const { return records_.front(); }
-  /// Null where there is no such address.
-  const mdns_record_t* ipv4() const { return hasIpv4_ ? &records_[1] : nullptr; }
-  const mdns_record_t* ipv6() const { return hasIpv6_ ? &records_[1 + hasIpv4_] : nullptr; }
-  /// The pairs of the instance's TXT record.
-  RecordList text() const { return RecordList(records_).subspan(1 + hasIpv4_ + hasIpv6_); }
+  /// The record of a kind, which for kText is one of several pairs; empty where there is none.
+  RecordList of(Advertised kind) const;
+  const mdns_record_t& pointer() const { return of(Advertised::kPointer).front(); }
+  /// What comes with the pointer when it is announced, and when it is taken back: service,
+  /// addresses and text, without the last pair of it.
+  RecordList announced() const;
 
-  /// What comes with the pointer: service, addresses, text.
-  RecordList all() const { return records_; }
-  /// The same when it is announced, and when it is taken back: without the last pair.
-  RecordList announced() const { return all().first(records_.size() - 1); }
-  /// What comes with the service: addresses, text. Resolvers by name ask for nothing else.
-  RecordList withoutService() const { return all().subspan(1); }
-  /// What comes with the text: addresses, and the service in front of them.
-  RecordList withoutText() const { return all().first(1 + hasIpv4_ + hasIpv6_); }
+  /// The records that have a name.
+  AdvertisedSet under(std::string_view name) const;
+  /// The one that a received record has name and type of.
+  std::optional<Advertised> find(const mdns_received& record) const;
+  /// Whether a received record, whose name and type are those of a kind, has the same data, too.
+  bool hasSameData(Advertised kind, PacketBytes packet, const mdns_received& record) const;
 
  private:
+  void endKind(Advertised kind);
+
   const std::string serviceType_;
   const std::string instanceName_;
   const std::string hostName_;
   const mdns_service_info info_;
   const std::string typeCode_;
   const std::string accessCode_;
-  bool hasIpv4_ = false;
-  bool hasIpv6_ = false;
   std::vector<mdns_record_t> records_;
+  std::array<std::size_t, kAdvertisedKinds> ends_{};  ///< of each kind in records_
 };
 
 }  // namespace mdns_wrapper

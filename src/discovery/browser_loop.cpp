@@ -9,6 +9,7 @@
 
 #include "discovery/mdns_log.h"
 #include "discovery/socket_set.h"
+#include "discovery/source_budget.h"
 
 namespace mdns_wrapper {
 namespace {
@@ -21,7 +22,9 @@ constexpr seconds kLongestRun{30};
 constexpr seconds kSlice{1};
 constexpr int kPauseSlices = 10;
 /// Each of 400 services has ten or so.
-constexpr int kMostRecordsARun = 4096;
+constexpr std::size_t kMostRecordsARun = 4096;
+/// Some twenty services. One machine that sends more leaves room for the others.
+constexpr std::size_t kMostRecordsASource = 256;
 /// Packets of one socket that are read in one turn, so that a flood does not hide a stop.
 constexpr int kMostPacketsATurn = 64;
 constexpr std::uint16_t kQueryId = 0;  // RFC 6762, 18.1
@@ -69,14 +72,10 @@ class BrowserRun {
     mdns_log("Reading mDNS query replies\n");
     const auto begun = network_.now();
     auto heard = begun;
-    auto looked = begun - kSlice;
     while (!stop.made()) {
       const auto now = network_.now();
       if (now - heard >= kSilence || now - begun >= kLongestRun) break;
-      if (now - looked >= kSlice) {
-        looked = now;
-        logWanted_ = mdns_log_wanted();
-      }
+      log_.look(now);
       network_.wait(asking_, kSlice, stop, readable_);
       bool any = false;
       for (const int socket : readable_) any = readReplies(socket) || any;
@@ -87,26 +86,23 @@ class BrowserRun {
  private:
   /// Whether there was one.
   bool readReplies(int socket) {
-    SocketAddress from;
     bool any = false;
     for (int left = kMostPacketsATurn; left > 0; --left) {
-      const auto size = network_.receive(socket, buffer_, from);
-      if (!size) break;
-      const PacketBytes packet = PacketBytes(buffer_).first(*size);
-      // These sockets hear what is sent to them alone, which may come from far away.
-      if (!sockets_.isOnLink(from) || !IsAnswer(packet)) continue;
+      const auto received = network_.receive(socket, buffer_);
+      if (!received) break;
+      const SocketAddress& from = received->from;
+      const PacketBytes packet = PacketBytes(buffer_).first(received->size);
+      if (from.port() != MDNS_PORT || !IsAnswer(packet)) continue;  // RFC 6762, 6
+      // What is sent to these sockets alone may come from far away (RFC 6762, 11).
+      if (!received->toGroup && !sockets_.isOnLink(from)) continue;
       any = true;
-      const std::string sender = logWanted_ ? from.text() : std::string();
-      ParseReply(packet, kQueryId, {sender, logWanted_},
-                 [this](const mdns_query_result& result) { found(result); });
+      if (!records_.isLeft(from)) continue;
+      const std::string sender = log_.isWanted() ? from.text() : std::string();
+      ParseReply(packet, kQueryId, {sender, &log_}, [&](const mdns_query_result& result) {
+        if (records_.take(from)) callback_(user_, result, MDNS_RECORD_FOUND);
+      });
     }
     return any;
-  }
-
-  void found(const mdns_query_result& result) {
-    if (records_ == kMostRecordsARun) return;
-    ++records_;
-    callback_(user_, result, MDNS_RECORD_FOUND);
   }
 
   void* const user_;
@@ -116,8 +112,8 @@ class BrowserRun {
   std::vector<int> asking_;  ///< the sockets on which the query went out
   std::vector<int> readable_;
   std::array<std::uint8_t, MDNS_PACKET_BYTES> buffer_{};
-  int records_ = 0;
-  bool logWanted_ = false;
+  SourceBudget records_{kMostRecordsARun, kMostRecordsASource};
+  NeighbourLog log_;
 };
 
 }  // namespace

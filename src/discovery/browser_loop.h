@@ -24,7 +24,8 @@ int send_mdns_query(std::string_view name, std::uint16_t type, const StopRequest
                     mdns_query_callback callback, MdnsNetwork& network);
 
 /// One query on all interfaces. Reads replies of neighbours until ten seconds bring none, thirty
-/// seconds are over or a stop is requested, and calls back for up to 4,096 of their records.
+/// seconds are over or a stop is requested, and calls back for up to 4,096 of their records, 256 of
+/// one sender. Only what comes from port MDNS_PORT is a reply.
 /// Returns 0, or -1 when there is no socket to be had.
 int send_mdns_query_impl(std::string_view name, std::uint16_t type, const StopRequest& stop,
                          void* user, mdns_query_callback callback, MdnsNetwork& network);

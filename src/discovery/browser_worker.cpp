@@ -83,7 +83,7 @@ int mDNSQueryService::QueryResultCallback(void* user, const mdns_query_result& r
       browser.beginAddServiceInfo();
       break;
     case MDNS_RECORD_FOUND:
-      browser.addServiceInfo(readProvider(result), result.entry == mdns_entry_type::answer);
+      browser.takeRecord(result);
       break;
     case MDNS_CYCLE_ENDS:
       // What a stop cut short is no list: the one before it stays.
@@ -100,7 +100,14 @@ int mDNSQueryService::QueryResultCallback(void* user, const mdns_query_result& r
 void mDNSQueryService::beginAddServiceInfo() {
   built_.clear();
   builtTimes_.clear();
+  builtInstances_.clear();
+  clearAssembled();
+}
+
+void mDNSQueryService::clearAssembled() {
   assembled_.clear();
+  assembledInstance_.clear();
+  ignoresGroup_ = false;
 }
 
 void mDNSQueryService::commitAssembled() {
@@ -111,13 +118,37 @@ void mDNSQueryService::commitAssembled() {
     } else {
       built_.push_back(assembled_);
       builtTimes_.push_back(assembledTime_);
+      builtInstances_.push_back(assembledInstance_);
     }
   }
-  assembled_.clear();
+  clearAssembled();
+}
+
+void mDNSQueryService::takeRecord(const mdns_query_result& result) {
+  const bool begins = result.entry == mdns_entry_type::answer;
+  if (!result.goodbye) {
+    addServiceInfo(readProvider(result), begins);
+    if (begins) assembledInstance_ = result.instance;
+  } else if (begins) {
+    removeInstance(result.instance);
+    ignoresGroup_ = true;
+  }
+}
+
+void mDNSQueryService::removeInstance(std::string_view instance) {
+  commitAssembled();
+  for (std::size_t i = built_.size(); !instance.empty() && i-- > 0;) {
+    if (!NamesEqual(builtInstances_[i], instance)) continue;
+    const auto place = static_cast<std::ptrdiff_t>(i);
+    built_.erase(built_.begin() + place);
+    builtTimes_.erase(builtTimes_.begin() + place);
+    builtInstances_.erase(builtInstances_.begin() + place);
+  }
 }
 
 void mDNSQueryService::addServiceInfo(const DNSServiceInfo& record, bool newService) {
   if (newService) commitAssembled();
+  if (ignoresGroup_) return;
   assembledTime_ = Time::clock::now();
   if (record.type != SERVICE_UNKNOWN) assembled_.type = record.type;
   Take(assembled_.ipv4, record.ipv4);

@@ -6,6 +6,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "discovery/network.h"
@@ -63,16 +64,24 @@ class mDNSQueryService : public mDNSBase {
  private:
   using Time = std::chrono::system_clock::time_point;
 
+  /// A record with a lifetime of 0 takes its service off the list.
+  void takeRecord(const mdns_query_result& result);
+  void removeInstance(std::string_view instance);
   void commitAssembled();
+  void clearAssembled();
 
   MdnsNetwork& network_;
   Notification notification_;
 
-  // The loop's: what the current cycle found and when, and the service whose records come in.
+  // The loop's: what the current cycle found, when and under which instance names, and the service
+  // whose records come in.
   ServiceList built_;
   std::vector<Time> builtTimes_;
+  std::vector<std::string> builtInstances_;
   DNSServiceInfo assembled_;
   Time assembledTime_;
+  std::string assembledInstance_;
+  bool ignoresGroup_ = false;  ///< the first record of the group said goodbye
 
   mutable std::mutex listMutex_;
   ServiceList published_;

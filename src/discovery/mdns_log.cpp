@@ -23,7 +23,23 @@ void mdns_log(const char* format, ...) {
   LogDebug("%s", line);
 }
 
-bool mdns_log_wanted() { return (GetLogLevel() & LOG_LEVEL_DEBUG) != 0; }
+void NeighbourLog::look(Clock::time_point now) {
+  if (now - looked_ < std::chrono::seconds(1)) return;
+  looked_ = now;
+  if (leftOut_ > 0) mdns_log("Left out %u lines about packets of other machines\n", leftOut_);
+  wanted_ = (GetLogLevel() & LOG_LEVEL_DEBUG) != 0;
+  written_ = leftOut_ = 0;
+}
+
+bool NeighbourLog::mayWrite() {
+  if (!wanted_) return false;
+  if (written_ == kMostLinesASecond) {
+    ++leftOut_;
+    return false;
+  }
+  ++written_;
+  return true;
+}
 
 const char* TypeWord(std::uint16_t type) {
   switch (type) {

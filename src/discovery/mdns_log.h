@@ -1,6 +1,7 @@
 // The log of the discovery layer: Debug lines of the service's log, and the words they share.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <string_view>
@@ -12,8 +13,28 @@ namespace mdns_wrapper {
 /// may call.
 void mdns_log(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-/// Whether lines are kept at the moment. Asking reads a file: ask once for many lines.
-bool mdns_log_wanted();
+/// Bounds the lines that packets of other machines cause, which a neighbour could otherwise make as
+/// many of as it likes: at most kMostLinesASecond. One line tells how many were left out. Belongs
+/// to one thread.
+class NeighbourLog {
+ public:
+  using Clock = std::chrono::steady_clock;
+  static constexpr unsigned kMostLinesASecond = 50;
+
+  /// Call it with the time in every turn of a loop. Once a second it reads from a file whether such
+  /// lines are kept, and begins to count anew.
+  void look(Clock::time_point now);
+  /// Whether one more line is to be written now; counts it. Ask right before each.
+  bool mayWrite();
+  /// Whether lines are kept at all.
+  bool isWanted() const { return wanted_; }
+
+ private:
+  Clock::time_point looked_{};
+  bool wanted_ = false;
+  unsigned written_ = 0;
+  unsigned leftOut_ = 0;
+};
 
 /// How much of a text a "%.*s" shows.
 inline int Width(std::string_view text) { return static_cast<int>(text.size()); }

@@ -5,7 +5,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "discovery/wire/protocol.h"
@@ -30,6 +32,27 @@ Descriptor Create(int family) {
 bool Bind(const Descriptor& socket, const SocketAddress& address) {
   return ::bind(socket.get(), address.data(), address.size()) == 0 &&
          ::fcntl(socket.get(), F_SETFL, O_NONBLOCK) == 0;
+}
+
+/// Whether a packet was sent to a group, as its ancillary data tell. Without them it counts as sent
+/// to this machine alone, of which more is asked.
+bool WasToGroup(const msghdr& message) {
+  // The macros take the message as one that may be written to.
+  auto& readable = const_cast<msghdr&>(message);
+  for (const cmsghdr* data = CMSG_FIRSTHDR(&readable); data != nullptr;
+       data = CMSG_NXTHDR(&readable, const_cast<cmsghdr*>(data))) {
+    if (data->cmsg_level == IPPROTO_IP && data->cmsg_type == IP_PKTINFO) {
+      in_pktinfo told;
+      std::memcpy(&told, CMSG_DATA(data), sizeof told);
+      return IN_MULTICAST(ntohl(told.ipi_addr.s_addr));
+    }
+    if (data->cmsg_level == IPPROTO_IPV6 && data->cmsg_type == IPV6_PKTINFO) {
+      in6_pktinfo told;
+      std::memcpy(&told, CMSG_DATA(data), sizeof told);
+      return IN6_IS_ADDR_MULTICAST(&told.ipi6_addr);
+    }
+  }
+  return false;
 }
 
 }  // namespace
@@ -80,7 +103,8 @@ int mdns_socket_open_ipv4(const sockaddr_in* address) {
     group.imr_interface = address->sin_addr;
     own.sin_port = address->sin_port;
   }
-  if (!socket || !Set(socket, IPPROTO_IP, IP_MULTICAST_TTL, once) ||
+  if (!socket || !Set(socket, IPPROTO_IP, IP_PKTINFO, 1) ||
+      !Set(socket, IPPROTO_IP, IP_MULTICAST_TTL, once) ||
       !Set(socket, IPPROTO_IP, IP_MULTICAST_LOOP, once) ||
       !Set(socket, IPPROTO_IP, IP_ADD_MEMBERSHIP, group) ||
       (address != nullptr && !Set(socket, IPPROTO_IP, IP_MULTICAST_IF, group.imr_interface)) ||
@@ -101,7 +125,8 @@ int mdns_socket_open_ipv6(const sockaddr_in6* address) {
     group.ipv6mr_interface = address->sin6_scope_id;
     own.sin6_port = address->sin6_port;
   }
-  if (!socket || !Set(socket, IPPROTO_IPV6, IPV6_V6ONLY, 1) ||
+  if (!socket || !Set(socket, IPPROTO_IPV6, IPV6_RECVPKTINFO, 1) ||
+      !Set(socket, IPPROTO_IPV6, IPV6_V6ONLY, 1) ||
       !Set(socket, IPPROTO_IPV6, IPV6_MULTICAST_HOPS, once) ||
       !Set(socket, IPPROTO_IPV6, IPV6_MULTICAST_LOOP, once) ||
       !Set(socket, IPPROTO_IPV6, IPV6_JOIN_GROUP, group) ||
@@ -142,23 +167,36 @@ bool SystemNetwork::send(int socket, const SocketAddress& to,
   return sent >= 0;  // datagrams go out whole or not at all
 }
 
-std::optional<std::size_t> SystemNetwork::receive(int socket, std::span<std::uint8_t> buffer,
-                                                  SocketAddress& from) {
-  sockaddr_storage storage{};
-  auto* const address = reinterpret_cast<sockaddr*>(&storage);
+std::optional<ReceivedPacket> SystemNetwork::receive(int socket, std::span<std::uint8_t> buffer) {
+  sockaddr_storage sender{};
+  alignas(cmsghdr) std::array<std::uint8_t, 256> control;
+  iovec place{buffer.data(), buffer.size()};
   // An error is that of an earlier packet which reached nobody; the system tells each once.
   constexpr int kMostErrors = 8;
   for (int errors = 0; errors < kMostErrors; ++errors) {
-    socklen_t size = sizeof storage;
-    const ssize_t length = ::recvfrom(socket, buffer.data(), buffer.size(), 0, address, &size);
+    msghdr message{};
+    message.msg_name = &sender;
+    message.msg_namelen = sizeof sender;
+    message.msg_iov = &place;
+    message.msg_iovlen = 1;
+    message.msg_control = control.data();
+    message.msg_controllen = control.size();
+    const ssize_t length = ::recvmsg(socket, &message, 0);
     if (length < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) break;
     if (length < 0) continue;
-    const auto sender = SocketAddress::from(address);
-    if (!sender) continue;
-    from = *sender;
-    return static_cast<std::size_t>(length);
+    const auto from = SocketAddress::from(reinterpret_cast<const sockaddr*>(&sender));
+    if (!from) continue;
+    return ReceivedPacket{static_cast<std::size_t>(length), *from, WasToGroup(message)};
   }
   return std::nullopt;
+}
+
+std::chrono::milliseconds SystemNetwork::suspended() {
+  timespec all{};
+  timespec awake{};
+  if (::clock_gettime(CLOCK_BOOTTIME, &all) != 0) return {};
+  if (::clock_gettime(CLOCK_MONOTONIC, &awake) != 0) return {};
+  return std::chrono::seconds(all.tv_sec - awake.tv_sec);
 }
 
 void SystemNetwork::wait(std::span<const int> sockets, std::chrono::milliseconds time,

@@ -40,6 +40,14 @@ class StopRequest {
   Descriptor writeEnd_;
 };
 
+/// A packet that came in.
+struct ReceivedPacket {
+  std::size_t size = 0;
+  SocketAddress from;
+  /// Whether it was sent to a group, which no router passes on, and not to this machine alone.
+  bool toGroup = false;
+};
+
 /// One loop uses one network, on one thread. None of the calls waits but wait.
 class MdnsNetwork {
  public:
@@ -50,22 +58,23 @@ class MdnsNetwork {
   /// As UsableInterfaces.
   virtual std::optional<InterfaceList> interfaces() = 0;
   /// A socket on an interface that has joined its family's group there; -1 when there is none to be
-  /// had. With port MDNS_PORT it hears what is sent to the group; 0 takes any free port.
+  /// had, and errno tells why. With port MDNS_PORT it hears what is sent to the group; 0 takes any
+  /// free port.
   virtual int open(const InterfaceAddress& address, std::uint16_t port) = 0;
   virtual void close(int socket) = 0;
   /// The port that the socket has, 0 when unknown.
   virtual std::uint16_t portOf(int socket) = 0;
   /// Returns whether the whole packet went out. When not, errno tells why.
   virtual bool send(int socket, const SocketAddress& to, std::span<const std::uint8_t> packet) = 0;
-  /// The bytes of one waiting packet, at most as many as there is room for, and its sender; none
-  /// when no packet waits.
-  virtual std::optional<std::size_t> receive(int socket, std::span<std::uint8_t> buffer,
-                                             SocketAddress& from) = 0;
+  /// Puts one waiting packet into the buffer, cut to the room there; none when no packet waits.
+  virtual std::optional<ReceivedPacket> receive(int socket, std::span<std::uint8_t> buffer) = 0;
   /// Waits until a packet waits at one of the sockets, the time is over, or a stop is requested.
   /// Those with packets are in `readable` then.
   virtual void wait(std::span<const int> sockets, std::chrono::milliseconds time,
                     const StopRequest& stop, std::vector<int>& readable) = 0;
   virtual Clock::time_point now() = 0;
+  /// How long the machine has been suspended since it was started: time that `now` does not count.
+  virtual std::chrono::milliseconds suspended() = 0;
 };
 
 /// The real one.
@@ -76,11 +85,11 @@ class SystemNetwork final : public MdnsNetwork {
   void close(int socket) override;
   std::uint16_t portOf(int socket) override;
   bool send(int socket, const SocketAddress& to, std::span<const std::uint8_t> packet) override;
-  std::optional<std::size_t> receive(int socket, std::span<std::uint8_t> buffer,
-                                     SocketAddress& from) override;
+  std::optional<ReceivedPacket> receive(int socket, std::span<std::uint8_t> buffer) override;
   void wait(std::span<const int> sockets, std::chrono::milliseconds time, const StopRequest& stop,
             std::vector<int>& readable) override;
   Clock::time_point now() override { return Clock::now(); }
+  std::chrono::milliseconds suspended() override;
 
  private:
   std::vector<pollfd> polled_;  ///< kept, because every packet begins with a wait

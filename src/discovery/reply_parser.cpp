@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 
-#include "discovery/mdns_log.h"
 #include "platform/ascii.h"
 
 namespace mdns_wrapper {
@@ -42,7 +41,7 @@ class RecordParser {
       return false;
     }
     result = text;
-    if (log_.wanted) {
+    if (log_.mayWrite()) {
       mdns_log("%.*s : %s %.*s %s %s\n", Width(log_.sender), log_.sender.data(), section(),
                Width(owner()), owner().data(), type, text);
     }
@@ -53,7 +52,8 @@ class RecordParser {
     PacketReader reader(packet_, record_.offset);
     NameText target;
     if (!readTarget(reader, target)) return false;
-    if (log_.wanted) {
+    speaksOf(target.view());
+    if (log_.mayWrite()) {
       mdns_log("%.*s : %s %.*s PTR %.*s rclass 0x%x ttl %u length %d\n", Width(log_.sender),
                log_.sender.data(), section(), Width(owner()), owner().data(), Width(target.view()),
                target.view().data(), record_.rclass, record_.ttl, record_.length);
@@ -71,7 +71,8 @@ class RecordParser {
         !readTarget(reader, target)) {
       return false;
     }
-    if (log_.wanted) {
+    speaksOf(owner());
+    if (log_.mayWrite()) {
       mdns_log("%.*s : %s %.*s SRV %.*s priority %d weight %d port %d\n", Width(log_.sender),
                log_.sender.data(), section(), Width(owner()), owner().data(), Width(target.view()),
                target.view().data(), priority, weight, port);
@@ -80,6 +81,7 @@ class RecordParser {
   }
 
   bool text() {
+    speaksOf(owner());
     PacketReader reader(packet_.first(record_.end()), record_.offset);
     for (int strings = 0; strings < MDNS_MOST_TXT_STRINGS && reader.position() < record_.end();
          ++strings) {
@@ -97,7 +99,7 @@ class RecordParser {
     if (key.empty() || ascii::HasControl(key)) return;  // RFC 6763, 6.4
     const bool hasValue = equals != std::string_view::npos;
     const std::string_view value = hasValue ? string.substr(equals + 1) : std::string_view();
-    if (log_.wanted) {
+    if (log_.mayWrite()) {
       mdns_log("%.*s : %s %.*s TXT %.*s%s%.*s\n", Width(log_.sender), log_.sender.data(), section(),
                Width(owner()), owner().data(), Width(key), key.data(), hasValue ? " = " : "",
                Width(value), value.data());
@@ -106,7 +108,7 @@ class RecordParser {
   }
 
   bool other() {
-    if (log_.wanted) {
+    if (log_.mayWrite()) {
       mdns_log("%.*s : %s %.*s type %u rclass 0x%x ttl %u length %d\n", Width(log_.sender),
                log_.sender.data(), section(), Width(owner()), owner().data(), record_.type,
                record_.rclass, record_.ttl, record_.length);
@@ -117,6 +119,10 @@ class RecordParser {
   /// A name at the reader's position that ends within the data; its pointers may leave it.
   bool readTarget(PacketReader& reader, NameText& target) const {
     return reader.readName(&target) && reader.position() <= record_.end();
+  }
+
+  void speaksOf(std::string_view instance) {
+    if (result_.entry == mdns_entry_type::answer) result_.instance = instance;
   }
 
   const char* section() const { return EntryTypeName(result_.entry); }
@@ -150,7 +156,9 @@ std::size_t mdns_records_parse(PacketBytes packet, std::size_t& offset, mdns_ent
   for (std::size_t walked = 0; walked < count; ++walked) {
     mdns_query_result result;
     result.entry = entry;
-    if (!reader.read(record) || !RecordParser(packet, record, log, result).parse()) return walked;
+    if (!reader.read(record)) return walked;
+    result.goodbye = record.ttl == 0;
+    if (!RecordParser(packet, record, log, result).parse()) return walked;
     offset = reader.position();
     found(result);
   }

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "discovery/mdns_log.h"
 #include "discovery/wire/packet_reader.h"
 
 namespace mdns_wrapper {
@@ -22,6 +23,9 @@ const char* EntryTypeName(mdns_entry_type entry);
 /// What one received record tells about a service.
 struct mdns_query_result {
   mdns_entry_type entry = mdns_entry_type::answer;
+  bool goodbye = false;  ///< its lifetime is 0: what it tells holds no longer (RFC 6762, 10.1)
+  /// Of an answer that is a PTR, SRV or TXT record: the service instance that it speaks of.
+  std::string instance;
   std::string ipv4;  ///< the text of an A record's address
   std::string ipv6;  ///< the text of an AAAA record's address
   std::map<std::string, std::string> txt;
@@ -30,10 +34,12 @@ struct mdns_query_result {
 };
 using RecordFound = std::function<void(const mdns_query_result&)>;
 
-/// How records are logged: by whom they were sent, and whether at all (see mdns_log_wanted).
+/// By whom the records were sent, and where they are logged; null: nowhere.
 struct RecordLog {
   std::string_view sender;
-  bool wanted = false;
+  NeighbourLog* log = nullptr;
+
+  bool mayWrite() const { return log != nullptr && log->mayWrite(); }
 };
 
 /// Walks up to `count` records from `offset`, logs each and calls `found` for each, whatever its

@@ -12,6 +12,7 @@ mDNSService& mDNSService::getInstance() {
 
 void mDNSService::setServiceInfo(const DNSServiceInfo& info) {
   const std::lock_guard lock(recordMutex_);
+  if (info.id != info_.id) report_.clear();
   info_ = info;
   info_.txtvers = "1.0";
   setInstanceName(info.id);
@@ -42,6 +43,18 @@ mdns_service_info mDNSService::loopRecord() const {
   return record;
 }
 
-void mDNSService::runMainLoop() { service_mdns(loopRecord(), stopRequest(), network_); }
+void mDNSService::setUnicastLimit(std::size_t answersASecond) {
+  const std::lock_guard lock(recordMutex_);
+  unicastLimit_ = answersASecond;
+}
+
+void mDNSService::runMainLoop() {
+  std::size_t limit = 0;
+  {
+    const std::lock_guard lock(recordMutex_);
+    limit = unicastLimit_;
+  }
+  service_mdns(loopRecord(), stopRequest(), network_, &report_, limit);
+}
 
 }  // namespace mdns_wrapper

@@ -4,8 +4,8 @@
 #include <cstdint>
 #include <mutex>
 
-#include "discovery/advertised_records.h"
 #include "discovery/network.h"
+#include "discovery/responder_loop.h"
 #include "discovery/service_info.h"
 #include "discovery/worker.h"
 
@@ -26,6 +26,11 @@ class mDNSService : public mDNSBase {
   void setServiceInfo(const DNSServiceInfo& info);
   void setServicePort(std::uint16_t port);
 
+  /// Answers to single askers in one second.
+  void setUnicastLimit(std::size_t answersASecond);
+  /// What becomes of advertising. Says nothing of a worker that is not running.
+  const ResponderReport& report() const { return report_; }
+
   void runMainLoop() override;
 
  private:
@@ -35,6 +40,8 @@ class mDNSService : public mDNSBase {
   mutable std::mutex recordMutex_;
   DNSServiceInfo info_;
   std::uint32_t port_ = 42424;
+  std::size_t unicastLimit_ = MDNS_UNICAST_ANSWERS_A_SECOND;
+  ResponderReport report_;
 };
 
 }  // namespace mdns_wrapper

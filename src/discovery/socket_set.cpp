@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstring>
 
 #include "discovery/mdns_log.h"
 
@@ -48,6 +49,7 @@ std::vector<int> SocketSet::refresh() {
   interfaces_ = std::move(*now);
 
   std::vector<int> opened;
+  problem_.clear();
   for (const InterfaceAddress& entry : interfaces_) {
     if (sockets_.size() == MDNS_MOST_SOCKETS) break;
     const bool open =
@@ -55,7 +57,12 @@ std::vector<int> SocketSet::refresh() {
                     [&](const InterfaceAddress& other) { return SharesSocket(entry, other); });
     if (open) continue;
     const int socket = network_.open(entry, port_);
-    if (socket < 0) continue;
+    if (socket < 0) {
+      const char* const reason = std::strerror(errno);
+      problem_ = "No socket on port " + std::to_string(port_) + " of " +
+                 entry.address.addressText() + ": " + reason;
+      continue;
+    }
     sockets_.push_back(socket);
     addresses_.push_back(entry);
     opened.push_back(socket);

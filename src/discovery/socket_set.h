@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -34,10 +35,11 @@ class SocketSet {
 
   std::span<const int> sockets() const { return sockets_; }
   const InterfaceList& interfaces() const { return interfaces_; }
+  /// Why the last look could not open a socket that is missing, "" for nothing.
+  const std::string& problem() const { return problem_; }
   /// Whether an address is of a network that this machine is in, as its own addresses tell. One
-  /// without a network around it, as a tunnel's, has no neighbours. RFC 6762, 5.5 and 11, asks for
-  /// this check of packets to one address; here it is asked of all, so that no forged sender makes
-  /// this machine send beyond the link.
+  /// without a network around it, as a tunnel's, has no neighbours. To be asked of what was sent to
+  /// this machine alone (RFC 6762, 11): what comes to a group is of this link, whatever its sender.
   bool isOnLink(const SocketAddress& address) const;
   /// A packet to the group of the socket's family. As MdnsNetwork::send.
   bool sendToGroup(int socket, std::span<const std::uint8_t> packet);
@@ -50,6 +52,7 @@ class SocketSet {
   std::vector<int> sockets_;
   InterfaceList addresses_;  ///< of the sockets, in their order
   InterfaceList interfaces_;
+  std::string problem_;
 };
 
 // Each builds a packet in the caller's buffer and sends it. Returns whether it went out; when it

@@ -1,5 +1,6 @@
 #include "discovery/browser_worker.h"
 
+#include "discovery/browser_loop.h"
 #include "discovery/fake_network.h"
 #include "support/testing.h"
 
@@ -7,11 +8,13 @@ namespace {
 
 using namespace mdns_wrapper;
 using mdns_packets::Built;
+using namespace std::string_literals;
 
 constexpr const char* kType = "_privet._tcp.local.";
 
 /// What a scanner answers: its pointer, then address and text.
-std::string Reply(const char* ipv4, const char* ty, const char* type = "twaindirect") {
+std::string Reply(const char* ipv4, const char* ty, const char* type = "twaindirect",
+                  const mdns_lifetime& lifetime = MDNS_MULTICAST_ANSWER) {
   const std::string instance = std::string(ty) + "." + kType;
   const mdns_record_t pointer = {kType, mdns_ptr{instance}};
   const mdns_record_t records[] = {{"host.local.", mdns_packets::Ipv4(ipv4)},
@@ -20,8 +23,14 @@ std::string Reply(const char* ipv4, const char* ty, const char* type = "twaindir
                                    {instance, mdns_txt{"url", "https://it"}},
                                    {instance, mdns_txt{"type", type}}};
   return Built([&](auto buffer) {
-    return MakeMulticastAnswer(buffer, {&pointer, 1}, records, MDNS_MULTICAST_ANSWER);
+    return MakeMulticastAnswer(buffer, {&pointer, 1}, records, lifetime);
   });
+}
+
+/// A goodbye of nothing but the pointer, to a name in capitals.
+std::string PointerGoodbye() {
+  const mdns_record_t pointer = {kType, mdns_ptr{"DESK._privet._tcp.local."}};
+  return Built([&](auto b) { return MakeMulticastAnswer(b, {&pointer, 1}, {}, MDNS_GOODBYE); });
 }
 
 std::string Names(const ServiceList& list) {
@@ -47,8 +56,9 @@ class Browser : public testing::Test {
     while (!browser.hasGivenUp()) std::this_thread::yield();
     browser.stop();
   }
-  void reply(const std::string& packet, const char* from = "10.0.0.9") {
-    network.deliver(72, from, packet);
+  void reply(const std::string& packet, const char* from = "10.0.0.9",
+             Way way = {.toGroup = false}) {
+    network.deliver(72, from, packet, way);
   }
 
   FakeNetwork network;
@@ -95,7 +105,7 @@ TEST_F(Browser, ListensOnlyWhereItCouldAsk) {
   EXPECT_EQ(told, std::vector<std::string>{"11: Hall@10.0.0.8 "});
 }
 
-TEST_F(Browser, TakesNeighboursOnlyAndAtMostSoMuch) {
+TEST_F(Browser, TakesNeighboursOnly) {
   run({{0,
         [&] {
           reply(Reply("10.0.0.9", "Far"), "192.0.2.1");
@@ -103,16 +113,50 @@ TEST_F(Browser, TakesNeighboursOnlyAndAtMostSoMuch) {
           reply(Reply("10.0.0.9", "Cut").substr(0, 90));             // without its text
           reply(Reply("10.0.0.9", "Asker").replace(2, 1, 1, '\0'));  // a question
           reply(Reply("10.0.0.9", "Thief").replace(7, 1, 1, '\0'));  // without an answer
-        }},
-       {3,
-        [&] {
-          // Three records a packet.
-          for (int i = 0; i < 2000; ++i) reply(Reply("10.0.0.9", std::to_string(i).c_str()));
+          reply(Reply("10.0.0.9", "Forger"), "10.0.0.9", {.port = 5354});
+          reply(Reply("10.0.0.9", "Desk"));
         }}},
-      80);
-  ASSERT_EQ(told.size(), 2U);
-  EXPECT_NE(told[0].find(": 0@10.0.0.9 1@"), std::string::npos) << told[0].substr(0, 60);
-  EXPECT_EQ(std::count(told[0].begin(), told[0].end(), '@'), (4096 - 3 - 2) / 3);
+      15);
+  EXPECT_EQ(told, std::vector<std::string>{"10: Desk@10.0.0.9 "});
+}
+
+TEST_F(Browser, ListsAFewServicesOfAMachineThatFloodsAndThoseOfOthers) {
+  std::map<int, std::function<void()>> steps;
+  steps[0] = [&] {
+    // Three records a packet.
+    for (int i = 0; i < 3000; ++i) reply(Reply("10.0.0.9", std::to_string(i).c_str()));
+  };
+  for (int source = 20; source < 60; ++source) {
+    steps[source] = [&, from = "10.0.0." + std::to_string(source)] {
+      reply(Reply(from.c_str(), from.c_str()), from.c_str());
+    };
+  }
+  run(steps, 200);
+  ASSERT_FALSE(told.empty());
+  EXPECT_EQ(std::count(told[0].begin(), told[0].end(), '@'), 256 / 3 + 40);
+}
+
+TEST_F(Browser, TakesAServiceThatSaysGoodbyeOffTheList) {
+  const std::string desk = Reply("10.0.0.9", "Desk");
+  const std::string goodbye = Reply("10.0.0.9", "Desk", "twaindirect", MDNS_GOODBYE);
+  std::string mixed = desk;
+  mixed.replace(mixed.find("\0\0\0\x3C"s), 4, 4, '\0');  // the pointer alone
+  for (const auto& [what, packets, list] :
+       Table<const char*, std::vector<std::string>, std::string>{
+           {"alone", {goodbye}, ""},
+           {"first", {goodbye, desk}, "Desk@10.0.0.9 "},
+           {"last", {Reply("10.0.0.8", "Hall"), desk, goodbye}, "Hall@10.0.0.8 "},
+           {"pointer with live records", {mixed}, ""},
+           {"pointer alone, last", {desk, PointerGoodbye()}, ""}}) {
+    for (const std::string& packet : packets) {
+      ParseReply(mdns_packets::Bytes(packet), 0, {}, [&](const mdns_query_result& result) {
+        mDNSQueryService::QueryResultCallback(&browser, result, MDNS_RECORD_FOUND);
+      });
+    }
+    browser.endAddServiceInfo();
+    bool changed;
+    EXPECT_EQ(Names(browser.getServiceInfos(changed)), list) << what;
+  }
 }
 
 TEST_F(Browser, SteadyTrafficKeepsNothingBack) {

@@ -11,6 +11,12 @@
 #include "discovery/mdns_packets.h"
 #include "discovery/network.h"
 
+/// How a packet comes: from which port, and whether to the group.
+struct Way {
+  std::uint16_t port = 5353;
+  bool toGroup = true;
+};
+
 class FakeNetwork : public mdns_wrapper::MdnsNetwork {
  public:
   using SocketAddress = mdns_wrapper::SocketAddress;
@@ -18,6 +24,7 @@ class FakeNetwork : public mdns_wrapper::MdnsNetwork {
     int socket;
     std::string to;
     std::string packet;
+    double at;  ///< in seconds
   };
 
   static SocketAddress At(const char* text, std::uint16_t port = 0) {
@@ -39,17 +46,21 @@ class FakeNetwork : public mdns_wrapper::MdnsNetwork {
   /// What happens in the waits, one after another; then a stop is requested.
   void script(std::vector<std::function<void()>> steps) { steps_ = {steps.begin(), steps.end()}; }
   /// A packet for the open socket of an interface and family.
-  void deliver(unsigned index, const char* from, const std::string& packet) {
-    const SocketAddress sender = At(from, 5353);
+  void deliver(unsigned index, const char* from, const std::string& packet, Way way = {}) {
+    const SocketAddress sender = At(from, way.port);
     for (const auto& [socket, address] : sockets_) {
       if (address.index == index && address.address.family() == sender.family()) {
-        waiting_[socket].push_back({sender, packet});
+        waiting_[socket].push_back({{0, sender, way.toGroup}, packet});
       }
     }
   }
 
   std::optional<mdns_wrapper::InterfaceList> interfaces() override { return list; }
   int open(const mdns_wrapper::InterfaceAddress& address, std::uint16_t port) override {
+    if (held) {
+      errno = EADDRINUSE;
+      return -1;
+    }
     ports.push_back(port);
     sockets_[++last_] = address;
     return last_;
@@ -62,19 +73,18 @@ class FakeNetwork : public mdns_wrapper::MdnsNetwork {
       errno = EADDRNOTAVAIL;
       return false;
     }
-    sent.push_back({socket, to.text(), {packet.begin(), packet.end()}});
+    sent.push_back({socket, to.text(), {packet.begin(), packet.end()}, seconds()});
     return true;
   }
-  std::optional<std::size_t> receive(int socket, std::span<std::uint8_t> buffer,
-                                     SocketAddress& from) override {
+  std::optional<mdns_wrapper::ReceivedPacket> receive(int socket,
+                                                      std::span<std::uint8_t> buffer) override {
     auto& queue = waiting_[socket];
     if (queue.empty()) return std::nullopt;
-    const auto [sender, packet] = queue.front();
+    auto [received, packet] = queue.front();
     queue.pop_front();
-    from = sender;
-    const std::size_t size = std::min(buffer.size(), packet.size());
-    std::copy_n(packet.begin(), size, buffer.begin());
-    return size;
+    received.size = std::min(buffer.size(), packet.size());
+    std::copy_n(packet.begin(), received.size, buffer.begin());
+    return received;
   }
   void wait(std::span<const int> sockets, std::chrono::milliseconds time,
             const mdns_wrapper::StopRequest& request, std::vector<int>& readable) override {
@@ -91,6 +101,7 @@ class FakeNetwork : public mdns_wrapper::MdnsNetwork {
     time_ += readable.empty() ? time : std::chrono::milliseconds(10);
   }
   Clock::time_point now() override { return time_; }
+  std::chrono::milliseconds suspended() override { return slept; }
 
   std::size_t openSockets() const { return sockets_.size(); }
   double seconds() const { return std::chrono::duration<double>(time_ - kStart).count(); }
@@ -99,10 +110,12 @@ class FakeNetwork : public mdns_wrapper::MdnsNetwork {
   std::vector<Sent> sent;
   std::vector<std::uint16_t> ports;  ///< of all sockets ever opened
   int failures = 0;                  ///< of the next sends
+  bool held = false;                 ///< the port, by another program
+  std::chrono::milliseconds slept{0};
 
  private:
   struct Packet {
-    SocketAddress sender;
+    mdns_wrapper::ReceivedPacket received;
     std::string bytes;
   };
   static constexpr Clock::time_point kStart{std::chrono::hours(1)};

@@ -135,20 +135,53 @@ TEST(MdnsReader, ReadsWhatTheWriterWroteAtEveryLength) {
   EXPECT_EQ(before, 5U);
 }
 
+/// The log once it has a line; `again` writes one more, since lines that wait for a running write
+/// are written by a later call.
+std::string LogWith(std::string_view line, const std::function<void()>& again) {
+  std::string text;
+  for (int i = 0; i < 5000 && text.find(line) == std::string::npos; ++i) {
+    again();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    text = Slurp(GetLogFile());
+  }
+  return text;
+}
+
+TEST(MdnsReader, LogsFewLinesASecondOfWhatOthersSend) {
+  InitProgramInfo();
+  SetFullLogging(true);
+  NeighbourLog log;
+  NeighbourLog::Clock::time_point time{std::chrono::hours(1)};
+  for (int second = 0; second < 3; ++second) {
+    log.look(time += std::chrono::seconds(1));
+    unsigned lines = 0;
+    for (int i = 0; i < 1000; ++i) {
+      if (i % 100 == 0) log.look(time += std::chrono::milliseconds(50));
+      lines += log.mayWrite() ? 1 : 0;
+    }
+    EXPECT_EQ(lines, NeighbourLog::kMostLinesASecond);
+    time += std::chrono::milliseconds(500);
+  }
+  const std::string line = "Left out 950 lines about packets of other machines\n";
+  EXPECT_NE(LogWith(line, [] { mdns_log("another\n"); }).find(line), std::string::npos);
+  SetFullLogging(false);
+  log.look(time += std::chrono::seconds(1));
+  EXPECT_FALSE(log.isWanted() || log.mayWrite());
+}
+
 TEST(MdnsReader, LogsNoForgedLine) {
   InitProgramInfo();
   SetFullLogging(true);
   const std::string packet = "\3b\n\x7F\0"s + Fields(12, 0x8001, 60, 3) + "\1c\0"s;
   const std::string_view line = ": [::1]:5 : authority b??. PTR c. rclass 0x8001 ttl 60 length 3\n";
-  std::string text;
-  for (int i = 0; i < 5000 && text.find(line) == std::string::npos; ++i) {
-    // Lines that wait for a running write are written by a later call.
+  NeighbourLog log;
+  NeighbourLog::Clock::time_point time{};
+  const std::string text = LogWith(line, [&] {
     std::size_t offset = 0;
-    mdns_records_parse(Bytes(packet), offset, mdns_entry_type::authority, 1, {"[::1]:5", true},
+    log.look(time += std::chrono::seconds(2));
+    mdns_records_parse(Bytes(packet), offset, mdns_entry_type::authority, 1, {"[::1]:5", &log},
                        [](const auto&) {});
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    text = Slurp(GetLogFile());
-  }
+  });
   SetFullLogging(false);
   EXPECT_NE(text.find(line), text.npos) << text;
 }

@@ -287,9 +287,11 @@ std::size_t MakeUnicastAnswer(std::span<std::uint8_t> buffer, const AskedQuestio
   packet.addHeader(question.queryId, kAnswerFlags, 1, CountOf(answer), CountOf(authority),
                    CountOf(additional));
   packet.addQuestion(question.name, question.type, question.qclass);
-  packet.addRecords(answer, MDNS_UNICAST_ANSWER);
-  packet.addRecords(authority, MDNS_UNICAST_ANSWER);
-  packet.addRecords(additional, MDNS_UNICAST_ANSWER);
+  const bool wanted = (question.qclass & MDNS_UNICAST_RESPONSE) != 0;
+  const mdns_lifetime& lifetime = wanted ? MDNS_UNICAST_ANSWER : MDNS_SIMPLE_ANSWER;
+  for (const RecordList& section : {answer, authority, additional}) {
+    packet.addRecords(section, lifetime);
+  }
   return packet.size();
 }
 

@@ -88,7 +88,8 @@ struct AskedQuestion {
   std::uint16_t type = 0;
   std::uint16_t qclass = MDNS_UNICAST_RESPONSE | MDNS_CLASS_IN;
 };
-/// An answer that repeats the question.
+/// An answer that repeats the question. To one that did not ask for a unicast answer its records
+/// flush no cache.
 std::size_t MakeUnicastAnswer(std::span<std::uint8_t> buffer, const AskedQuestion& question,
                               RecordList answer, RecordList authority, RecordList additional);
 

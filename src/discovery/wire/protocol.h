@@ -56,5 +56,7 @@ inline constexpr mdns_lifetime MDNS_ANNOUNCEMENT = {MDNS_CACHE_FLUSH | MDNS_CLAS
 inline constexpr mdns_lifetime MDNS_GOODBYE = {MDNS_CACHE_FLUSH | MDNS_CLASS_IN, 0};
 inline constexpr mdns_lifetime MDNS_MULTICAST_ANSWER = {MDNS_CLASS_IN, 60};
 inline constexpr mdns_lifetime MDNS_UNICAST_ANSWER = {MDNS_CACHE_FLUSH | MDNS_CLASS_IN, 10};
+/// To an asker that knows nothing of caches to flush (RFC 6762, 6.7).
+inline constexpr mdns_lifetime MDNS_SIMPLE_ANSWER = {MDNS_CLASS_IN, 10};
 
 }  // namespace mdns_wrapper
