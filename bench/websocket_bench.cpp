@@ -12,8 +12,8 @@
 
 #include "environment/paths.h"
 #include "environment/program_information.h"
-#include "host/module_handler.h"
-#include "host/server.h"
+#include "host/http/module_handler.h"
+#include "host/http/server.h"
 #include "support/temp_folder.h"
 
 namespace {
@@ -26,7 +26,9 @@ constexpr const char* kCommand = R"({"id":"1","method":"GetLocalIP","parameter":
 class EchoHandler : public host::CommandHandler {
  public:
   explicit EchoHandler(host::Connections& connections) : connections_(connections) {}
-  void Run(const host::Command& command) override {
+  std::string_view path() const override { return "/echo/"; }
+  bool IsQuick(const host::IncomingCommand&) const override { return true; }
+  void Run(const host::IncomingCommand& command) override {
     connections_.Deliver(command.connectionId, {command.text, ""});
   }
   void Answered() override {}

@@ -21,7 +21,8 @@ void ListeningPorts::Add(const std::string& alias, bool secure, std::optional<in
   slots_.push_back(std::move(slot));
 }
 
-void ListeningPorts::ReadSettings(Slot& slot, const StoredPorts& stored, std::optional<int> chosen) {
+void ListeningPorts::ReadSettings(Slot& slot, const StoredPorts& stored,
+                                  std::optional<int> chosen) {
   PortState& state = slot.state;
   const PortMap& map = state.secure ? stored.secure : stored.plain;
   const auto entry = map.find(state.alias);

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "environment/ports.h"
-#include "host/server.h"
+#include "host/http/server.h"
 
 namespace host {
 

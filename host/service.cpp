@@ -19,7 +19,7 @@
 #include "host/discovery.h"
 #include "host/health.h"
 #include "host/host_log.h"
-#include "host/module_handler.h"
+#include "host/http/module_handler.h"
 #include "host/modules.h"
 #include "host/own_process.h"
 #include "host/tls_identity.h"

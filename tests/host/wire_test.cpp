@@ -1,9 +1,9 @@
 // Texts from and to the wire, the way of replies, and the services that modules ask for.
 #include <semaphore>
 
-#include "host/connections.h"
 #include "host/host_services.h"
-#include "host/wire_text.h"
+#include "host/http/connections.h"
+#include "host/http/wire_text.h"
 #include "support/testing.h"
 
 namespace {

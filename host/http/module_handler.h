@@ -3,10 +3,13 @@
 
 #include <atomic>
 #include <functional>
+#include <string>
+#include <string_view>
 
+#include "environment/module_identity.h"
 #include "host/host_services.h"
+#include "host/http/server_parts.h"
 #include "host/module_library.h"
-#include "host/server.h"
 
 namespace host {
 
@@ -19,9 +22,13 @@ class ModuleHandler : public CommandHandler {
       : module_(module),
         connections_(connections),
         services_(services),
-        restart_(std::move(restart)) {}
+        restart_(std::move(restart)),
+        path_("/" + module.alias() + "/"),
+        own_(module.alias() == ALIAS_ARY[0]) {}
 
-  void Run(const Command& command) override;
+  std::string_view path() const override { return path_; }
+  bool IsQuick(const IncomingCommand& command) const override;
+  void Run(const IncomingCommand& command) override;
   void Answered() override;
   void Closed(int connectionId) override;
 
@@ -33,6 +40,8 @@ class ModuleHandler : public CommandHandler {
   Connections& connections_;
   HostServices& services_;
   const std::function<void()> restart_;
+  const std::string path_;
+  const bool own_;  // the module whose commands the table lists
   std::atomic<int> running_{0};
 };
 

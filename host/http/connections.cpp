@@ -1,8 +1,8 @@
-#include "host/connections.h"
+#include "host/http/connections.h"
 
 #include <limits>
 
-#include "host/wire_text.h"
+#include "host/http/wire_text.h"
 
 namespace host {
 

@@ -1,4 +1,4 @@
-#include "host/wire_text.h"
+#include "host/http/wire_text.h"
 
 #include <cstddef>
 

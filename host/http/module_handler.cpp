@@ -1,5 +1,7 @@
-#include "host/module_handler.h"
+#include "host/http/module_handler.h"
 
+#include "command/command_table.h"
+#include "command/command_text.h"
 #include "environment/logging.h"
 
 namespace host {
@@ -22,7 +24,17 @@ signed char SendBack(int connectionId, void* host, const char* text, const void*
 
 }  // namespace
 
-void ModuleHandler::Run(const Command& command) {
+bool ModuleHandler::IsQuick(const IncomingCommand& command) const {
+  // What runs is what the module finds in the text, so the module's own reading decides. A text
+  // that is long takes long to be read, whatever it runs.
+  constexpr std::size_t kShort = 4096;
+  if (!own_ || !command.payload.empty()) return false;
+  if (command.path.size() + command.text.size() > kShort) return false;
+  const CommandEntry* entry = FindCommand(FindFunctionName(command.path, command.text));
+  return entry != nullptr && entry->isQuick;
+}
+
+void ModuleHandler::Run(const IncomingCommand& command) {
   struct Count {
     std::atomic<int>& running;
     explicit Count(std::atomic<int>& counter) : running(counter) { ++running; }

@@ -1,0 +1,133 @@
+#include "host/http/server_core.h"
+
+#include <algorithm>
+#include <boost/asio/associated_executor.hpp>
+#include <boost/asio/executor_work_guard.hpp>
+#include <boost/asio/post.hpp>
+#include <exception>
+#include <thread>
+
+#include "environment/logging.h"
+
+namespace host {
+
+/// A thread with its context. Every coroutine counts as work of the context: the thread ends when
+/// all have ended, once it is told to.
+struct ServerCore::Thread {
+  Thread() : thread([this] { Serve(); }) {}
+  ~Thread() {
+    work.reset();
+    thread.join();
+  }
+
+  void Serve() {
+    for (;;) {
+      try {
+        context.run();
+        return;
+      } catch (const std::exception& problem) {
+        LogErr("A connection ended by an exception: %s", problem.what());
+      }
+    }
+  }
+
+  net::io_context context{1};
+  net::executor_work_guard<Executor> work{context.get_executor()};
+  std::thread thread;
+};
+
+ServerCore::ServerCore(ServerParts serverParts)
+    : parts(std::move(serverParts)),
+      workers_(std::max(8u, 2 * std::thread::hardware_concurrency())),
+      accepting_(std::make_unique<Thread>()) {
+  const unsigned count = std::clamp(std::thread::hardware_concurrency(), 2u, 4u);
+  for (unsigned i = 0; i < count; ++i) threads_.push_back(std::make_unique<Thread>());
+}
+
+ServerCore::~ServerCore() {
+  accepting_.reset();
+  EndConnections(Ending::AtOnce);
+  // Those that wait for a command end with it: the workers still run.
+  threads_.clear();
+  workers_.join();
+}
+
+net::io_context& ServerCore::AcceptContext() { return accepting_->context; }
+
+net::io_context& ServerCore::NextContext() { return threads_[next_++ % threads_.size()]->context; }
+
+bool ServerCore::EnterCommand() {
+  // Counted before the look: whoever refuses and then finds the count at 0 has seen the last one.
+  ++commands_;
+  if (!refusing_) return true;
+  LeaveCommand();
+  return false;
+}
+
+void ServerCore::LeaveCommand() {
+  if (--commands_ > 0 || !refusing_) return;
+  const std::lock_guard lock(mutex_);
+  changed_.notify_all();
+}
+
+void ServerCore::RunEntered(const std::function<void()>& job) {
+  try {
+    job();
+  } catch (const std::exception& problem) {
+    LogErr("A command ended by an exception: %s", problem.what());
+  }
+  LeaveCommand();
+}
+
+bool ServerCore::RunHere(const std::function<void()>& job) {
+  if (!EnterCommand()) return false;
+  RunEntered(job);
+  return true;
+}
+
+Awaitable<bool> ServerCore::RunOnWorker(std::function<void()> job) {
+  if (!EnterCommand()) co_return false;
+  co_await net::async_initiate<decltype(kAwait), void()>(
+      [this, &job](auto resume) {
+        net::post(workers_, [this, &job, resume = std::move(resume)]() mutable {
+          RunEntered(job);
+          const auto executor = net::get_associated_executor(resume);
+          net::post(executor, std::move(resume));
+        });
+      },
+      kAwait);
+  co_return true;
+}
+
+bool ServerCore::WaitForCommands(std::chrono::seconds time) {
+  std::unique_lock lock(mutex_);
+  return changed_.wait_for(lock, time, [this] { return commands_ == 0; });
+}
+
+int ServerCore::AddConnection(std::function<void(Ending)> end) {
+  const std::lock_guard lock(mutex_);
+  if (ending_) end(*ending_);
+  connections_.emplace(++lastConnection_, std::move(end));
+  return lastConnection_;
+}
+
+void ServerCore::RemoveConnection(int number) {
+  const std::lock_guard lock(mutex_);
+  connections_.erase(number);
+  if (connections_.empty()) changed_.notify_all();
+}
+
+std::size_t ServerCore::ConnectionCount() const {
+  const std::lock_guard lock(mutex_);
+  return connections_.size();
+}
+
+void ServerCore::EndConnections(Ending ending) {
+  std::unique_lock lock(mutex_);
+  ending_ = ending;
+  for (const auto& [number, end] : connections_) end(ending);
+  if (ending == Ending::AtOnce) return;
+  changed_.wait_for(lock, 2 * parts.limits.closing, [this] { return connections_.empty(); });
+}
+
+}  // namespace host

@@ -1,0 +1,78 @@
+// What the listeners and the connections of a server share: its threads, the commands that run, and
+// the list of open connections.
+//
+// Each thread of the server has a context of its own, and each connection belongs to one of them
+// for life: it needs no lock and no strand. One further thread accepts, so that nothing that a
+// connection does can keep others from coming in.
+#pragma once
+
+#include <atomic>
+#include <boost/asio/thread_pool.hpp>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "host/http/server_parts.h"
+#include "host/http/stream.h"
+
+namespace host {
+
+class ServerCore {
+ public:
+  explicit ServerCore(ServerParts serverParts);
+  ~ServerCore();
+  ServerCore(const ServerCore&) = delete;
+  ServerCore& operator=(const ServerCore&) = delete;
+
+  const ServerParts parts;
+  std::atomic<std::size_t> uploads = 0;  ///< those that are being received
+
+  /// Of the thread that accepts.
+  net::io_context& AcceptContext();
+  /// Of the thread for the next connection. On the thread that accepts.
+  net::io_context& NextContext();
+
+  /// Both run a job that runs a command, and return false when the server refuses commands: then
+  /// the job has not run. The first runs it on the calling thread, the second on a worker thread,
+  /// and comes back to the connection's.
+  bool RunHere(const std::function<void()>& job);
+  Awaitable<bool> RunOnWorker(std::function<void()> job);
+  void RefuseCommands() { refusing_ = true; }
+  /// Waits for the running ones; false when time ran out before they ended.
+  bool WaitForCommands(std::chrono::seconds time);
+
+  /// How a connection ends: after what it is doing, or at once.
+  enum class Ending { InOrder, AtOnce };
+  /// The open connections, each with a function that makes it end. Any thread calls that; it must
+  /// not call back. Returns the number by which the connection is removed.
+  int AddConnection(std::function<void(Ending)> end);
+  void RemoveConnection(int number);
+  std::size_t ConnectionCount() const;
+  /// Also for connections that are added later. Waits a while for those that end in order.
+  void EndConnections(Ending ending);
+
+ private:
+  struct Thread;
+
+  bool EnterCommand();
+  void LeaveCommand();
+  void RunEntered(const std::function<void()>& job);
+
+  std::atomic<std::size_t> commands_ = 0;
+  std::atomic<bool> refusing_ = false;
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  std::optional<Ending> ending_;
+  int lastConnection_ = 0;
+  std::map<int, std::function<void(Ending)>> connections_;
+  std::size_t next_ = 0;
+  net::thread_pool workers_;
+  std::unique_ptr<Thread> accepting_;
+  std::vector<std::unique_ptr<Thread>> threads_;
+};
+
+}  // namespace host

@@ -1,0 +1,32 @@
+// A connection that became a WebSocket.
+#pragma once
+
+#include <memory>
+
+#include "host/http/http_message.h"
+#include "host/http/server_core.h"
+
+namespace host {
+
+/// On the connection's thread.
+class WebSocketSession {
+ public:
+  virtual ~WebSocketSession() = default;
+  /// Accepts the upgrade and serves the connection to its end.
+  virtual Awaitable<void> Run(const RequestFacts& upgrade) = 0;
+  /// Sends the replies that wait and closes.
+  virtual void GoAway() = 0;
+  virtual void Cut() = 0;
+};
+
+/// Whether the request asks for a WebSocket.
+bool IsUpgrade(const RequestFacts& facts);
+
+/// `pattern` is what all commands of this connection have in common. A path of the modules' own is
+/// kept as their path; messages on any other are direct.
+std::shared_ptr<WebSocketSession> MakeWebSocketSession(ServerCore& core,
+                                                       std::unique_ptr<Stream> stream,
+                                                       CommandHandler& handler, Origin origin,
+                                                       IncomingCommand pattern);
+
+}  // namespace host
