@@ -28,7 +28,7 @@ constexpr int kAnnouncements = 2;            // RFC 6762, 8.3
 constexpr milliseconds kLeastSleep{500};
 /// Packets of one socket that are handled in one turn, so that a flood on one neither starves the
 /// others nor hides a stop.
-constexpr int kMostPacketsATurn = 64;
+constexpr int kMostQuestionsATurn = 64;
 /// Between two lines about another machine with our name.
 constexpr seconds kBetweenRivalLines{60};
 
@@ -172,7 +172,7 @@ class ResponderLoop {
   }
 
   void handlePackets(int socket) {
-    for (int left = kMostPacketsATurn; left > 0; --left) {
+    for (int left = kMostQuestionsATurn; left > 0; --left) {
       const auto received = network_.receive(socket, buffer_);
       if (!received) return;
       const PacketBytes packet = PacketBytes(buffer_).first(received->size);

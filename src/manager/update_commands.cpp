@@ -165,7 +165,7 @@ std::string FindRefusedName(const std::string& folder) {
     std::string name = entry.path().filename().string();
     // An update may bring it, with the service's version. It also tells whom the service belongs
     // to.
-    if (IsServiceState(name) || ascii::Lower(name) == SERVICE_CONFIG_NAME) return name;
+    if (IsServiceState(name) || ascii::Lower(name) == work_folder::kServiceSettings) return name;
   }
   return "";
 }
