@@ -9,7 +9,7 @@
 #include "environment/logging.h"
 #include "environment/mdns_settings.h"
 #include "environment/program_information.h"
-#include "host/iso_time.h"
+#include "host/host_log.h"
 
 namespace host {
 

@@ -9,7 +9,7 @@
 #include "environment/module_identity.h"
 #include "host/host_services.h"
 #include "host/http/server_parts.h"
-#include "host/module_library.h"
+#include "host/modules.h"
 
 namespace host {
 

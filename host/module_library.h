@@ -1,4 +1,0 @@
-// Moved: host/modules.h.
-#pragma once
-
-#include "host/modules.h"
