@@ -12,7 +12,8 @@
 #include <optional>
 #include <vector>
 
-#include "discovery/socket_set.h"
+#include "discovery/network.h"
+#include "discovery/wire/packet_writer.h"
 
 namespace {
 

@@ -17,6 +17,8 @@ namespace {
 
 using mdns_wrapper::DNSServiceInfo;
 
+constexpr const char* kNoAddress = "This machine has no network address.";
+
 std::string SystemName() {
   utsname name{};
   return ::uname(&name) == 0 ? name.sysname : "";
@@ -88,6 +90,7 @@ void Discovery::Advertise(const Addresses& addresses) {
   advertised_ = RecordWith(addresses);
   responder_.setServiceInfo(advertised_);
   responder_.setServicePort(static_cast<std::uint16_t>(port_));
+  responder_.setUnicastLimit(static_cast<std::size_t>(GetmDNSAnswersPerSecond()));
   Start(responder_);
 }
 
@@ -159,6 +162,7 @@ std::string Discovery::EncodedServices() {
 std::string Discovery::AdvertisingProblem() const {
   if (!advertising_) return "It is switched off.";
   if (port_ == 0) return "The service has no TLS port.";
+  if (AddressesNow().none()) return kNoAddress;
   const auto state = responder_.report().state();
   if (!state.problem.empty()) return state.problem;
   return state.announced && IsAtWork(responder_) ? "" : "It is starting.";
@@ -166,14 +170,14 @@ std::string Discovery::AdvertisingProblem() const {
 
 std::string Discovery::BrowsingProblem() const {
   if (!browsing_) return "It is switched off.";
-  if (IsAtWork(browser_)) return "";
-  return AddressesNow().none() ? "This machine has no network address." : "It is starting.";
+  if (AddressesNow().none()) return kNoAddress;
+  return IsAtWork(browser_) ? "" : "It is starting.";
 }
 
 std::string Discovery::ServicesText() {
   Json::Value root(Json::objectValue);
   const auto state = responder_.report().state();
-  root["advertising"] = advertising_ && port_ != 0 && IsAtWork(responder_) && state.announced;
+  root["advertising"] = advertising_ && IsAtWork(responder_) && state.announced;
   if (const std::string problem = AdvertisingProblem(); !problem.empty()) {
     root["advertising_problem"] = problem;
   }

@@ -32,7 +32,8 @@ ROOMS = {
 DOORS = {
     ("discovery", "environment"): {"src/environment/logging.h"},
     ("host", "updater"): {"updater/records.h", "updater/recovery.h", "updater/update_paths.h"},
-    ("manager", "discovery"): {"src/discovery/service_list.h", "src/discovery/service_record.h"},
+    ("manager", "discovery"): {"src/discovery/service_info.h"},
+    ("host", "discovery"): {"src/discovery/browser_worker.h", "src/discovery/responder_worker.h"},
 }
 
 LONGEST_FILE = 450

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <memory>
 
+#include "os/system.h"
+
 namespace mdns_wrapper {
 namespace {
 
@@ -111,7 +113,8 @@ InterfaceList UsableOf(const ifaddrs* entries) {
     if (index == 0) continue;  // gone since the walk
     address->setPort(0);
     address->setScope(address->isLinkLocal() ? index : 0);
-    list.push_back({index, *address, SocketAddress::from(entry->ifa_netmask)});
+    list.push_back({index, *address, SocketAddress::from(entry->ifa_netmask),
+                    os::CarrierChanges(entry->ifa_name)});
   }
   return list;
 }

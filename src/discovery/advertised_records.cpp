@@ -38,7 +38,7 @@ std::optional<sockaddr_in6> Ipv6Address(const std::string& text, const SocketAdd
   return address;
 }
 
-std::uint16_t RecordTypeOf(Advertised kind) {
+std::uint16_t TypeOfKind(Advertised kind) {
   constexpr std::array<std::uint16_t, kAdvertisedKinds> kTypes = {
       MDNS_TYPE_PTR, MDNS_TYPE_PTR, MDNS_TYPE_SRV, MDNS_TYPE_A, MDNS_TYPE_AAAA, MDNS_TYPE_TXT};
   return kTypes[static_cast<std::size_t>(kind)];
@@ -163,7 +163,7 @@ std::optional<Advertised> AdvertisedRecords::find(const mdns_received& record) c
   if (named.empty()) return std::nullopt;
   for (std::size_t i = 0; i < kAdvertisedKinds; ++i) {
     const auto kind = static_cast<Advertised>(i);
-    if (named.has(kind) && RecordTypeOf(kind) == record.type) return kind;
+    if (named.has(kind) && TypeOfKind(kind) == record.type) return kind;
   }
   return std::nullopt;
 }

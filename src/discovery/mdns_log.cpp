@@ -6,7 +6,7 @@
 
 #include "discovery/wire/protocol.h"
 #include "environment/logging.h"
-#include "platform/ascii.h"
+#include "os/text.h"
 
 namespace mdns_wrapper {
 

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "discovery/wire/protocol.h"
-#include "platform/os.h"
+#include "os/system.h"
 
 namespace mdns_wrapper {
 namespace {
@@ -144,7 +144,11 @@ int SystemNetwork::open(const InterfaceAddress& address, std::uint16_t port) {
   SocketAddress own = address.address;
   own.setPort(port);
   own.setScope(address.index);
-  return own.isIpv4() ? mdns_socket_open_ipv4(&own.v4()) : mdns_socket_open_ipv6(&own.v6());
+  const int socket =
+      own.isIpv4() ? mdns_socket_open_ipv4(&own.v4()) : mdns_socket_open_ipv6(&own.v6());
+  // Where the system cannot do that, its routes tell the interface.
+  if (socket >= 0) os::SendByInterface(socket, own.family(), address.index);
+  return socket;
 }
 
 void SystemNetwork::close(int socket) { ::close(socket); }
@@ -162,7 +166,8 @@ bool SystemNetwork::send(int socket, const SocketAddress& to,
                          std::span<const std::uint8_t> packet) {
   ssize_t sent;
   do {
-    sent = ::sendto(socket, packet.data(), packet.size(), 0, to.data(), to.size());
+    // No packet of multicast DNS is for a router.
+    sent = ::sendto(socket, packet.data(), packet.size(), MSG_DONTROUTE, to.data(), to.size());
   } while (sent < 0 && errno == EINTR);
   return sent >= 0;  // datagrams go out whole or not at all
 }
@@ -192,11 +197,7 @@ std::optional<ReceivedPacket> SystemNetwork::receive(int socket, std::span<std::
 }
 
 std::chrono::milliseconds SystemNetwork::suspended() {
-  timespec all{};
-  timespec awake{};
-  if (::clock_gettime(CLOCK_BOOTTIME, &all) != 0) return {};
-  if (::clock_gettime(CLOCK_MONOTONIC, &awake) != 0) return {};
-  return std::chrono::seconds(all.tv_sec - awake.tv_sec);
+  return std::chrono::milliseconds(os::SuspendedTime());
 }
 
 void SystemNetwork::wait(std::span<const int> sockets, std::chrono::milliseconds time,

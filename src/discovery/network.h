@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "discovery/addresses.h"
-#include "platform/descriptor.h"
+#include "os/file.h"
 
 namespace mdns_wrapper {
 

@@ -2,7 +2,7 @@
 
 #include <arpa/inet.h>
 
-#include "platform/ascii.h"
+#include "os/text.h"
 
 namespace mdns_wrapper {
 namespace {

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string_view>
 
-#include "platform/ascii.h"
+#include "os/text.h"
 #include "platform/global_memory.h"
 #include "util/mem_buffer.h"
 

@@ -10,6 +10,7 @@ constexpr const char* kAlias = "Service_alias";
 constexpr const char* kTags = "Service_tags";
 constexpr const char* kAccessMode = "Service_am";
 constexpr const char* kPassword = "Service_pwd";
+constexpr const char* kAnswersPerSecond = "mDNSAnswersPerSecond";
 constexpr const char* kBrowse = "EnablemDNSQueryService";
 constexpr const char* kProxyAddress = "Proxy_IP";
 constexpr const char* kProxyPort = "Proxy_Port";
@@ -56,6 +57,13 @@ void SetEnablemDNSService(bool enable, const char* alias, const char* tags, bool
   WriteText(kTags, tags);
   WriteInt(kAccessMode, accessMode);
   WriteText(kPassword, password);
+}
+
+int GetmDNSAnswersPerSecond() {
+  constexpr int kDefault = 1000;
+  constexpr int kMost = 1'000'000;
+  const int answers = ReadInt(kAnswersPerSecond, kDefault);
+  return answers >= 1 && answers <= kMost ? answers : kDefault;
 }
 
 bool GetEnablemDNSQueryService() { return GetConfigurationfromInitFile(kBrowse, "FALSE"); }

@@ -16,6 +16,10 @@ std::string GetmDNSServicePwd();
 void SetEnablemDNSService(bool enable, const char* alias, const char* tags, bool, bool, bool,
                           int accessMode, const char* password);
 
+/// How many answers single askers are sent in one second, all together: 1 to 1,000,000; 1,000 when
+/// none or nonsense is stored.
+int GetmDNSAnswersPerSecond();
+
 /// Whether other services are browsed for.
 bool GetEnablemDNSQueryService();
 /// The same, and when it is on the proxy's address, ports, certificate and key.

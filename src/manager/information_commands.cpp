@@ -3,7 +3,7 @@
 #include <cstdlib>
 #include <memory>
 
-#include "discovery/service_list.h"
+#include "discovery/service_info.h"
 #include "environment/configuration.h"
 #include "environment/module_identity.h"
 #include "environment/paths.h"

@@ -46,9 +46,18 @@ std::timespec ChangeTime(const struct stat& status);
 /// machine, so that equal change times mean equal content. False for file systems of other
 /// machines, for those that make files up, and for unknown ones.
 bool StampsChanges(int descriptor);
+/// How long the machine has been suspended since it was started, in milliseconds; 0 where the
+/// system does not tell. Grows by each suspension, and else by less than a second.
+std::uint64_t SuspendedTime();
+/// A number that becomes another one whenever the carrier of a network interface comes or goes; 0
+/// where the system does not tell.
+std::uint32_t CarrierChanges(const char* interface);
 /// A close-on-exec UDP socket of a family (AF_INET, AF_INET6), deaf to multicast groups that other
-/// sockets of this machine have joined. The caller closes it. -1 on failure.
+/// sockets of this machine have joined. The caller closes it. -1 on failure, and errno tells why.
 int OpenDatagramSocket(int family);
+/// Makes what a socket sends to single addresses leave by an interface, given by its index,
+/// whatever the routes say. Returns whether the system can.
+bool SendByInterface(int socket, int family, unsigned int interface);
 /// The ends of a close-on-exec, non-blocking pipe, the reading one first, which the caller closes.
 /// Returns whether there is one.
 bool OpenPipe(int ends[2]);

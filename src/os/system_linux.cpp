@@ -1,3 +1,4 @@
+#include <arpa/inet.h>
 #include <fcntl.h>
 #include <linux/magic.h>
 #include <netinet/in.h>
@@ -9,6 +10,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <string_view>
 
 #include "os/file.h"
@@ -93,6 +95,24 @@ bool StampsChanges(int descriptor) {
   }
 }
 
+std::uint64_t SuspendedTime() {
+  std::timespec all{};
+  std::timespec awake{};
+  if (::clock_gettime(CLOCK_BOOTTIME, &all) != 0 || ::clock_gettime(CLOCK_MONOTONIC, &awake) != 0) {
+    return 0;
+  }
+  const std::int64_t milliseconds =
+      (all.tv_sec - awake.tv_sec) * 1000 + (all.tv_nsec - awake.tv_nsec) / 1'000'000;
+  return milliseconds > 0 ? static_cast<std::uint64_t>(milliseconds) : 0;
+}
+
+std::uint32_t CarrierChanges(const char* interface) {
+  std::string text;
+  const std::string file = std::string("/sys/class/net/") + interface + "/carrier_changes";
+  if (ReadWholeFile(file.c_str(), &text) != 0) return 0;
+  return static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
+}
+
 int OpenDatagramSocket(int family) {
   Descriptor socket(::socket(family, SOCK_DGRAM | SOCK_CLOEXEC, IPPROTO_UDP));
   if (!socket) return -1;
@@ -103,6 +123,13 @@ int OpenDatagramSocket(int family) {
           : ::setsockopt(socket.get(), IPPROTO_IPV6, IPV6_MULTICAST_ALL, &off, sizeof off);
   // Old systems do not know the option for IPv6: then some packets come more than once.
   return failed == 0 || errno == ENOPROTOOPT ? socket.Release() : -1;
+}
+
+bool SendByInterface(int socket, int family, unsigned int interface) {
+  const std::uint32_t index = htonl(interface);
+  return family == AF_INET
+             ? ::setsockopt(socket, IPPROTO_IP, IP_UNICAST_IF, &index, sizeof index) == 0
+             : ::setsockopt(socket, IPPROTO_IPV6, IPV6_UNICAST_IF, &index, sizeof index) == 0;
 }
 
 bool OpenPipe(int ends[2]) { return ::pipe2(ends, O_CLOEXEC | O_NONBLOCK) == 0; }

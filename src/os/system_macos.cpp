@@ -1,7 +1,10 @@
 #include <crt_externs.h>
 #include <fcntl.h>
+#include <ifaddrs.h>
 #include <libproc.h>
 #include <mach/mach.h>
+#include <mach/mach_time.h>
+#include <net/if.h>
 #include <netinet/in.h>
 #include <pthread.h>
 #include <sys/mount.h>
@@ -11,6 +14,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <string_view>
 
 #include "os/system.h"
@@ -69,12 +73,41 @@ bool StampsChanges(int descriptor) {
   return type == "apfs" || type == "hfs";
 }
 
+std::uint64_t SuspendedTime() {
+  mach_timebase_info_data_t base{};
+  if (::mach_timebase_info(&base) != KERN_SUCCESS) return 0;
+  const std::uint64_t awake = ::mach_absolute_time();
+  const std::uint64_t all = ::mach_continuous_time();
+  return all > awake ? (all - awake) / 1'000'000 * base.numer / base.denom : 0;
+}
+
+// The system keeps no count; the time of the last change is another number each time as well.
+std::uint32_t CarrierChanges(const char* interface) {
+  ifaddrs* entries = nullptr;
+  if (::getifaddrs(&entries) != 0) return 0;
+  std::uint32_t changes = 0;
+  for (const ifaddrs* entry = entries; entry != nullptr; entry = entry->ifa_next) {
+    if (entry->ifa_addr == nullptr || entry->ifa_addr->sa_family != AF_LINK) continue;
+    if (entry->ifa_data == nullptr || std::strcmp(entry->ifa_name, interface) != 0) continue;
+    const auto& last = static_cast<const if_data*>(entry->ifa_data)->ifi_lastchange;
+    changes = static_cast<std::uint32_t>(last.tv_sec * 1000 + last.tv_usec / 1000);
+  }
+  ::freeifaddrs(entries);
+  return changes;
+}
+
 // Sockets hear the groups alone that they joined themselves, from the start. Nothing here is
 // close-on-exec in one step: a program that is started in between gets the descriptor, too.
 int OpenDatagramSocket(int family) {
   const int socket = ::socket(family, SOCK_DGRAM, IPPROTO_UDP);
   if (socket >= 0) ::fcntl(socket, F_SETFD, FD_CLOEXEC);
   return socket;
+}
+
+bool SendByInterface(int socket, int family, unsigned int interface) {
+  return family == AF_INET
+             ? ::setsockopt(socket, IPPROTO_IP, IP_BOUND_IF, &interface, sizeof interface) == 0
+             : ::setsockopt(socket, IPPROTO_IPV6, IPV6_BOUND_IF, &interface, sizeof interface) == 0;
 }
 
 bool OpenPipe(int ends[2]) {

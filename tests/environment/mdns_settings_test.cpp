@@ -31,6 +31,18 @@ class DiscoverySettings : public ::testing::Test {
   }
 };
 
+TEST_F(DiscoverySettings, BoundTheAnswersOfASecond) {
+  for (const auto& [stored, answers] : Table<const char*, int>{{"", 1000},
+                                                               {"1", 1},
+                                                               {"1000000", 1000000},
+                                                               {"1000001", 1000},
+                                                               {"-1", 1000},
+                                                               {"x", 1000}}) {
+    SetConfigurationToInitFile("mDNSAnswersPerSecond", stored, DEFAULT_SECTION);
+    EXPECT_EQ(GetmDNSAnswersPerSecond(), answers) << stored;
+  }
+}
+
 TEST_F(DiscoverySettings, OfTheAdvertisedServiceAreKeptWhileItIsOff) {
   EXPECT_EQ(Advertised(), "off|||-1|");
   for (const auto& [enable, alias, mode, password, told] :

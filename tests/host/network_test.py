@@ -2,6 +2,7 @@
 
 import calendar
 import json
+import os
 import queue
 import socket
 import struct
@@ -138,6 +139,96 @@ class Network(unittest.TestCase):
 
         self.service.set("Service_alias", "Table")
         wait_for(lambda: self.asked_by_name()["txt"]["ty"] == "Table", "it tells the new alias")
+
+    def test_it_announces_twice_and_again_when_the_carrier_returns(self):
+        capture = self.peer.capture("other")
+        self.service.start()
+        self.advertise(True)
+        announced = (f"ip.src=={namespaces.OWN} && dns.resp.ttl==60 && dns.resp.cache_flush==1 && "
+                     "dns.count.answers==1")
+
+        def times(count):
+            packets = capture.packets(announced)
+            return [float(x.split()[1]) for x in packets] if len(packets) >= count else None
+        first, second = wait_for(lambda: times(2), "it is announced twice")[:2]
+        self.assertTrue(0.9 < second - first < 1.5, (first, second))
+        # The other end of a cable is the carrier of this one. It is away for less than the second
+        # after which the service looks again.
+        other = os.environ["QV_OTHER_NAMESPACE"]
+        namespaces.run("ip", "-n", other, "link", "set", "other", "down")
+        namespaces.run("ip", "-n", other, "link", "set", "other", "up")
+        wait_for(lambda: times(4), "it is announced twice more")
+
+        # After a change of address the old one is not announced.
+        namespaces.run("ip", "addr", "add", "10.77.0.3/24", "dev", "own")
+        namespaces.run("ip", "addr", "del", namespaces.OWN + "/24", "dev", "own")
+        self.addCleanup(namespaces.run, "ip", "addr", "add", namespaces.OWN + "/24", "dev", "own",
+                        check=False)
+        self.addCleanup(namespaces.run, "ip", "addr", "del", "10.77.0.3/24", "dev", "own",
+                        check=False)
+        moved = "ip.src==10.77.0.3 && dns.resp.ttl==60"
+        wait_for(lambda: len(capture.packets(moved)) >= 2, "the new address is announced")
+        capture.end()
+        self.assertEqual(capture.packets(f"{moved} && dns.a=={namespaces.OWN}"), [])
+
+    def ask(self, name, kind, source=namespaces.OTHER, port=0, unicast=False, count=1):
+        """The packets that come back to one asker within a second after the last."""
+        labels = b"".join(bytes([len(x)]) + x.encode() for x in name.rstrip(".").split("."))
+        question = (struct.pack(">6H", 7, 0, 1, 0, 0, 0) + labels + b"\0" +
+                    struct.pack(">HH", kind, 0x8001 if unicast else 1))
+        script = (f"import socket; s = socket.socket(type=socket.SOCK_DGRAM); s.settimeout(2)\n"
+                  f"s.setsockopt(0, socket.IP_MULTICAST_IF, socket.inet_aton('{source}'))\n"
+                  f"s.bind(('{source}', {port}))\n"
+                  f"for _ in range({count}): s.sendto({question!r}, {GROUP})\n"
+                  f"try:\n"
+                  f"  while True: print(s.recv(2048).hex())\n"
+                  f"except TimeoutError: pass")
+        return self.peer.output("/usr/bin/python3", "-c", script).split()
+
+    def test_askers_of_any_kind_are_answered_within_bounds(self):
+        capture = self.peer.capture("other")
+        self.service.start()
+        self.advertise(True)
+        announced = f"ip.src=={namespaces.OWN} && dns.resp.ttl==60 && dns.resp.cache_flush==1"
+        wait_for(lambda: len(capture.packets(announced)) >= 2, "it is announced")
+        host = self.guid() + ".local."
+        # A simple resolver, which does not hear the group: its own question, ten seconds.
+        answer = bytes.fromhex(self.ask(host, 1)[0])
+        self.assertEqual(struct.unpack(">6H", answer[:12]), (7, 0x8400, 1, 1, 0, 0))
+        self.assertEqual(answer[-14:-4], struct.pack(">HHIH", 1, 1, 10, 4))
+        # A neighbour of another subnet on the same link.
+        other = os.environ["QV_OTHER_NAMESPACE"]
+        namespaces.run("ip", "-n", other, "addr", "add", "192.168.55.2/24", "dev", "other")
+        self.addCleanup(namespaces.run, "ip", "-n", other, "addr", "del", "192.168.55.2/24", "dev",
+                        "other")
+        self.assertEqual(len(self.ask(host, 1, source="192.168.55.2", unicast=True)), 1)
+        # A flood of one asker, which takes less than three seconds.
+        self.assertLessEqual(len(self.ask(host, 255, unicast=True, count=2000)), 300)
+        self.assertEqual(len(self.ask(host, 1)), 1)
+        capture.end()
+        self.assertEqual(capture.packets("_ws.malformed"), [])
+
+    def test_it_tells_what_runs_and_why_not(self):
+        s = self.service.start()
+        self.assertEqual(self.services()["advertising_problem"], "It is switched off.")
+        holder = socket.socket(socket.AF_INET6, socket.SOCK_DGRAM)  # of both families, for itself
+        with holder:
+            holder.bind(("::", 5353))
+            self.advertise(True)
+            told = wait_for(lambda: (x := self.services())["advertising_problem"] not in
+                            ("It is starting.",) and x, "it tells the problem")
+            self.assertFalse(told["advertising"])
+            self.assertRegex(told["advertising_problem"], "port 5353 .*: Address already in use")
+        wait_for(lambda: self.services()["advertising"], "it is advertised when the port is free")
+        self.assertNotIn("same_name", self.services())
+
+        # A copy of this machine, with its name.
+        guid = self.guid()
+        fake = self.peer.python("zeroconf_peer.py", "copy", guid)
+        rival = wait_for(lambda: self.services().get("same_name"), "the other one is noticed")
+        self.assertEqual(rival["address"], namespaces.OTHER)
+        fake.stdin.close()
+        s.stop()
 
     def test_an_answer_is_not_answered(self):
         capture = self.peer.capture("other")

@@ -4,6 +4,7 @@
                            interfaces, or on that with the address
     info NAME              what one name resolves to, without browsing
     announce NAME          announces a service until standard input ends
+    copy NAME              the same under a name that is another's, with another port
 """
 import json
 import socket
@@ -50,8 +51,8 @@ def main():
         elif what == "info":
             print(json.dumps(told(zeroconf.get_service_info(TYPE, name + "." + TYPE))))
             return
-        elif what == "announce":
-            zeroconf.register_service(ServiceInfo(
+        elif what in ("announce", "copy"):
+            zeroconf.register_service(cooperating_responders=what == "copy", info=ServiceInfo(
                 TYPE, name + "." + TYPE, port=8443, server="scanner.local.",
                 addresses=[socket.inet_aton("10.77.0.2"),
                            socket.inet_pton(socket.AF_INET6, "fd77::2")],

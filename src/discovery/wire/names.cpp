@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/ascii.h"
+#include "os/text.h"
 
 namespace mdns_wrapper {
 
