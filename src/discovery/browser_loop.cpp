@@ -25,8 +25,6 @@ constexpr int kPauseSlices = 10;
 constexpr std::size_t kMostRecordsARun = 4096;
 /// Some twenty services. One machine that sends more leaves room for the others.
 constexpr std::size_t kMostRecordsASource = 256;
-/// Packets of one socket that are read in one turn, so that a flood does not hide a stop.
-constexpr int kMostRepliesATurn = 64;
 constexpr std::uint16_t kQueryId = 0;  // RFC 6762, 18.1
 
 /// Whether a packet says something about a service: it is an answer, of no error, and has one. (Its
@@ -87,7 +85,7 @@ class BrowserRun {
   /// Whether there was one.
   bool readReplies(int socket) {
     bool any = false;
-    for (int left = kMostRepliesATurn; left > 0; --left) {
+    for (int left = MDNS_MOST_PACKETS_A_TURN; left > 0; --left) {
       const auto received = network_.receive(socket, buffer_);
       if (!received) break;
       const SocketAddress& from = received->from;

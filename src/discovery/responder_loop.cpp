@@ -26,9 +26,6 @@ constexpr seconds kBetweenAnnouncements{1};  // RFC 6762, 8.3
 constexpr int kAnnouncements = 2;            // RFC 6762, 8.3
 /// The two clocks are not read at one moment. A machine that sleeps does so for longer.
 constexpr milliseconds kLeastSleep{500};
-/// Packets of one socket that are handled in one turn, so that a flood on one neither starves the
-/// others nor hides a stop.
-constexpr int kMostQuestionsATurn = 64;
 /// Between two lines about another machine with our name.
 constexpr seconds kBetweenRivalLines{60};
 
@@ -172,7 +169,7 @@ class ResponderLoop {
   }
 
   void handlePackets(int socket) {
-    for (int left = kMostQuestionsATurn; left > 0; --left) {
+    for (int left = MDNS_MOST_PACKETS_A_TURN; left > 0; --left) {
       const auto received = network_.receive(socket, buffer_);
       if (!received) return;
       const PacketBytes packet = PacketBytes(buffer_).first(received->size);

@@ -18,6 +18,10 @@ namespace mdns_wrapper {
 /// More than any machine has links to; bounds what a change of interfaces may cost.
 inline constexpr std::size_t MDNS_MOST_SOCKETS = 32;
 
+/// Packets of one socket that a loop reads in one turn, so that a flood on one neither starves the
+/// others nor hides a stop.
+inline constexpr int MDNS_MOST_PACKETS_A_TURN = 64;
+
 /// Several addresses of one interface share a socket, that of the first: a question is heard there
 /// once, and so is answered once. Belongs to one thread; the network outlives it.
 class SocketSet {
