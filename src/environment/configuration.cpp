@@ -2,16 +2,18 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <atomic>
 
 #include "environment/paths.h"
 #include "platform/diagnostics.h"
+#include "platform/profile_view.h"
 #include "platform/system_time.h"
 #include "platform/text.h"
 
 namespace {
 
-constexpr DWORD kValueBytes = 2048;
+constexpr std::size_t kLongestValue = 2046;
 
 /// By way of the platform's log: logging itself reads its level from here.
 void LogLostWrite(const char* key, const char* value) {
@@ -52,9 +54,10 @@ std::string GetConfigurationfromInitFile(const char* key, const char* def, const
                                          const char* file) {
   if (section == nullptr) section = DEFAULT_SECTION;
   if (def == nullptr) def = "";
-  char value[kValueBytes];
-  const DWORD length = GetPrivateProfileStringA(section, key, def, value, kValueBytes, file);
-  return length == 0 ? def : value;
+  const ProfileView look(file);
+  const std::string_view value = look.Find(section, key, def);
+  if (value.empty()) return def;
+  return std::string(value.substr(0, std::min(kLongestValue, value.find('\0'))));
 }
 
 std::string GetConfigurationfromInitFile(const char* key, const char* def, const char* section) {
@@ -96,9 +99,8 @@ bool ChangeConfiguration(const std::function<ProfileTexts(const ProfileReader&)>
 
 std::string StoredText(std::string text) {
   std::erase_if(text, [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
-  constexpr std::size_t kLongest = kValueBytes - 2;
-  if (text.size() > kLongest) {
-    std::size_t length = kLongest;
+  if (text.size() > kLongestValue) {
+    std::size_t length = kLongestValue;
     while (length > 0 && (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80) --length;
     text.resize(length);
   }
@@ -106,18 +108,9 @@ std::string StoredText(std::string text) {
 }
 
 std::string GetWholeConfiguration(const char* key) {
-  std::string value(kValueBytes, '\0');
-  while (true) {
-    const DWORD room = static_cast<DWORD>(value.size());
-    const DWORD length = GetPrivateProfileStringA(DEFAULT_SECTION, key, "", value.data(), room,
-                                                  GetInitFileCString());
-    // The file may be replaced between two looks, by a longer one, too.
-    if (length + 2 <= room) {
-      value.resize(length);
-      return value;
-    }
-    value.assign(length + 2, '\0');
-  }
+  const ProfileView look(GetInitFileCString());
+  const std::string_view value = look.Find(DEFAULT_SECTION, key, "");
+  return std::string(value.substr(0, value.find('\0')));
 }
 
 const char* BoolToText(bool value) { return value ? "TRUE" : "FALSE"; }

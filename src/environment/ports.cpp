@@ -91,7 +91,6 @@ void SetInUserFile(const char* section, const std::string& key, const std::strin
 }  // namespace
 
 PortMap ReadPort(const char* baseKey, bool useStoredCount) {
-  const ReadHold hold(ConfigurationLock());
   const ProfileView look(GetInitFileCString());
   const ProfileReader stored = ReaderOf(look);
   return ReadMap(stored, baseKey,
@@ -99,7 +98,6 @@ PortMap ReadPort(const char* baseKey, bool useStoredCount) {
 }
 
 StoredPorts ReadPorts() {
-  const ReadHold hold(ConfigurationLock());
   const ProfileView look(GetInitFileCString());
   const ProfileReader stored = ReaderOf(look);
   return {ReadMap(stored, PLAIN_PORT_KEY, kMostEntriesWithoutCount),
