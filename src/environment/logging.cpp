@@ -12,6 +12,7 @@
 #include "environment/configuration.h"
 #include "environment/log_writer.h"
 #include "environment/paths.h"
+#include "os/text.h"
 #include "platform/diagnostics.h"
 #include "platform/profile.h"
 #include "platform/text.h"
@@ -173,6 +174,29 @@ int WriteLog(int level, const char* text, const unsigned char* data, unsigned in
   if (text == nullptr || !IsKept(level)) return 0;
   const std::string_view bytes(reinterpret_cast<const char*>(data), data == nullptr ? 0 : length);
   return Queue(level, text, bytes, data != nullptr, error.saved());
+}
+
+std::string ForLog(std::string_view foreign) noexcept {
+  constexpr std::size_t kMostBytes = 2048;
+  const auto continues = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; };
+  std::size_t length = foreign.size();
+  if (length > kMostBytes) {
+    length = kMostBytes;
+    while (length > kMostBytes - 4 && continues(foreign[length])) --length;
+  }
+  try {
+    std::string text(foreign.substr(0, length));
+    for (std::size_t i = 0; i < length; ++i) {
+      const bool isC1 = text[i] == '\xC2' && i + 1 < length &&
+                        static_cast<unsigned char>(text[i + 1]) - 0x80u < 0x20u;
+      if (isC1) text[i + 1] = '?';
+      if (isC1 || ascii::IsControl(text[i])) text[i] = '?';
+    }
+    if (length < foreign.size()) text += "... (" + std::to_string(foreign.size()) + " bytes)";
+    return text;
+  } catch (const std::exception&) {
+    return {};
+  }
 }
 
 const char* GetLogTypeStr(int level) {

@@ -34,6 +34,12 @@ int WriteLog(int level, const char* format, std::va_list arguments)
     __attribute__((format(printf, 2, 0)));
 int WriteLog(int level, const char* text, const unsigned char* data, unsigned int length);
 
+/// Foreign bytes as a log line may hold them: what a page, a neighbour on the network or a file
+/// sent goes through here. At most the first 2 KiB, cut where a UTF-8 character begins, each
+/// control character (of ASCII and of U+0080 to U+009F) shown as "?", and behind what was cut how
+/// long the whole was. Never throws: "" when there is no memory.
+std::string ForLog(std::string_view foreign) noexcept;
+
 /// "NULL", "Error", "Info", "Debug" or "Verbose" by the level's lowest bit of those, else "".
 const char* GetLogTypeStr(int level);
 

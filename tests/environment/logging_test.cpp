@@ -130,6 +130,21 @@ TEST_F(LogFile, KeepsEveryLineOfManyThreadsInOrder) {
   }
 }
 
+TEST(ForLog, BoundsAndMasksForeignBytes) {
+  const std::string longest(2048, 'x');
+  for (const auto& [foreign, shown] : Table<std::string, std::string>{
+           {"", ""},
+           {"plain \xC3\xBC 100%s", "plain \xC3\xBC 100%s"},
+           {std::string("a\0b\r\n\x1B[2J\t\x7F", 11), "a?b???[2J??"},
+           {"\xC2\x9B\xC2\xA0\xC2", "??\xC2\xA0\xC2"},
+           {longest, longest},
+           {longest + "y", longest + "... (2049 bytes)"},
+           {longest.substr(1) + "\xC3\xBC", longest.substr(1) + "... (2049 bytes)"},
+           {std::string(3000, '\x80'), std::string(2044, '\x80') + "... (3000 bytes)"}}) {
+    EXPECT_EQ(ForLog(foreign), shown);
+  }
+}
+
 // A log whose file is a pipe: the writer waits until somebody reads.
 class SlowLog : public ::testing::Test {
  protected:
