@@ -1,28 +1,21 @@
 #include "platform/system_time.h"
 
 #include <cerrno>
+#include <mutex>
 
 #include "os/system.h"
 
 namespace {
 
-// The second that this thread asked for last. Log lines ask for the same one many times over, and
-// breaking it down takes longer than all the rest of a time stamp.
-struct LocalSecond {
-  bool known;
-  std::time_t seconds;
-  std::tm local;
-};
-thread_local constinit LocalSecond t_last{};
+// False, with all fields 0, for a time that has no year in an int.
+bool BreakDown(std::time_t seconds, std::tm* local) {
+  ::tzset();  // localtime_r alone would keep the zone that it met first
+  if (::localtime_r(&seconds, local) != nullptr) return true;
+  *local = {};
+  return false;
+}
 
-void StoreLocalTime(std::time_t seconds, _SYSTEMTIME* systemTime) {
-  if (!t_last.known || t_last.seconds != seconds) {
-    ::tzset();  // localtime_r alone would keep the zone that it met first
-    t_last.known = ::localtime_r(&seconds, &t_last.local) != nullptr;
-    t_last.seconds = seconds;
-    if (!t_last.known) t_last.local = {};
-  }
-  const std::tm& local = t_last.local;
+void Store(const std::tm& local, _SYSTEMTIME* systemTime) {
   systemTime->wYear = static_cast<std::uint16_t>(local.tm_year + 1900);
   systemTime->wMonth = static_cast<std::uint16_t>(local.tm_mon + 1);
   systemTime->wDayOfWeek = 0;
@@ -31,6 +24,27 @@ void StoreLocalTime(std::time_t seconds, _SYSTEMTIME* systemTime) {
   systemTime->wMinute = static_cast<std::uint16_t>(local.tm_min);
   systemTime->wSecond = static_cast<std::uint16_t>(local.tm_sec);
 }
+
+// The second that was asked for last. Log lines ask for the same one many times over, and breaking
+// it down takes longer than all the rest of a time stamp.
+class LastSecond {
+ public:
+  std::tm Local(std::time_t seconds) {
+    const std::lock_guard lock(mutex_);
+    if (!known_ || seconds_ != seconds) {
+      known_ = BreakDown(seconds, &local_);
+      seconds_ = seconds;
+    }
+    return local_;
+  }
+
+ private:
+  std::mutex mutex_;
+  bool known_ = false;
+  std::time_t seconds_ = 0;
+  std::tm local_{};
+};
+constinit LastSecond g_last;
 
 }  // namespace
 
@@ -46,13 +60,15 @@ void Sleep(DWORD milliseconds) {
 BOOL GetSystemTime(_SYSTEMTIME* systemTime) {
   std::timespec now{};
   ::clock_gettime(CLOCK_REALTIME, &now);
-  StoreLocalTime(now.tv_sec, systemTime);
+  Store(g_last.Local(now.tv_sec), systemTime);
   systemTime->wMilliseconds = static_cast<std::uint16_t>(now.tv_nsec / 1'000'000);
   return 1;
 }
 
 void ConvertTimeToSystemTime(_SYSTEMTIME* systemTime, std::time_t seconds) {
-  StoreLocalTime(seconds, systemTime);
+  std::tm local{};
+  BreakDown(seconds, &local);
+  Store(local, systemTime);
 }
 
 int GetLastError() { return errno; }
