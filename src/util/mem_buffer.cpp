@@ -1,6 +1,7 @@
 #include "util/mem_buffer.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <limits>
 
@@ -49,7 +50,11 @@ unsigned char* CMemBuffer::Realloc(unsigned char*, std::uint32_t size) {
 void CMemBuffer::Free(unsigned char* block) {
   if (block == nullptr) return;
   if (handle_ == nullptr) {
-    GlobalFree(block);
+    if (GlobalLock(block) != nullptr) {
+      GlobalFree(block);
+    } else {
+      std::free(block);
+    }
     return;
   }
   GlobalUnlock(handle_);

@@ -6,11 +6,12 @@
 //
 // Who owns the block: a block that the stream allocated is the stream's, which frees it in Close
 // and in its destructor. An attached block stays the caller's unless `ownsBlock` is set; then it is
-// a plain block of GlobalAlloc (GMEM_FIXED) and is freed with GlobalFree.
+// a plain block of GlobalAlloc (GMEM_FIXED), freed with GlobalFree, or one of malloc, freed with
+// free.
 //
 // A derived class may take memory from elsewhere: growth goes through Alloc, Realloc and GrowFile,
 // Close through Free, the strings through GetPosition, GetLength, Seek, Read and Write. One that
-// overrides Free calls Close in its own destructor, as ours frees only blocks of the Global family.
+// overrides Free calls Close in its own destructor, as ours knows no memory but the above.
 #pragma once
 
 #include <cstdint>
@@ -33,7 +34,7 @@ class CMemBuffer {
   /// The stream's block with another size, new bytes zero. Null, the block unchanged, on failure
   /// and for a block without a handle: attached blocks do not grow.
   virtual unsigned char* Realloc(unsigned char* block, std::uint32_t size);
-  /// Frees the block by the handle if there is one, else as a plain block.
+  /// Frees the block by the handle if there is one, else as a plain block or one of malloc.
   virtual void Free(unsigned char* block);
   /// Makes room for `newSize` bytes by whole grow steps.
   virtual bool GrowFile(std::uint32_t newSize);
