@@ -1,15 +1,17 @@
 #include "util/reader_writer_lock.h"
 
 #include <algorithm>
+#include <new>
 
 #include "platform/system_time.h"
 #include "platform/thread.h"
 
 namespace {
 
-// A wait is cut into slices, after each of which the counts are looked at again: the event's own
-// budget wraps after some seconds, and a wait that fails must not become a loop without pause.
+// A wait with a limit is cut into slices, as the event's own budget wraps after some seconds. A
+// wait without one stays whole: the event is then looked at half as often.
 constexpr unsigned int kSliceMs = 1000;
+// A wait that fails must not become a loop without pause.
 constexpr unsigned int kPauseWithoutEventMs = 2;
 
 constexpr std::uint32_t kReadMask = 0xFFFF;
@@ -56,7 +58,8 @@ CReaderWriterLockNonReentrance::~CReaderWriterLockNonReentrance() {
 
 void CReaderWriterLockNonReentrance::WaitOutsideSection(EventHandle event, unsigned int timeoutMs) {
   LeaveCS();
-  if (event == nullptr || WaitForEvent(event, std::min(timeoutMs, kSliceMs)) == WAIT_FAILED) {
+  const unsigned int sliceMs = timeoutMs == INFINITE ? INFINITE : std::min(timeoutMs, kSliceMs);
+  if (event == nullptr || WaitForEvent(event, sliceMs) == WAIT_FAILED) {
     Sleep(std::min(timeoutMs, kPauseWithoutEventMs));
   }
   EnterCS();
@@ -215,6 +218,15 @@ CReaderWriterLock::SThreadStateInfo* CReaderWriterLock::Find(std::uint32_t threa
   return nullptr;
 }
 
+bool CReaderWriterLock::Add(std::uint32_t threadId) {
+  try {
+    threads_.push_back({threadId, 0});
+  } catch (const std::bad_alloc&) {
+    return false;
+  }
+  return true;
+}
+
 void CReaderWriterLock::Remove(SThreadStateInfo* record) {
   threads_.erase(threads_.begin() + (record - threads_.data()));
 }
@@ -237,8 +249,7 @@ bool CReaderWriterLock::AcquireReaderLock(unsigned int timeoutMs) {
     ++record->state;
     return true;
   }
-  threads_.push_back({self, 0});
-  return AddHold(self, kOneRead, EnterAsReader(timeoutMs));
+  return Add(self) && AddHold(self, kOneRead, EnterAsReader(timeoutMs));
 }
 
 void CReaderWriterLock::ReleaseReaderLock() {
@@ -256,8 +267,7 @@ bool CReaderWriterLock::AcquireWriterLock(unsigned int timeoutMs) {
   const SectionHold section(*this);
   const SThreadStateInfo* record = Find(self);
   if (record == nullptr) {
-    threads_.push_back({self, 0});
-    return AddHold(self, kOneWrite, EnterAsWriter(timeoutMs));
+    return Add(self) && AddHold(self, kOneWrite, EnterAsWriter(timeoutMs));
   }
   if (record->state >= kReadMask * kOneWrite) return false;
   return AddHold(self, kOneWrite, record->state >= kOneWrite || Upgrade(timeoutMs));

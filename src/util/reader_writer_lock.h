@@ -15,6 +15,7 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 #include <vector>
 
 #include "platform/sync.h"
@@ -76,7 +77,7 @@ class CReaderWriterLockNonReentrance {
 
 /// The lock that knows its owners: a thread may acquire it again, read while it writes, and write
 /// while it reads (an upgrade, as above). Holds are counted per thread, up to 65,535 of a kind. A
-/// thread's first acquisition needs memory: std::bad_alloc leaves the lock as it was.
+/// thread's first acquisition needs memory and fails without.
 class CReaderWriterLock : private CReaderWriterLockNonReentrance {
  public:
   bool AcquireReaderLock(unsigned int timeoutMs);
@@ -97,6 +98,7 @@ class CReaderWriterLock : private CReaderWriterLockNonReentrance {
     std::uint32_t state;
   };
   SThreadStateInfo* Find(std::uint32_t threadId);
+  bool Add(std::uint32_t threadId);
   void Remove(SThreadStateInfo* record);
   bool AddHold(std::uint32_t threadId, std::uint32_t hold, bool entered);
 
@@ -105,11 +107,14 @@ class CReaderWriterLock : private CReaderWriterLockNonReentrance {
   std::vector<SThreadStateInfo> threads_;
 };
 
-/// Holds a lock for reading, or for writing, for the time of a scope; waits without limit.
+/// Holds a lock for reading, or for writing, for the time of a scope; waits without limit. Throws
+/// std::bad_alloc where the lock has no room for one more hold.
 template <class Lock>
 class ReadHold {
  public:
-  explicit ReadHold(Lock& lock) : lock_(lock) { lock_.AcquireReaderLock(INFINITE); }
+  explicit ReadHold(Lock& lock) : lock_(lock) {
+    if (!lock_.AcquireReaderLock(INFINITE)) throw std::bad_alloc();
+  }
   ~ReadHold() { lock_.ReleaseReaderLock(); }
   ReadHold(const ReadHold&) = delete;
   ReadHold& operator=(const ReadHold&) = delete;
@@ -121,7 +126,9 @@ class ReadHold {
 template <class Lock>
 class WriteHold {
  public:
-  explicit WriteHold(Lock& lock) : lock_(lock) { lock_.AcquireWriterLock(INFINITE); }
+  explicit WriteHold(Lock& lock) : lock_(lock) {
+    if (!lock_.AcquireWriterLock(INFINITE)) throw std::bad_alloc();
+  }
   ~WriteHold() { lock_.ReleaseWriterLock(); }
   WriteHold(const WriteHold&) = delete;
   WriteHold& operator=(const WriteHold&) = delete;

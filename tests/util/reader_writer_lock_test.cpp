@@ -1,5 +1,7 @@
 #include "util/reader_writer_lock.h"
 
+#include <sys/resource.h>
+
 #include <future>
 
 #include "support/testing.h"
@@ -83,6 +85,25 @@ TYPED_TEST(AnyLock, GuardsDataUnderLoadAndLosesNoThread) {
   EXPECT_EQ(torn, 0);
   EXPECT_EQ(left, kThreads * kRounds / 3);
   EXPECT_EQ(OthersMay(lock), "readwrite") << "a count leaked";
+}
+
+// Each look of a waiter is one sleep: on a busy machine there are fewer, never more.
+TEST(PlainLock, LooksEveryTwoMillisecondsWhenItWaitsWithoutLimit) {
+  const auto sleeps = [] {
+    rusage used{};
+    ::getrusage(RUSAGE_SELF, &used);
+    return used.ru_nvcsw;
+  };
+  CReaderWriterLockNonReentrance lock;
+  lock.AcquireWriterLock(0);
+  auto waiter = Try(lock, false, INFINITE);
+  const long before = sleeps();
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(waiter.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+  const std::chrono::duration<double, std::milli> waited = std::chrono::steady_clock::now() - start;
+  EXPECT_LT(static_cast<double>(sleeps() - before), 0.7 * waited.count());
+  lock.ReleaseWriterLock();
+  EXPECT_TRUE(waiter.get());
 }
 
 TEST(PlainLock, ConvertsUpgradesAndDowngrades) {
