@@ -64,7 +64,11 @@ BOOL GetLoginUser(char* buffer) {
   return 1;
 }
 
-std::uint64_t GetCurrentProcessVirtualMemSize() { return os::PhysicalFootprint(); }
+std::uint64_t GetCurrentProcessVirtualMemSize() try {
+  return os::PhysicalFootprint();
+} catch (const std::bad_alloc&) {
+  return 0;
+}
 
 int parseLine(char* line) {
   constexpr std::size_t kUnit = 3;  // " kB"

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -64,13 +65,15 @@ bool DeleteContent(FolderWalk& folder, const std::string& path) {
 
 }  // namespace
 
-void CUtil::GetModulePath(char* out) {
+void CUtil::GetModulePath(char* out) try {
   constexpr std::string_view kInsideBundle = "/Contents/MacOS/";
   std::string path = os::ExecutablePath();
   if (const auto bundle = path.rfind(kInsideBundle); bundle != std::string::npos) {
     path.resize(bundle);
   }
   lstrcpyn(out, path.c_str(), kPathBytes + 1);
+} catch (const std::bad_alloc&) {
+  out[0] = '\0';
 }
 
 void CUtil::GetDllPath(char* out) {
@@ -107,7 +110,7 @@ void CUtil::TrimRight(char* s, char c) { ::TrimRight(s, c); }
 
 int CUtil::ReverseFindChar(const char* s, char c) { return ::ReverseFindChar(s, c); }
 
-void CUtil::find_and_replace(std::string& s, const std::string& from, const std::string& to) {
+void CUtil::find_and_replace(std::string& s, const std::string& from, const std::string& to) try {
   if (from.empty() || from == to) return;
   std::size_t end = 0;
   std::string replaced;
@@ -116,9 +119,11 @@ void CUtil::find_and_replace(std::string& s, const std::string& from, const std:
   }
   if (end == 0) return;
   s = replaced.append(s, end);
+} catch (const std::bad_alloc&) {
+  // The text was not touched yet.
 }
 
-bool CUtil::IdnToAscii(const char* in, char* out) {
+bool CUtil::IdnToAscii(const char* in, char* out) try {
   if (in == nullptr || out == nullptr) return false;
   std::string ascii;
   std::string_view rest(in);
@@ -132,9 +137,11 @@ bool CUtil::IdnToAscii(const char* in, char* out) {
   if (ascii.size() >= kPathBytes) return false;
   lstrcpyn(out, ascii.c_str(), ascii.size() + 1);
   return true;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
-BOOL CUtil::CreateDirectory(const char* path, bool) {
+BOOL CUtil::CreateDirectory(const char* path, bool) try {
   const std::string_view whole(path);
   const auto last = whole.rfind('/');
   if (last == std::string_view::npos) return 1;
@@ -147,17 +154,21 @@ BOOL CUtil::CreateDirectory(const char* path, bool) {
     if (!Exists(prefix) && !::CreateDirectory(prefix.c_str(), nullptr) && !Exists(prefix)) return 0;
   }
   return Exists(parent) || ::CreateDirectory(parent.c_str(), nullptr);
+} catch (const std::bad_alloc&) {
+  return 0;
 }
 
-bool CUtil::DeleteDirectory(const char* path, bool removeSelf) {
+bool CUtil::DeleteDirectory(const char* path, bool removeSelf) try {
   std::string name = path;
   RTrim(name, "\\");
   RTrim(name, "/");
   FolderWalk folder(name.c_str());
   return DeleteContent(folder, name) && (!removeSelf || std::remove(name.c_str()) == 0);
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
-bool CUtil::CopyDirectoryFiles(const char* src, const char* dst, bool recursive) {
+bool CUtil::CopyDirectoryFiles(const char* src, const char* dst, bool recursive) try {
   std::string from = src;
   std::string to = dst;
   RTrim(from, "/");
@@ -180,6 +191,8 @@ bool CUtil::CopyDirectoryFiles(const char* src, const char* dst, bool recursive)
     }
   }
   return result;
+} catch (const std::bad_alloc&) {
+  return false;
 }
 
 int CUtil::SaveDataToFileInner(const char* path, const unsigned char* data, unsigned int len,

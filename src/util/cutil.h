@@ -1,6 +1,6 @@
 // CUtil: the static helpers that every room of the house shares. None logs; each tells its outcome
-// by its result. Nothing is thrown but std::bad_alloc, by those that need room for a path or a
-// text. Any thread may call.
+// by its result. None throws: without memory the work fails, and a text stays as it was. Any thread
+// may call.
 #pragma once
 
 #include <string>
