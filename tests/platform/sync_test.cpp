@@ -1,7 +1,30 @@
 #include "platform/sync.h"
 
+#include <semaphore.h>
+#include <unistd.h>
+
+#include <future>
+
 #include "platform/system_time.h"
 #include "support/testing.h"
+
+namespace {
+
+constexpr int kThreads = 4, kRounds = 1000;
+
+/// A name of this process's own, with room for something behind it.
+std::string Name(const std::string& text) { return "/qvt" + std::to_string(::getpid()) + text; }
+
+void InThreads(auto work) {
+  std::vector<std::jthread> threads;
+  for (int t = 0; t < kThreads; ++t) {
+    threads.emplace_back([&] {
+      for (int i = 0; i < kRounds; ++i) work();
+    });
+  }
+}
+
+}  // namespace
 
 TEST(Sync, EventsLetThroughWhatTheyWereSetFor) {
   EventHandle once = CreateEvent(nullptr, 0, 0, nullptr);
@@ -19,8 +42,93 @@ TEST(Sync, EventsLetThroughWhatTheyWereSetFor) {
   EventHandle manual = CreateEvent(nullptr, 1, 1, nullptr);
   for (int i = 0; i < 3; ++i) EXPECT_EQ(WaitForEvent(manual, 10), WAIT_OBJECT_0);
   SetEvent(manual);
-  ResetEvent(manual);
+  EXPECT_EQ(ResetEvent(manual), 1);
   EXPECT_EQ(WaitForEvent(manual, 1), WAIT_TIMEOUT) << "a reset takes all counts";
   CloseEvent(manual);
+
   EXPECT_EQ(WaitForEvent(nullptr, INFINITE), WAIT_FAILED);
+  EXPECT_EQ(SetEvent(nullptr), 0);
+  EXPECT_EQ(ResetEvent(nullptr), 1);
+  CloseEvent(nullptr);
+}
+
+TEST(Sync, NamedEventsAreSharedUntilTheyAreClosed) {
+  std::string name = Name("event");
+  name.resize(31, 'x');
+  EventHandle made = CreateEvent(nullptr, 1, 0, (name + "cut off").c_str());
+  ASSERT_NE(made, nullptr);
+  EXPECT_EQ(CreateEvent(nullptr, 1, 0, (name + "cut off, too").c_str()), nullptr);
+  EXPECT_EQ(GetLastError(), EEXIST);
+  EventHandle opened = OpenEvent(0, 0, name.c_str());
+  ASSERT_NE(opened, nullptr);
+  SetEvent(made);
+  EXPECT_EQ(WaitForEvent(opened, 10), WAIT_OBJECT_0);
+  EXPECT_EQ(WaitForEvent(made, 1), WAIT_TIMEOUT) << "an opened event takes the count it waited for";
+  CloseEvent(opened);
+  EXPECT_EQ(OpenEvent(0, 0, name.c_str()), nullptr) << "closing removes the name";
+  CloseEvent(made);
+}
+
+TEST(Sync, SemaphoresCountWhatTheyHandOut) {
+  SemaphoreHandle semaphore = CreateSemaphore(nullptr, 2, 1, nullptr);
+  ASSERT_NE(semaphore, nullptr);
+  int previous = 7;
+  EXPECT_EQ(ReleaseSemaphore(semaphore, 5, &previous), 1);
+  EXPECT_EQ(previous, 0) << "the counter knows nothing of the first counts";
+  for (int i = 0; i < 2; ++i) EXPECT_EQ(WaitForSemaphone(semaphore, 0), 0) << i;
+  EXPECT_EQ(WaitForSemaphone(semaphore, INFINITE), 0);
+  const DWORD start = GetTickCount();
+  EXPECT_EQ(WaitForSemaphone(semaphore, 100), WAIT_FAILED);
+  const DWORD waited = GetTickCount() - start;
+  EXPECT_GE(waited, 99u);
+  EXPECT_LT(waited, 5000u);
+  EXPECT_EQ(ReleaseSemaphore(semaphore, 1, nullptr), 1);
+  EXPECT_EQ(ReleaseSemaphore(semaphore, 1, &previous), 1);
+  EXPECT_EQ(previous, -1) << "two released and three taken, and one more released";
+  for (const unsigned int timeout : {100u, INFINITE}) {
+    while (WaitForSemaphone(semaphore, 0) == 0) continue;
+    auto waiter =
+        std::async(std::launch::async, [&] { return WaitForSemaphone(semaphore, timeout); });
+    ReleaseSemaphore(semaphore, 1, nullptr);
+    EXPECT_EQ(waiter.get(), 0) << timeout;
+  }
+  CloseSemaphore(semaphore);
+  EXPECT_EQ(ReleaseSemaphore(nullptr, 1, nullptr), 0);
+  EXPECT_EQ(WaitForSemaphone(nullptr, INFINITE), WAIT_FAILED);
+}
+
+TEST(Sync, NamesOfSemaphoresStay) {
+  const std::string name = Name("a name longer than those of events may be");
+  SemaphoreHandle semaphore = CreateSemaphore(nullptr, 0, 1, name.c_str());
+  ASSERT_NE(semaphore, nullptr);
+  CloseSemaphore(semaphore);
+  EXPECT_EQ(CreateSemaphore(nullptr, 0, 1, name.c_str()), nullptr);
+  EXPECT_EQ(::sem_unlink(name.c_str()), 0);
+}
+
+TEST(Sync, SectionsExcludeAndCountersAddUp) {
+  CriticalSection section;
+  InitializeCriticalSection(&section);
+  int guarded = 0;
+  volatile int counter = 0;
+  InThreads([&] {
+    EnterCriticalSection(&section);
+    ++guarded;
+    LeaveCriticalSection(&section);
+    InterlockedIncrement(&counter);
+    InterlockedIncrement(&counter);
+    InterlockedDecrement(&counter);
+  });
+  DeleteCriticalSection(&section);
+  EXPECT_EQ(guarded, kThreads * kRounds);
+  EXPECT_EQ(counter, kThreads * kRounds);
+  EXPECT_EQ(InterlockedIncrement(&counter), kThreads * kRounds + 1);
+  EXPECT_EQ(InterlockedDecrement(&counter), kThreads * kRounds);
+}
+
+TEST(Sync, KeepsTheSeed) {
+  EXPECT_EQ(GetGlobalSeed(), 0);
+  SetGlobalSeed(-7);
+  EXPECT_EQ(GetGlobalSeed(), -7);
+  SetGlobalSeed(0);
 }
