@@ -22,6 +22,39 @@ TEST(JsonCommand, FindsTheFunctionOfACommand) {
   }
 }
 
+TEST(JsonCommand, TellsItsPartsAndParameters) {
+  const JsonCommand command(R"({"id":7,"cmdId":"c","version":"v","property":"P",)"
+                            R"("parameter":[null,true,-1,4000000000,1.5,"s",[],{}]})");
+  EXPECT_EQ(command.GetClientID() + command.GetCmdId() + command.GetVersion(), "7cv");
+  EXPECT_TRUE(command.IfKeyExist("id") && !command.IfKeyExist("ID"));
+  EXPECT_EQ(command.GetPropertyType(), "set");
+  EXPECT_EQ(JsonCommand(R"({"property":"P"})").GetPropertyType(), "get");
+  EXPECT_EQ(JsonCommand(R"({"method":"M","parameter":[]})").GetPropertyType(), "");
+  const ParameterType types[] = {PARAMETER_NULL,  PARAMETER_BOOL,   PARAMETER_INT,
+                                 PARAMETER_UINT,  PARAMETER_DOUBLE, PARAMETER_STRING,
+                                 PARAMETER_ARRAY, PARAMETER_OBJECT, PARAMETER_MISSING};
+  for (int i = 0; i < 9; ++i) EXPECT_EQ(command.GetParameterType(i), types[i]) << i;
+  EXPECT_EQ(command.GetParameterCount(), 8);
+  EXPECT_EQ(command.GetParameterType(-1), PARAMETER_MISSING);
+  EXPECT_EQ(command.GetParameter(8), nullptr);
+  const JsonCommand members(R"({"parameter":{"a":1,"b":2}})");
+  EXPECT_EQ(members.GetParameterCount(), 2);
+  EXPECT_EQ(members.GetParameter(0), nullptr);
+}
+
+TEST(JsonCommand, WritesRepliesOfASession) {
+  ParamStack stack;
+  stack.push_back(std::make_unique<Json::Value>(1));
+  stack.push_back(nullptr);
+  for (const auto& [isEvent, code, told] : Table<bool, int, std::string>{
+           {true, 0, R"("description":"Successful","event":"N","exception":0)"},
+           {false, -5, R"("description":"why","exception":-5,"method":"N")"}}) {
+    std::string reply = JsonCommand::Encode("s", "o", "N", stack, isEvent, code, "why");
+    std::erase_if(reply, [](char c) { return c == ' ' || c == '\t' || c == '\n'; });
+    EXPECT_EQ(reply, "{" + told + R"(,"object":"o","result":[1,null],"session":"s"})");
+  }
+}
+
 TEST(JsonCommand, RefusesTextsThatGrowWhenTheyAreWrittenBack) {
   const auto isCommand = [](const std::string& parameters) {
     return JsonCommand(R"({"method":"M","parameter":[)" + parameters + "]}").GetCommandType() ==
