@@ -1,6 +1,6 @@
 #include "host/door.h"
 
-#include <json/reader.h>
+#include <json/value.h>
 
 #include <algorithm>
 #include <array>
@@ -116,12 +116,13 @@ std::string Door::RefuseCommand(const Origin& origin, Rights rights, std::string
 
 std::string EncodeRefusal(std::string_view path, std::string_view text, const std::string& reason) {
   const JsonCommand command(BuildCommandText(path, text).text);
-  std::string reply = JsonCommand::Encode(command.GetClientID(), command.GetFunctionName(),
-                                          ParamStack(), false, kRefused, reason);
-  Json::Value root;
-  if (!Json::Reader().parse(reply, root) || !root.isObject()) return reply;
-  root["cmdId"] = command.GetCmdId();
-  return root.toStyledString();
+  ParamStack result;
+  for (int i = 0; i < command.GetParameterCount(); ++i) result.push_back(command.GetParameter(i));
+  result.push_back(std::make_unique<Json::Value>(false));
+  std::string reply = JsonCommand::Encode(command.GetClientID(), command.GetFunctionName(), result,
+                                          false, kRefused, reason);
+  JsonCommand::AppendCommandId(reply, command.GetCmdId());
+  return reply;
 }
 
 }  // namespace host

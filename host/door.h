@@ -63,7 +63,8 @@ class Door {
   std::vector<std::string> own_;
 };
 
-/// The reply to a refused command of a WebSocket, in the form of every reply.
+/// The reply to a refused command of a WebSocket, in the form of every reply: its parameters and
+/// false, code -2205, the reason.
 std::string EncodeRefusal(std::string_view path, std::string_view text, const std::string& reason);
 
 }  // namespace host

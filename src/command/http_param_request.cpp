@@ -3,29 +3,12 @@
 #include <json/reader.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <exception>
 #include <utility>
 
 #include "environment/logging.h"
 #include "environment/module_identity.h"
 #include "platform/system_time.h"
-
-namespace {
-
-// Puts the command id in as the last member of a styled object. A text that is no such object is
-// sent as it is.
-void InsertCommandId(std::string& json, const std::string& cmdId) {
-  const auto brace = json.rfind('}');
-  if (brace == std::string::npos) return;
-  const auto lineFeed = json.rfind('\n', brace);
-  if (lineFeed == std::string::npos) return;
-  char member[1024];
-  std::snprintf(member, sizeof member, ",\n\t\"cmdId\" : \"%s\"", cmdId.c_str());
-  json.insert(lineFeed, member);
-}
-
-}  // namespace
 
 HttpParamRequest::HttpParamRequest(int connectionId, void* host, const std::string& commandText,
                                    int browserType, int socket, const std::string& domain,
@@ -78,7 +61,7 @@ int HttpParamRequest::SendBackResult() {
   if (clientId_.empty()) {
     LogDebug("Invalid json command format. cmd = [%s][%d].", commandText_.c_str(), connectionId_);
   }
-  InsertCommandId(json, cmdId_);
+  JsonCommand::AppendCommandId(json, cmdId_);
   LogDebug("result json = [%s].", json.c_str());
   const int result =
       Sendback(json.c_str(), resultData_.get(), static_cast<unsigned int>(resultLen_), nullptr);

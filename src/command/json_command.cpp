@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <charconv>
 #include <climits>
+#include <cstdio>
 #include <exception>
 #include <string_view>
 
@@ -166,6 +167,16 @@ std::string JsonCommand::Encode(const std::string& session, const std::string& o
   reply["exception"] = code;
   reply["description"] = code != 0 ? description : "Successful";
   return StyledReply(std::move(reply), stack);
+}
+
+void JsonCommand::AppendCommandId(std::string& reply, const std::string& cmdId) {
+  const auto brace = reply.rfind('}');
+  if (brace == std::string::npos) return;
+  const auto lineFeed = reply.rfind('\n', brace);
+  if (lineFeed == std::string::npos) return;
+  char member[1024];
+  std::snprintf(member, sizeof member, ",\n\t\"cmdId\" : \"%s\"", cmdId.c_str());
+  reply.insert(lineFeed, member);
 }
 
 bool JsonCommand::GetUTF8String(const Json::Value* value, std::string* out) {

@@ -79,6 +79,10 @@ class JsonCommand {
                             const std::string& name, const ParamStack& stack, bool isEvent,
                             int code, const std::string& description);
 
+  /// Puts the command's id in as the last member of a reply, as the text that it is, at most 1,000
+  /// bytes. A text that is no styled object stays as it is.
+  static void AppendCommandId(std::string& reply, const std::string& cmdId);
+
   // Conversions of a parameter. Each returns whether it could; both pointers may be null.
 
   /// Any value but an object as text: numbers by "%lf" (5 gives 5.000000), null as "NULL".

@@ -75,8 +75,9 @@ class Doorway(ServiceTest):
                     await ws.send(command("Reboot", cmdId="c"))
                     await ws.send(command("GetLocalIP"))
                     reply = json.loads(await ws.recv())
-                    self.assertEqual([reply[key] for key in ("exception", "method", "id", "cmdId")],
-                                     [-2205, "Reboot", "1", "c"])
+                    self.assertEqual([reply[key] for key in ("exception", "method", "id", "result")],
+                                     [-2205, "Reboot", "1", [False]])
+                    self.assertEqual(list(reply.items())[-1], ("cmdId", "c"))
                     self.assertIn("ManageOrigins", reply["description"])
                     self.assertEqual(await ws.recv(), "[]")
             async with self.service.ws(extra_headers=ASK) as ws:
