@@ -1,3 +1,0 @@
-// Moved; kept for a moment until all rooms have followed.
-#pragma once
-#include "manager/unzip.h"
