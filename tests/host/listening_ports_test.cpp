@@ -11,7 +11,9 @@
 namespace {
 
 struct NoCommands : host::CommandHandler {
-  void Run(const host::Command&) override {}
+  std::string_view path() const override { return "/qtp/"; }
+  bool IsQuick(const host::IncomingCommand&) const override { return false; }
+  void Run(const host::IncomingCommand&) override {}
   void Answered() override {}
   void Closed(int) override {}
 };
