@@ -39,9 +39,20 @@ std::optional<sockaddr_in6> Ipv6Address(const std::string& text, const SocketAdd
 }
 
 std::uint16_t TypeOfKind(Advertised kind) {
-  constexpr std::array<std::uint16_t, kAdvertisedKinds> kTypes = {
-      MDNS_TYPE_PTR, MDNS_TYPE_PTR, MDNS_TYPE_SRV, MDNS_TYPE_A, MDNS_TYPE_AAAA, MDNS_TYPE_TXT};
-  return kTypes[static_cast<std::size_t>(kind)];
+  switch (kind) {
+    case Advertised::kTypes:
+    case Advertised::kPointer:
+      return MDNS_TYPE_PTR;
+    case Advertised::kService:
+      return MDNS_TYPE_SRV;
+    case Advertised::kIpv4:
+      return MDNS_TYPE_A;
+    case Advertised::kIpv6:
+      return MDNS_TYPE_AAAA;
+    case Advertised::kText:
+      return MDNS_TYPE_TXT;
+  }
+  return 0;
 }
 
 /// Whether a received record's data, from an offset on, is nothing but a name.
@@ -109,22 +120,22 @@ AdvertisedRecords::AdvertisedRecords(const mdns_service_info& info, const Socket
       typeCode_(CodeOf(info.type)),
       accessCode_(CodeOf(info.acessmode)) {
   records_.push_back({MDNS_ALL_TYPES, mdns_ptr{serviceType_}});
-  endKind(Advertised::kTypes);
+  ends_[Advertised::kTypes] = records_.size();
   records_.push_back({serviceType_, mdns_ptr{instanceName_}});
-  endKind(Advertised::kPointer);
+  ends_[Advertised::kPointer] = records_.size();
   records_.push_back({instanceName_, mdns_srv{0, 0, info_.port, hostName_}});
-  endKind(Advertised::kService);
+  ends_[Advertised::kService] = records_.size();
   if (const auto address = ParseIpv4(info_.ipv4)) {
     sockaddr_in record{};
     record.sin_family = AF_INET;
     record.sin_addr = *address;
     records_.push_back({hostName_, record});
   }
-  endKind(Advertised::kIpv4);
+  ends_[Advertised::kIpv4] = records_.size();
   if (const auto address = Ipv6Address(info_.ipv6, firstIpv6)) {
     records_.push_back({hostName_, *address});
   }
-  endKind(Advertised::kIpv6);
+  ends_[Advertised::kIpv6] = records_.size();
   const std::pair<const char*, const std::string&> kPairs[] = {
       {"id", info_.id},           {"ty", info_.ty},           {"txtvers", info_.txtvers},
       {"url", info_.url},         {"type", typeCode_},        {"os", info_.os},
@@ -132,21 +143,18 @@ AdvertisedRecords::AdvertisedRecords(const mdns_service_info& info, const Socket
   for (const auto& [key, value] : kPairs) {
     records_.push_back({instanceName_, mdns_txt{key, value}});
   }
-  endKind(Advertised::kText);
-}
-
-void AdvertisedRecords::endKind(Advertised kind) {
-  ends_[static_cast<std::size_t>(kind)] = records_.size();
+  ends_[Advertised::kText] = records_.size();
 }
 
 RecordList AdvertisedRecords::of(Advertised kind) const {
-  const auto place = static_cast<std::size_t>(kind);
-  const std::size_t begin = place == 0 ? 0 : ends_[place - 1];
-  return RecordList(records_).subspan(begin, ends_[place] - begin);
+  const bool first = kind == Advertised::kTypes;
+  const std::size_t begin =
+      first ? 0 : ends_[static_cast<Advertised>(static_cast<unsigned>(kind) - 1)];
+  return RecordList(records_).subspan(begin, ends_[kind] - begin);
 }
 
 RecordList AdvertisedRecords::announced() const {
-  const std::size_t begin = ends_[static_cast<std::size_t>(Advertised::kPointer)];
+  const std::size_t begin = ends_[Advertised::kPointer];
   return RecordList(records_).subspan(begin, records_.size() - begin - 1);
 }
 
@@ -161,8 +169,7 @@ AdvertisedSet AdvertisedRecords::under(std::string_view name) const {
 std::optional<Advertised> AdvertisedRecords::find(const mdns_received& record) const {
   const AdvertisedSet named = under(record.name.view());
   if (named.empty()) return std::nullopt;
-  for (std::size_t i = 0; i < kAdvertisedKinds; ++i) {
-    const auto kind = static_cast<Advertised>(i);
+  for (const Advertised kind : ADVERTISED_KINDS) {
     if (named.has(kind) && TypeOfKind(kind) == record.type) return kind;
   }
   return std::nullopt;

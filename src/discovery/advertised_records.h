@@ -42,7 +42,19 @@ enum class Advertised : unsigned {
   kIpv6,
   kText,  ///< instance -> what to know of it
 };
-inline constexpr std::size_t kAdvertisedKinds = 6;
+inline constexpr std::array ADVERTISED_KINDS = {Advertised::kTypes,   Advertised::kPointer,
+                                                Advertised::kService, Advertised::kIpv4,
+                                                Advertised::kIpv6,    Advertised::kText};
+/// Something for each of them.
+template <class Value>
+class ByAdvertised {
+ public:
+  Value& operator[](Advertised kind) { return values_[static_cast<std::size_t>(kind)]; }
+  const Value& operator[](Advertised kind) const { return values_[static_cast<std::size_t>(kind)]; }
+
+ private:
+  std::array<Value, ADVERTISED_KINDS.size()> values_{};
+};
 
 /// Some of them.
 class AdvertisedSet {
@@ -102,8 +114,6 @@ class AdvertisedRecords {
   bool hasSameData(Advertised kind, PacketBytes packet, const mdns_received& record) const;
 
  private:
-  void endKind(Advertised kind);
-
   const std::string serviceType_;
   const std::string instanceName_;
   const std::string hostName_;
@@ -111,7 +121,7 @@ class AdvertisedRecords {
   const std::string typeCode_;
   const std::string accessCode_;
   std::vector<mdns_record_t> records_;
-  std::array<std::size_t, kAdvertisedKinds> ends_{};  ///< of each kind in records_
+  ByAdvertised<std::size_t> ends_;  ///< of each kind in records_
 };
 
 }  // namespace mdns_wrapper

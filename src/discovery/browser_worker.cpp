@@ -9,6 +9,8 @@
 namespace mdns_wrapper {
 namespace {
 
+using Clock = std::chrono::system_clock;
+
 /// What makes two records one service: everything but the tags.
 auto Identity(const DNSServiceInfo& record) {
   return std::tie(record.ty, record.ipv4, record.ipv6, record.modules, record.os, record.type,
@@ -59,16 +61,19 @@ ServiceList mDNSQueryService::getServiceInfos(bool& changed) {
   const std::lock_guard lock(listMutex_);
   changed = changeStamp_ != reportedStamp_;
   reportedStamp_ = changeStamp_;
-  return published_;
+  return InfosOf(published_);
 }
 
 std::vector<SeenService> mDNSQueryService::getSeenServices() const {
   const std::lock_guard lock(listMutex_);
-  std::vector<SeenService> seen;
-  for (std::size_t i = 0; i < published_.size(); ++i) {
-    seen.push_back({published_[i], publishedTimes_[i]});
-  }
-  return seen;
+  return published_;
+}
+
+ServiceList mDNSQueryService::InfosOf(const std::vector<SeenService>& services) {
+  ServiceList list;
+  list.reserve(services.size());
+  for (const SeenService& service : services) list.push_back(service.info);
+  return list;
 }
 
 void mDNSQueryService::runMainLoop() {
@@ -99,26 +104,23 @@ int mDNSQueryService::QueryResultCallback(void* user, const mdns_query_result& r
 
 void mDNSQueryService::beginAddServiceInfo() {
   built_.clear();
-  builtTimes_.clear();
-  builtInstances_.clear();
   clearAssembled();
 }
 
 void mDNSQueryService::clearAssembled() {
-  assembled_.clear();
-  assembledInstance_.clear();
+  assembled_ = {};
   ignoresGroup_ = false;
 }
 
 void mDNSQueryService::commitAssembled() {
-  if (assembled_.type != SERVICE_UNKNOWN) {
-    const auto found = FindService(built_, assembled_);
+  if (const SeenService& service = assembled_.seen; service.info.type != SERVICE_UNKNOWN) {
+    const auto found = std::find_if(built_.begin(), built_.end(), [&](const Found& other) {
+      return Identity(other.seen.info) == Identity(service.info);
+    });
     if (found != built_.end()) {
-      builtTimes_[static_cast<std::size_t>(found - built_.begin())] = assembledTime_;
+      found->seen.lastSeen = service.lastSeen;
     } else {
-      built_.push_back(assembled_);
-      builtTimes_.push_back(assembledTime_);
-      builtInstances_.push_back(assembledInstance_);
+      built_.push_back(std::move(assembled_));
     }
   }
   clearAssembled();
@@ -128,7 +130,7 @@ void mDNSQueryService::takeRecord(const mdns_query_result& result) {
   const bool begins = result.entry == mdns_entry_type::answer;
   if (!result.goodbye) {
     addServiceInfo(readProvider(result), begins);
-    if (begins) assembledInstance_ = result.instance;
+    if (begins) assembled_.instance = result.instance;
   } else if (begins) {
     removeInstance(result.instance);
     ignoresGroup_ = true;
@@ -137,53 +139,51 @@ void mDNSQueryService::takeRecord(const mdns_query_result& result) {
 
 void mDNSQueryService::removeInstance(std::string_view instance) {
   commitAssembled();
-  for (std::size_t i = built_.size(); !instance.empty() && i-- > 0;) {
-    if (!NamesEqual(builtInstances_[i], instance)) continue;
-    const auto place = static_cast<std::ptrdiff_t>(i);
-    built_.erase(built_.begin() + place);
-    builtTimes_.erase(builtTimes_.begin() + place);
-    builtInstances_.erase(builtInstances_.begin() + place);
-  }
+  std::erase_if(built_, [&](const Found& found) {
+    return !instance.empty() && NamesEqual(found.instance, instance);
+  });
 }
 
 void mDNSQueryService::addServiceInfo(const DNSServiceInfo& record, bool newService) {
   if (newService) commitAssembled();
   if (ignoresGroup_) return;
-  assembledTime_ = Time::clock::now();
-  if (record.type != SERVICE_UNKNOWN) assembled_.type = record.type;
-  Take(assembled_.ipv4, record.ipv4);
-  Take(assembled_.ipv6, record.ipv6);
-  Take(assembled_.url, record.url);
-  Take(assembled_.ty, record.ty);
-  Take(assembled_.txtvers, record.txtvers);
-  Take(assembled_.id, record.id);
-  Take(assembled_.modules, record.modules);
-  Take(assembled_.os, record.os);
-  if (record.accessMode != 0) assembled_.accessMode = record.accessMode;
+  assembled_.seen.lastSeen = Clock::now();
+  DNSServiceInfo& service = assembled_.seen.info;
+  if (record.type != SERVICE_UNKNOWN) service.type = record.type;
+  Take(service.ipv4, record.ipv4);
+  Take(service.ipv6, record.ipv6);
+  Take(service.url, record.url);
+  Take(service.ty, record.ty);
+  Take(service.txtvers, record.txtvers);
+  Take(service.id, record.id);
+  Take(service.modules, record.modules);
+  Take(service.os, record.os);
+  if (record.accessMode != 0) service.accessMode = record.accessMode;
 }
 
 void mDNSQueryService::endAddServiceInfo() {
   commitAssembled();
+  std::vector<SeenService> now;
+  for (Found& found : built_) now.push_back(std::move(found.seen));
+  const ServiceList list = InfosOf(now);
   // Nobody else changes the published list, so the lock is needed only to change it.
-  const bool changed = ServiceInfosAreDifferent(published_, built_);
-  std::vector<Time> times = builtTimes_;
-  // The same services, in an order of their own.
+  const bool changed = ServiceInfosAreDifferent(InfosOf(published_), list);
+  // The same services, in an order of their own, stay in the one that was published.
   for (std::size_t i = 0; !changed && i < published_.size(); ++i) {
-    const auto found = FindService(built_, published_[i]);
-    times[i] = builtTimes_[static_cast<std::size_t>(found - built_.begin())];
-  }
-  {
+    const auto found = FindService(list, published_[i].info);
+    const Clock::time_point lastSeen = now[static_cast<std::size_t>(found - list.begin())].lastSeen;
     const std::lock_guard lock(listMutex_);
-    publishedTimes_ = std::move(times);
-    if (changed) {
-      published_ = built_;
-      const auto now = Time::clock::now().time_since_epoch();
-      const auto stamp = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
-      // Two changes of one millisecond are still two.
-      changeStamp_ = std::max<std::int64_t>(stamp, changeStamp_ + 1);
-    }
+    published_[i].lastSeen = lastSeen;
   }
-  if (changed && notification_) notification_(built_);
+  if (changed) {
+    const std::lock_guard lock(listMutex_);
+    published_ = std::move(now);
+    const auto time = Clock::now().time_since_epoch();
+    const auto stamp = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
+    // Two changes of one millisecond are still two.
+    changeStamp_ = std::max<std::int64_t>(stamp, changeStamp_ + 1);
+  }
+  if (changed && notification_) notification_(list);
   beginAddServiceInfo();
 }
 

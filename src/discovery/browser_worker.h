@@ -62,7 +62,11 @@ class mDNSQueryService : public mDNSBase {
   void endAddServiceInfo();
 
  private:
-  using Time = std::chrono::system_clock::time_point;
+  struct Found {
+    SeenService seen;
+    std::string instance;  ///< the name of the service instance
+  };
+  static ServiceList InfosOf(const std::vector<SeenService>& services);
 
   /// A record with a lifetime of 0 takes its service off the list.
   void takeRecord(const mdns_query_result& result);
@@ -73,19 +77,13 @@ class mDNSQueryService : public mDNSBase {
   MdnsNetwork& network_;
   Notification notification_;
 
-  // The loop's: what the current cycle found, when and under which instance names, and the service
-  // whose records come in.
-  ServiceList built_;
-  std::vector<Time> builtTimes_;
-  std::vector<std::string> builtInstances_;
-  DNSServiceInfo assembled_;
-  Time assembledTime_;
-  std::string assembledInstance_;
+  // The loop's: what the current cycle found, and the service whose records come in.
+  std::vector<Found> built_;
+  Found assembled_;
   bool ignoresGroup_ = false;  ///< the first record of the group said goodbye
 
   mutable std::mutex listMutex_;
-  ServiceList published_;
-  std::vector<Time> publishedTimes_;
+  std::vector<SeenService> published_;
   std::int64_t changeStamp_ = 0;    ///< milliseconds since the epoch
   std::int64_t reportedStamp_ = 0;  ///< the one that the last reader was told
 };

@@ -1,6 +1,7 @@
 #include "discovery/question_answerer.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace mdns_wrapper {
 namespace {
@@ -133,8 +134,8 @@ void QuestionAnswerer::sendToGroup(const AdvertisedRecords& records, int socket,
   Link& link = links_[socket];
   const Time now = network_.now();
   AdvertisedSet recent;
-  for (std::size_t i = 0; i < kAdvertisedKinds; ++i) {
-    if (now - link.sent[i] < kBetweenMulticasts) recent.add(static_cast<Advertised>(i));
+  for (const Advertised kind : ADVERTISED_KINDS) {
+    if (now - link.sent[kind] < kBetweenMulticasts) recent.add(kind);
   }
   link.waiting = link.waiting | (wanted & recent);
   for (const AdvertisedSet& name : kByName) {
@@ -142,10 +143,9 @@ void QuestionAnswerer::sendToGroup(const AdvertisedRecords& records, int socket,
     const AdvertisedSet additional = AdditionalTo(answer).without(recent);
     collect(records, answer, additional);
     if (answer_.empty()) continue;
-    for (std::size_t i = 0; i < kAdvertisedKinds; ++i) {
-      const auto kind = static_cast<Advertised>(i);
+    for (const Advertised kind : ADVERTISED_KINDS) {
       if (!(answer | additional).has(kind)) continue;
-      link.sent[i] = now;
+      link.sent[kind] = now;
       recent.add(kind);
     }
     logAnswers("multicast");
@@ -169,9 +169,9 @@ void QuestionAnswerer::sendWaiting(const AdvertisedRecords& records) {
 std::optional<QuestionAnswerer::Time> QuestionAnswerer::nextWaiting() const {
   std::optional<Time> next;
   for (const auto& [socket, link] : links_) {
-    for (std::size_t i = 0; i < kAdvertisedKinds; ++i) {
-      if (!link.waiting.has(static_cast<Advertised>(i))) continue;
-      const Time due = link.sent[i] + kBetweenMulticasts;
+    for (const Advertised kind : ADVERTISED_KINDS) {
+      if (!link.waiting.has(kind)) continue;
+      const Time due = link.sent[kind] + kBetweenMulticasts;
       next = next ? std::min(*next, due) : due;
     }
   }
@@ -181,8 +181,8 @@ std::optional<QuestionAnswerer::Time> QuestionAnswerer::nextWaiting() const {
 void QuestionAnswerer::noteAnnouncement(int socket) {
   Link& link = links_[socket];
   const Time now = network_.now();
-  for (std::size_t i = 0; i < kAdvertisedKinds; ++i) {
-    if (static_cast<Advertised>(i) != Advertised::kTypes) link.sent[i] = now;
+  for (const Advertised kind : ADVERTISED_KINDS) {
+    if (kind != Advertised::kTypes) link.sent[kind] = now;
   }
   link.waiting = link.waiting & AdvertisedSet{Advertised::kTypes, Advertised::kText};
 }
@@ -191,8 +191,7 @@ void QuestionAnswerer::collect(const AdvertisedRecords& records, AdvertisedSet a
                                AdvertisedSet additional) {
   answer_.clear();
   additional_.clear();
-  for (std::size_t i = 0; i < kAdvertisedKinds; ++i) {
-    const auto kind = static_cast<Advertised>(i);
+  for (const Advertised kind : ADVERTISED_KINDS) {
     if (!answer.has(kind) && !additional.has(kind)) continue;
     std::vector<mdns_record_t>& list = answer.has(kind) ? answer_ : additional_;
     const RecordList own = records.of(kind);

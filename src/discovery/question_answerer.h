@@ -47,7 +47,6 @@ class QuestionAnswerer {
   void noteAnnouncement(int socket);
 
  private:
-  class Packet;
   static constexpr std::size_t kNames = 4;
 
   /// What a packet asks of one of our names.
@@ -58,7 +57,7 @@ class QuestionAnswerer {
   };
   /// What was sent to the group of a link, and what waits to be.
   struct Link {
-    std::array<Time, kAdvertisedKinds> sent{};
+    ByAdvertised<Time> sent;
     AdvertisedSet waiting;
   };
 
