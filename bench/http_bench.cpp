@@ -1,5 +1,5 @@
-// Commands over HTTP, eight kept-alive connections of another process: a command of the module beside
-// the same program that echoes, and beside a bare echo of the HTTP library on one thread.
+// Commands over HTTP, eight kept-alive connections of another process: a command of the module
+// beside the same program that echoes, and beside a bare echo of the HTTP library on one thread.
 #include <benchmark/benchmark.h>
 
 #include <boost/asio/awaitable.hpp>
@@ -79,16 +79,16 @@ void Load(benchmark::State& state, int port, const char* path) {
 }
 
 void HttpBareEcho(benchmark::State& state) { Load(state, BareEcho::Instance().port(), "/"); }
-BENCHMARK(HttpBareEcho)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(HttpBareEcho)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void HttpEcho(benchmark::State& state) {
   Load(state, RunningServer::Instance().echoPort(), "/echo/");
 }
-BENCHMARK(HttpEcho)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(HttpEcho)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
 
 void HttpCommands(benchmark::State& state) {
   Load(state, RunningServer::Instance().modulePort(), "/qtp/");
 }
-BENCHMARK(HttpCommands)->UseRealTime()->Unit(benchmark::kMillisecond);
+BENCHMARK(HttpCommands)->MeasureProcessCPUTime()->UseRealTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace

@@ -51,9 +51,9 @@ int main(int argc, char** argv) {
   if (argc != 6) Fail("PORT CONNECTIONS REQUESTS PATH BODY");
   const int port = std::atoi(argv[1]);
   const std::string body = argv[5];
-  const std::string request = std::string("POST ") + argv[4] + " HTTP/1.1\r\nHost: 127.0.0.1:" +
-                              argv[1] + "\r\nUser-Agent: load\r\nContent-Length: " +
-                              std::to_string(body.size()) + "\r\n\r\n" + body;
+  const std::string request =
+      std::string("POST ") + argv[4] + " HTTP/1.1\r\nHost: 127.0.0.1:" + argv[1] +
+      "\r\nUser-Agent: load\r\nContent-Length: " + std::to_string(body.size()) + "\r\n\r\n" + body;
   const auto send = [&request](int socket) {
     if (::send(socket, request.data(), request.size(), MSG_NOSIGNAL) !=
         static_cast<ssize_t>(request.size())) {

@@ -20,6 +20,7 @@ RunningServer::RunningServer() {
   if (module_ == nullptr || !module_->Start("bench", 1)) throw std::runtime_error(error);
   handler_ = std::make_unique<host::ModuleHandler>(*module_, connections_, services_, [] {});
   echoPort_ = server_.Open(0, false, echo_).port;
+  workerEchoPort_ = server_.Open(0, false, workerEcho_).port;
   modulePort_ = server_.Open(0, false, *handler_).port;
 }
 

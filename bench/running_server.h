@@ -1,5 +1,5 @@
-// The service without what surrounds it: the server with two handlers, each on a port. One calls the
-// module, the other echoes the text of the command.
+// The service without what surrounds it: the server with two handlers, each on a port. One calls
+// the module, the other echoes the text of the command.
 #pragma once
 
 #include <memory>
@@ -12,10 +12,10 @@ inline constexpr const char* kCommand = R"({"id":"1","method":"GetLocalIP","para
 
 class EchoHandler : public host::CommandHandler {
  public:
-  explicit EchoHandler(host::Connections& connections) : connections_(connections) {}
+  EchoHandler(host::Connections& connections, bool quick)
+      : connections_(connections), quick_(quick) {}
   std::string_view path() const override { return "/echo/"; }
-  /// As the command that it is compared with.
-  bool IsQuick(const host::IncomingCommand&) const override { return true; }
+  bool IsQuick(const host::IncomingCommand&) const override { return quick_; }
   void Run(const host::IncomingCommand& command) override {
     connections_.Deliver(command.connectionId, {command.text, ""});
   }
@@ -24,6 +24,7 @@ class EchoHandler : public host::CommandHandler {
 
  private:
   host::Connections& connections_;
+  const bool quick_;
 };
 
 class RunningServer {
@@ -31,7 +32,10 @@ class RunningServer {
   /// Started by the first call, for all benchmarks of the program.
   static RunningServer& Instance();
   ~RunningServer();
+  /// Echoes where the message was read, as the command runs that it is compared with.
   int echoPort() const { return echoPort_; }
+  /// Echoes on a worker thread, as commands run that are not quick.
+  int workerEchoPort() const { return workerEchoPort_; }
   int modulePort() const { return modulePort_; }
 
  private:
@@ -43,9 +47,11 @@ class RunningServer {
   host::HostServices services_{{}, discovery_};
   std::unique_ptr<host::ModuleLibrary> module_;
   std::unique_ptr<host::ModuleHandler> handler_;
-  EchoHandler echo_{connections_};
+  EchoHandler echo_{connections_, true};
+  EchoHandler workerEcho_{connections_, false};
   host::Door door_{[] { return host::OriginLists(); }};
   host::Server server_{{{}, door_, connections_, [] { return nullptr; }, {}}};
   int echoPort_ = 0;
+  int workerEchoPort_ = 0;
   int modulePort_ = 0;
 };

@@ -37,8 +37,15 @@ void RoundTrips(benchmark::State& state, int port) {
   ws.close(websocket::close_code::normal);
 }
 
-void EchoRoundTrips(benchmark::State& state) { RoundTrips(state, RunningServer::Instance().echoPort()); }
+void EchoRoundTrips(benchmark::State& state) {
+  RoundTrips(state, RunningServer::Instance().echoPort());
+}
 BENCHMARK(EchoRoundTrips)->Threads(8)->UseRealTime();
+
+void WorkerEchoRoundTrips(benchmark::State& state) {
+  RoundTrips(state, RunningServer::Instance().workerEchoPort());
+}
+BENCHMARK(WorkerEchoRoundTrips)->Threads(8)->UseRealTime();
 
 void CommandRoundTrips(benchmark::State& state) {
   RoundTrips(state, RunningServer::Instance().modulePort());

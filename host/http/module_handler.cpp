@@ -24,14 +24,16 @@ signed char SendBack(int connectionId, void* host, const char* text, const void*
 
 }  // namespace
 
-bool ModuleHandler::IsQuick(const IncomingCommand& command) const {
-  // What runs is what the module finds in the text, so the module's own reading decides. A text
-  // that is long takes long to be read, whatever it runs.
+bool IsQuickCommand(std::string_view path, std::string_view text) {
+  // A text that is long takes long to be read, whatever it runs.
   constexpr std::size_t kShort = 4096;
-  if (!own_ || !command.payload.empty()) return false;
-  if (command.path.size() + command.text.size() > kShort) return false;
-  const CommandEntry* entry = FindCommand(FindFunctionName(command.path, command.text));
+  if (path.size() + text.size() > kShort) return false;
+  const CommandEntry* entry = FindCommand(FindFunctionName(path, text));
   return entry != nullptr && entry->isQuick;
+}
+
+bool ModuleHandler::IsQuick(const IncomingCommand& command) const {
+  return own_ && command.payload.empty() && IsQuickCommand(command.path, command.text);
 }
 
 void ModuleHandler::Run(const IncomingCommand& command) {

@@ -13,6 +13,10 @@
 
 namespace host {
 
+/// Whether a command of our own module may run on a thread that serves sockets. What runs is what
+/// the module finds in the text, so the module's own reading decides. Any thread may call.
+bool IsQuickCommand(std::string_view path, std::string_view text);
+
 class ModuleHandler : public CommandHandler {
  public:
   /// All outlive the handler. `restart` is called when a module asked for it, with the first reply
