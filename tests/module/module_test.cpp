@@ -71,6 +71,7 @@ TEST(Module, TellsWhoItIsStartsAndStops) {
   EXPECT_STREQ(description, "hvasm2_17300531");
   EXPECT_EQ(module.GetPorts(0, &plain) + module.GetPorts(0x80, &secure), 2);
   EXPECT_EQ(std::pair(plain, secure), std::pair(18625u, 18626u));
+  fs::remove_all(WorkFolder() + "log");
   for (const unsigned int action : {1, 5}) EXPECT_FALSE(module.DoAction(action, "x", "y", 1));
   EXPECT_FALSE(fs::exists(WorkFolder() + "log"));
   EXPECT_TRUE(module.DoAction(0, nullptr, nullptr, 1));

@@ -30,6 +30,30 @@ TEST_F(WholeFile, ComesBackWholeWhateverItsSize) {
   EXPECT_EQ(ReadWholeFile(file_.c_str(), &read), EINVAL);
   EXPECT_EQ(Write("x"), EINVAL);
   EXPECT_EQ(read.size(), 1'000'000u) << "a failure changes nothing";
+  for (const std::size_t size : {0, 16383, 16384, 16385}) {
+    Spit(longName, std::string(size, 'b'));
+    EXPECT_EQ(FileView(longName.c_str()).text(), std::string(size, 'b'));
+  }
+  for (const char* none :
+       {file_.c_str(), folder_.path().c_str(), static_cast<const char*>(nullptr)}) {
+    EXPECT_EQ(FileView(none).text(), "");
+  }
+}
+
+TEST_F(WholeFile, ALockFileIsItsOwnersAndHasOneHolder) {
+  const auto now = std::chrono::steady_clock::now();
+  Descriptor first, second;
+  EXPECT_EQ(OpenLocked(file_, now, &first), 0);
+  EXPECT_EQ(fs::status(file_).permissions(), fs::perms(0600));
+  EXPECT_EQ(OpenLocked(file_, now, &second), EWOULDBLOCK);
+  fs::remove(file_);
+  EXPECT_FALSE(IsNamed(file_.c_str(), first.get()));
+  EXPECT_EQ(OpenLocked(file_, now, &second), 0) << "the lock on a file that is gone is no lock";
+  second = Descriptor();
+  fs::remove(file_);
+  fs::create_symlink("elsewhere", file_);
+  EXPECT_EQ(OpenLocked(file_, now, &second), ELOOP);
+  EXPECT_FALSE(fs::exists(folder_ / "elsewhere"));
 }
 
 TEST_F(WholeFile, WritingKeepsModeAndLinks) {

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -103,8 +104,19 @@ TEST(ChildProcess, LeavesNoZombieAndOutlivesItsStarter) {
     EXPECT_EQ(child.Start({"true"}), EBUSY);
     EXPECT_FALSE(child.EndsWithin(std::chrono::milliseconds(20)));
     ASSERT_TRUE(WaitUntil([&] { return fs::exists(mark); }));
+    EXPECT_EQ(::getsid(pid()), pid()) << "an interrupt for the service would end it";
   }
   EXPECT_EQ(::kill(pid(), SIGKILL), 0) << "it did not outlive its starter";
+}
+
+TEST(ChildProcess, GetsTheUsualSignalsOrSaysWhyItDoesNotRun) {
+  const auto before = std::signal(SIGPIPE, SIG_IGN);
+  ChildProcess child;
+  EXPECT_FALSE(child.Running());
+  EXPECT_EQ(child.Start({"/no/such/program"}), ENOENT);
+  EXPECT_EQ(child.Start({"sh", "-c", "kill -PIPE $$; sleep 60"}), 0);
+  EXPECT_TRUE(WaitUntil([&] { return !child.Running(); }));
+  std::signal(SIGPIPE, before);
 }
 
 }  // namespace
