@@ -60,13 +60,23 @@ int SizeOf(int descriptor, off_t* size) {
   return 0;
 }
 
+/// Runs `work`, which returns an errno, and returns ENOMEM where it has no memory.
+template <class Work>
+int WithinMemory(Work work) {
+  try {
+    return work();
+  } catch (const std::exception&) {
+    return ENOMEM;
+  }
+}
+
 /// Appends a file's content from its position to its end, which a read of nothing tells, not a
 /// short one. Returns 0 or an errno.
 int ReadToEnd(int descriptor, std::string* content) {
   off_t fileSize = 0;
   if (const int error = SizeOf(descriptor, &fileSize)) return error;
   const auto size = static_cast<std::size_t>(fileSize);
-  try {
+  return WithinMemory([&] {
     content->reserve(size + kLeastRead);
     for (;;) {
       const std::size_t end = content->size();
@@ -77,9 +87,7 @@ int ReadToEnd(int descriptor, std::string* content) {
       content->resize(end + static_cast<std::size_t>(count));
       if (count == 0) return 0;
     }
-  } catch (const std::exception&) {
-    return ENOMEM;
-  }
+  });
 }
 
 int CopyRest(int source, int target) {
@@ -106,12 +114,8 @@ std::string_view Start(std::string_view name, std::size_t length) {
 /// something else stands there or somebody keeps it locked, a name that nobody else knows serves.
 class Replacement {
  public:
-  explicit Replacement(const std::string& target) : target_(target) {
-    const std::size_t name = target.rfind('/') + 1;  // 0 when there is no '/'
-    stem_ = target.substr(0, name) + ".";
-    stem_ += Start(std::string_view(target).substr(name), kNameLength);
-    path_ = stem_ + kEnding;
-  }
+  explicit Replacement(const std::string& target)
+      : target_(target), path_(HiddenBeside(target, kEnding)) {}
   Replacement(const Replacement&) = delete;
   Replacement& operator=(const Replacement&) = delete;
   ~Replacement() {
@@ -126,7 +130,7 @@ class Replacement {
       if (file_ && KeepsNameLocked(end)) return 0;
       file_ = Descriptor();
     } while (RemoveLeftBehind(end) && std::chrono::steady_clock::now() < end);
-    path_ = stem_ + "." + MakeIdentifier().data() + kEnding;
+    path_ = HiddenBeside(target_, std::string(".") + MakeIdentifier().data() + kEnding);
     file_ = Create(mode);
     return file_ ? 0 : errno;
   }
@@ -143,9 +147,6 @@ class Replacement {
   using Time = std::chrono::steady_clock::time_point;
   static constexpr std::chrono::seconds kPatience{1};
   static constexpr const char* kEnding = ".replacement";
-  /// Leaves room for what is added below the usual limit of 255; targets whose names agree in so
-  /// many characters merely take turns with each other.
-  static constexpr std::size_t kNameLength = 200;
 
   Descriptor Create(mode_t mode) const {
     return Descriptor(
@@ -158,28 +159,34 @@ class Replacement {
     return LockUntil(end, file_.get()) != EWOULDBLOCK && IsNamed(path_.c_str(), file_.get());
   }
 
-  /// Waits for the other writer and removes what it has left. False when that cannot be done.
+  /// Waits for the other writer and removes what it has left. False when that cannot be done, and
+  /// for another account's file, which may be locked for ever.
   bool RemoveLeftBehind(Time end) const {
     const Descriptor other(::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
     if (!other) return errno == ENOENT;
+    struct stat status {};
+    if (::fstat(other.get(), &status) != 0 || status.st_uid != ::geteuid()) return false;
     return LockUntil(end, other.get()) == 0 &&
            (!IsNamed(path_.c_str(), other.get()) || ::unlink(path_.c_str()) == 0);
   }
 
   std::string target_;
-  std::string stem_;
   std::string path_;
   Descriptor file_;
 };
 
-/// Gives the new file the old one's owner, where rights allow, and mode; in this order, because a
-/// change of owner may clear bits of the mode.
+/// Gives the new file the old one's owner and group, where rights allow, and mode; in this order,
+/// because a change of owner may clear bits of the mode.
 int TakeOver(int descriptor, const struct stat& old) {
+  constexpr uid_t kSameOwner = static_cast<uid_t>(-1);
   struct stat now {};
   if (::fstat(descriptor, &now) != 0) return errno;
-  if ((now.st_uid != old.st_uid || now.st_gid != old.st_gid) &&
-      ::fchown(descriptor, old.st_uid, old.st_gid) != 0 && errno != EPERM) {
-    return errno;
+  if (now.st_uid != old.st_uid || now.st_gid != old.st_gid) {
+    // Only root may give a file away; its owner may give it to any group of their own.
+    if (::fchown(descriptor, old.st_uid, old.st_gid) != 0 &&
+        ::fchown(descriptor, kSameOwner, old.st_gid) != 0 && errno != EPERM) {
+      return errno;
+    }
   }
   return ::fchmod(descriptor, old.st_mode & kModeBits) == 0 ? 0 : errno;
 }
@@ -195,7 +202,6 @@ int CheckOld(const std::string& target, struct stat* old) {
 /// The one way in which a file is replaced; `write` fills a descriptor and returns 0 or an errno.
 template <class Write>
 int Replace(const char* path, mode_t modeIfNew, Flush flush, Write write) {
-  if (path == nullptr) return EINVAL;
   const std::string target = FollowLinks(path);
   struct stat old {};
   const int found = CheckOld(target, &old);
@@ -213,6 +219,20 @@ int Replace(const char* path, mode_t modeIfNew, Flush flush, Write write) {
     if (const int error = os::FlushToDisk(file)) return error;
   }
   return replacement.MoveToTarget();
+}
+
+/// Writes from the start of a file that is there, and cuts it behind that.
+template <class Write>
+int Overwrite(const char* path, Write write) {
+  if (path == nullptr) return EINVAL;
+  const Descriptor file(::open(path, O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+  if (!file) return errno;
+  off_t size = 0;
+  if (const int error = SizeOf(file.get(), &size)) return error;
+  if (const int error = write(file.get())) return error;
+  const off_t end = ::lseek(file.get(), 0, SEEK_CUR);
+  if (end < 0 || ::ftruncate(file.get(), end) != 0) return errno;
+  return os::FlushToDisk(file.get());
 }
 
 }  // namespace
@@ -294,11 +314,41 @@ int OpenWholeFile(const char* path, Descriptor* file, off_t* size) {
 }
 
 int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew, Flush flush) {
-  return Replace(path, modeIfNew, flush, [&](int file) { return WriteAll(file, content); });
+  if (path == nullptr) return EINVAL;
+  return WithinMemory([&] {
+    return Replace(path, modeIfNew, flush, [&](int file) { return WriteAll(file, content); });
+  });
 }
 
 int WriteWholeFile(const char* path, const Descriptor& content, mode_t modeIfNew, Flush flush) {
-  return Replace(path, modeIfNew, flush, [&](int file) { return CopyRest(content.get(), file); });
+  if (path == nullptr) return EINVAL;
+  return WithinMemory([&] {
+    return Replace(path, modeIfNew, flush, [&](int file) { return CopyRest(content.get(), file); });
+  });
+}
+
+int OverwriteFile(const char* path, std::string_view content) {
+  return Overwrite(path, [&](int file) { return WriteAll(file, content); });
+}
+
+int OverwriteFile(const char* path, const Descriptor& content) {
+  return WithinMemory(
+      [&] { return Overwrite(path, [&](int file) { return CopyRest(content.get(), file); }); });
+}
+
+bool MayBeTheFolder(int error) {
+  // EPERM: a folder whose files only their owners may replace. EBUSY: a file that is a mount point.
+  return error == EACCES || error == EPERM || error == EBUSY || error == EROFS;
+}
+
+std::string HiddenBeside(const std::string& path, std::string_view ending) {
+  // Leaves room for the ending below the usual limit of 255. Files whose names agree in so many
+  // characters merely share what belongs to them.
+  constexpr std::size_t kNameLength = 180;
+  const std::size_t name = path.rfind('/') + 1;  // 0 when there is no '/'
+  std::string hidden = path.substr(0, name) + ".";
+  hidden += Start(std::string_view(path).substr(name), kNameLength);
+  return hidden += ending;
 }
 
 int LockUntil(std::chrono::steady_clock::time_point end, int descriptor) {
@@ -322,7 +372,8 @@ bool IsNamed(const char* path, int descriptor) {
 int OpenLocked(const std::string& path, std::chrono::steady_clock::time_point end,
                Descriptor* file) {
   do {
-    Descriptor opened(::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600));
+    Descriptor opened(
+        ::open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
     if (!opened) return errno;
     if (const int error = LockUntil(end, opened.get())) return error;
     if (IsNamed(path.c_str(), opened.get())) {

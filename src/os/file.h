@@ -96,19 +96,33 @@ enum class Flush { ToDisk, Later };
 
 /// Replaces a file's content so that every other reader has either the old content or the new (and,
 /// with Flush::ToDisk, so has the disk after a crash): a temporary file in the same folder, which
-/// must be writable, is written and renamed. An existing file keeps its mode (and its owner where
-/// rights allow), a link is followed, a file that the caller may not write and anything that is no
-/// file is refused. Returns 0 or an errno; on failure the old file is as it was and no temporary
-/// file stays. A writer that is killed in the act may leave one, ".<name>.replacement", which the
-/// next write of the same file removes; so at most one lies beside a file, ever. Any thread and
-/// process may call; writers of one file take turns. A writer that cannot have that name within a
-/// second, because of something that it cannot lock or remove, uses a random one beside it.
+/// must be writable, is written and renamed. An existing file keeps its mode (and its owner and
+/// group where rights allow), a link is followed, a file that the caller may not write and anything
+/// that is no file is refused. Returns 0 or an errno; on failure the old file is as it was and no
+/// temporary file stays. A writer that is killed in the act may leave one, ".<name>.replacement",
+/// which the next write of the same file removes; so at most one lies beside a file, ever. Any
+/// thread and process may call; writers of one file take turns. A writer that cannot have that
+/// name, because another account's file has it or its own account's is locked for a second, uses a
+/// random one.
 int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew,
                    Flush flush = Flush::ToDisk);
 
 /// The same with a file's content from its position on, piece by piece: memory does not grow with
 /// the file.
 int WriteWholeFile(const char* path, const Descriptor& content, mode_t modeIfNew, Flush flush);
+
+/// Writes over a file that must be there, for a file whose folder may not be written: a reader may
+/// see a part until this returns, and an end in between leaves a part. Returns 0 or an errno.
+int OverwriteFile(const char* path, std::string_view content);
+/// The same with a file's content from its position on.
+int OverwriteFile(const char* path, const Descriptor& content);
+/// Whether what WriteWholeFile returned may mean that only the folder kept it from writing, so that
+/// OverwriteFile can help.
+bool MayBeTheFolder(int error);
+
+/// The name of a file that belongs to another one and lies beside it: ".<name><ending>", where a
+/// long name is cut.
+std::string HiddenBeside(const std::string& path, std::string_view ending);
 
 /// Opens a file for reading and tells its size. Returns 0, or an errno with both untouched; a
 /// folder is EISDIR, a pipe or a device EINVAL.

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -164,7 +165,10 @@ BOOL CopyFile(const char* source, const char* target, BOOL) {
   off_t size = 0;
   if (OpenWholeFile(source, &content, &size) != 0) return 1;
   if (size == 0) return 0;
-  const int error = WriteWholeFile(target, content, kCopiedFileMode, Flush::Later);
+  int error = WriteWholeFile(target, content, kCopiedFileMode, Flush::Later);
+  if (MayBeTheFolder(error) && ::lseek(content.get(), 0, SEEK_SET) == 0) {
+    error = OverwriteFile(target, content);
+  }
   if (error != 0) errno = error;
   return error == 0;
 }
@@ -189,25 +193,29 @@ BOOL GetFileTime(const char* path, _FILETIME*, _FILETIME*, _FILETIME* written) {
   return 1;
 }
 
-std::string MakeSureFileCanBeWritten(const char* folder, const char* fileName) {
+std::string MakeSureFileCanBeWritten(const char* folder, const char* fileName) try {
   const std::string name = fileName;
   std::string path = folder + name;
   if (OpenFile(path.c_str(), O_RDWR | O_CREAT | O_APPEND)) return path;
   const std::size_t dot = name.rfind('.');
   if (dot == name.npos) return path;
   return folder + name.substr(0, dot) + "(" + std::to_string(std::rand()) + ")" + name.substr(dot);
+} catch (const std::exception&) {
+  return {};
 }
 
 BOOL CreateDirectory(const char* path, void*) { return ::mkdir(path, kFolderMode) == 0; }
 
-BOOL RemoveDir(const char* path) {
+BOOL RemoveDir(const char* path) try {
   if (path == nullptr) return 0;
   std::string folder = path;
   RTrim(folder, "/");  // "/" itself becomes "", which is no folder
   return Remove(FolderWalk(folder.c_str()));
+} catch (const std::exception&) {
+  return 0;
 }
 
-bool RemoveUndeletedDir(const char* path) {
+bool RemoveUndeletedDir(const char* path) try {
   if (path == nullptr) return false;
   std::string parent = std::string(path).substr(0, kMaxPath);
   RTrim(parent, "/");
@@ -228,6 +236,8 @@ bool RemoveUndeletedDir(const char* path) {
     if (LastChangedOnEarlierDay(changed, today)) Remove(FolderWalk(folder, entry));
   }
   return true;
+} catch (const std::exception&) {
+  return false;
 }
 
 void DeleteFileOrDir(const char* path) {

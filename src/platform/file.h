@@ -53,9 +53,10 @@ BOOL ReadFileByName(const char* path, unsigned char** buffer, DWORD* length);
 BOOL ReadFileByNameEx(const char* path, DWORD maxBytes, unsigned char** buffer, DWORD* length);
 
 /// Replaces `target` by a copy of `source` in one step: a program that has the old target open or
-/// mapped keeps it whole. The copy reaches the disk when the system writes it there. `failIfExists`
-/// is ignored. Returns 1; 0 when the source is empty or the target, or its folder, cannot be
-/// written. A source that cannot be read counts as nothing to copy: 1.
+/// mapped keeps it whole. The copy reaches the disk when the system writes it there. A target in a
+/// folder that may not be written is written over instead. `failIfExists` is ignored. Returns 1; 0
+/// when the source is empty or the target cannot be written. A source that cannot be read counts as
+/// nothing to copy: 1.
 BOOL CopyFile(const char* source, const char* target, BOOL failIfExists);
 BOOL DeleteFile(const char* path);
 /// -1 for nothing there or an empty path, FILE_ATTRIBUTE_DIRECTORY for a folder, else 0.
@@ -66,7 +67,7 @@ BOOL SetFileAttributes(const char* path, DWORD attributes);
 /// 32 bits; nothing is filled when the path cannot be seen. Returns 1 always.
 BOOL GetFileTime(const char* path, _FILETIME* created, _FILETIME* accessed, _FILETIME* written);
 /// folder + fileName when that file can be opened for appending, which creates it. Otherwise a name
-/// with a random number in parentheses before its extension, if it has one.
+/// with a random number in parentheses before its extension, if it has one; "" without memory.
 std::string MakeSureFileCanBeWritten(const char* folder, const char* fileName);
 
 /// Makes one folder; its parent must exist. Returns 1, or 0 on failure and when the path exists.
@@ -79,7 +80,7 @@ BOOL CreateDirectory(const char* path, void* security);
 BOOL RemoveDir(const char* path);
 /// Removes, as RemoveDir does, the subfolders of the path's parent that were last changed on an
 /// earlier day: in an earlier year or month, or two days or more ago in this month. Returns false
-/// only for null and for a path without a parent.
+/// only for null, for a path without a parent and without memory.
 bool RemoveUndeletedDir(const char* path);
 /// Removes a file or a link, or sweeps a folder with RemoveDir and RemoveUndeletedDir. Nothing
 /// there is fine.
