@@ -187,7 +187,9 @@ void IniFile<Char, Less>::Load(std::basic_istream<Char>& stream, bool merge) {
   if (!merge) RemoveAllSections();
   Builder<IniFile> builder{*this};
   String line;
-  while (std::getline(stream, line)) ini::VisitLine(View(line), builder);
+  for (bool isFirst = true; std::getline(stream, line); isFirst = false) {
+    ini::VisitLine(isFirst ? ini::WithoutMark(View(line)) : View(line), builder);
+  }
 }
 
 template <class Char, class Less>

@@ -81,8 +81,20 @@ void VisitLine(std::basic_string_view<Char> line, Visitor& visitor) {
   visitor.OnKey(line.substr(0, equals), line.substr(equals + 1));
 }
 
+/// What some editors put before the first line of a narrow file, and what is no part of that line.
+inline constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+
+template <class Char>
+constexpr std::basic_string_view<Char> WithoutMark(std::basic_string_view<Char> text) {
+  if constexpr (std::is_same_v<Char, char>) {
+    if (text.starts_with(kByteOrderMark)) text.remove_prefix(kByteOrderMark.size());
+  }
+  return text;
+}
+
 template <class Char, class Visitor>
 void VisitLines(std::basic_string_view<Char> text, Visitor& visitor) {
+  text = WithoutMark(text);
   while (!text.empty()) {
     const auto end = text.find(Char('\n'));
     VisitLine(text.substr(0, end), visitor);
@@ -226,7 +238,8 @@ class IniFile {
   IniFile& operator=(const IniFile&) = delete;
 
   /// Reads a text into the model, which is cleared first unless `merge` is set. Values that are
-  /// there already are overwritten by the text's.
+  /// there already are overwritten by the text's. A byte order mark before a narrow text is
+  /// skipped.
   void Parse(View text, bool merge = false);
   /// The model as text: sections and keys in their order, LF line ends, no comments.
   String Text() const;

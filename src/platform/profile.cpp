@@ -1,10 +1,12 @@
 #include "platform/profile.h"
 
-#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <exception>
 #include <string>
 
 #include "os/file.h"
@@ -38,25 +40,28 @@ std::string OneLine(std::string_view text) {
   return line;
 }
 
-/// Keeps other writers of settings out of the file's folder. A lock on the folder leaves nothing
-/// behind, however the writer ends. Where the file system has no locks, there is none to wait for.
-/// Returns 0, or EWOULDBLOCK when another holder kept it all the time.
-int LockFolderOf(const std::string& file, Descriptor* lock) {
-  constexpr std::chrono::seconds kPatience(4);
-  const std::size_t slash = file.rfind('/');
-  const std::string folder = slash == file.npos ? "." : file.substr(0, slash + 1);
-  *lock = Descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!*lock) return 0;  // the write itself tells what is wrong with the folder
-  const int error = LockUntil(std::chrono::steady_clock::now() + kPatience, lock->get());
-  return error == EWOULDBLOCK ? error : 0;
+/// Another account's file of that name is no lock of ours: it could be locked for ever.
+bool IsAnothers(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && status.st_uid != ::geteuid();
 }
 
-int Store(std::string_view section, const std::function<ProfileTexts(const ProfileReader&)>& change,
-          const char* file) {
+int Write(const std::string& target, const std::string& text, std::size_t oldSize) {
+  const int error = WriteWholeFile(target.c_str(), text, kNewFileMode);
+  if (!MayBeTheFolder(error)) return error;
+  // Blank lines up to the old end first: whoever looks in between, or after an end in between, sees
+  // no rest of the old text behind the new.
+  std::string padded = text;
+  padded.resize(std::max(text.size(), oldSize), '\n');
+  const int inPlace = OverwriteFile(target.c_str(), padded);
+  if (inPlace == ENOENT) return error;
+  return inPlace == 0 && padded.size() > text.size() ? OverwriteFile(target.c_str(), text)
+                                                     : inPlace;
+}
+
+int Store(std::string_view section, const ProfileChange& change, const char* file) {
   if (file == nullptr) return EINVAL;
   const std::string target = FollowLinks(file);
-  Descriptor lock;
-  if (const int busy = LockFolderOf(target, &lock)) return busy;
   std::string content;
   const int error = ReadWholeFile(target.c_str(), &content);
   if (error != 0 && error != ENOENT) return error;
@@ -74,10 +79,22 @@ int Store(std::string_view section, const std::function<ProfileTexts(const Profi
     if (!ReadsBack(key, value)) return EINVAL;
     stored->SetKeyValue(key, value);
   }
-  return WriteWholeFile(target.c_str(), model.Text(), kNewFileMode);
+  const std::string_view mark = content.starts_with(ini::kByteOrderMark) ? ini::kByteOrderMark : "";
+  return Write(target, std::string(mark) + model.Text(), content.size());
 }
 
 }  // namespace
+
+ProfileLock::ProfileLock(const char* file) {
+  constexpr std::chrono::seconds kPatience(4);
+  if (file == nullptr) return;
+  try {
+    const std::string path = HiddenBeside(FollowLinks(file), ".lock");
+    if (!IsAnothers(path)) OpenLocked(path, std::chrono::steady_clock::now() + kPatience, &held_);
+  } catch (const std::exception&) {
+    held_ = Descriptor();  // without memory there is no write either
+  }
+}
 
 DWORD GetPrivateProfileStringA(const char* section, const char* key, const char* defaultValue,
                                char* buffer, DWORD size, const char* file) {
@@ -101,16 +118,27 @@ BOOL WritePrivateProfileStringA(const char* section, const char* key, const char
 
 BOOL WritePrivateProfileEntries(const char* section, std::span<const ProfileEntry> entries,
                                 const char* file) {
-  ProfileTexts texts;
-  for (const ProfileEntry& entry : entries) texts.emplace_back(entry.key, entry.value);
   return ChangePrivateProfile(
-      section, [&](const ProfileReader&) { return texts; }, file);
+      section,
+      [entries](const ProfileReader&) {
+        ProfileTexts texts;
+        for (const ProfileEntry& entry : entries) texts.emplace_back(entry.key, entry.value);
+        return texts;
+      },
+      file);
 }
 
-BOOL ChangePrivateProfile(const char* section,
-                          const std::function<ProfileTexts(const ProfileReader&)>& change,
-                          const char* file) {
-  const int error = Store(View(section), change, file);
+BOOL ChangePrivateProfile(const char* section, const ProfileChange& change, const char* file) {
+  return ChangePrivateProfile(section, change, file, ProfileLock(file));
+}
+
+BOOL ChangePrivateProfile(const char* section, const ProfileChange& change, const char* file,
+                          const ProfileLock&) {
+  int error = ENOMEM;
+  try {
+    error = Store(View(section), change, file);
+  } catch (const std::exception&) {
+  }
   if (error == 0) return 1;
   errno = error;
   return 0;

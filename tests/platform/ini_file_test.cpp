@@ -11,6 +11,7 @@ using namespace std::string_literals;
 TEST(IniFile, GrammarDecidesWhatIsKeptAndInWhichOrder) {
   for (const auto& [what, text, kept] : Table<const char*, std::string, std::string>{
            {"keys before a header are dropped", "a=1\n[S]\nb=2", "[S]\nb=2\n"},
+           {"a byte order mark", "\xEF\xBB\xBF[S]\na=1\n\xEF\xBB\xBF[T]\n", "[S]\na=1\n"},
            {"CRLF and blanks", "\t[ S ]\r\na=1\r\n b = 2 \r\n\r\n", "[S]\na=1\nb= 2 \n"},
            {"blanks behind a header keep its bracket", "[abc]  \nk=1\n", "[abc]]\nk=1\n"},
            {"equals signs", "[S]\n=x\n =y\na=b=c\nkey=\n", "[S]\na=b=c\nkey=\n"},
