@@ -14,7 +14,7 @@
 #include "environment/paths.h"
 #include "os/text.h"
 #include "platform/diagnostics.h"
-#include "platform/profile.h"
+#include "platform/profile_view.h"
 #include "platform/text.h"
 #include "platform/thread.h"
 
@@ -35,69 +35,77 @@ CAsyncLogging& TheLog() {
 constinit std::atomic<bool> g_closed{false};
 
 struct LogCloser {
-  LogCloser() { ConfigurationLock(); }  // made before, and so destroyed after, this object
   ~LogCloser() {
     g_closed = true;
     TheLog().Close();
   }
 } g_logCloser;
 
-// The error code of the moment of the call, given back to the caller at the end: a log line reads
-// files and must not change what its caller is about to look at.
-class ErrnoKeeper {
+// One number of the section "QV": `other` when it is missing or empty.
+int Number(const ProfileView& settings, const char* key, int other) {
+  char digits[64] = "";
+  const std::string_view value = settings.Find(DEFAULT_SECTION, key, "");
+  value.copy(digits, sizeof digits - 2);
+  return value.empty() ? other : TextToInt(digits);
+}
+
+int Filter(const ProfileView& settings) { return Number(settings, "LogLevel", LOG_LEVEL_NULL); }
+
+// One call of a logging function: whether its line is kept, and what the line tells of the moment
+// of the call. One look at the configuration file tells the filter and the work mode. At the end
+// errno is the caller's again.
+class LogCall {
  public:
-  ~ErrnoKeeper() { errno = saved_; }
-  int saved() const { return saved_; }
+  explicit LogCall(int level) : error_(errno), level_(level) {
+    const bool isFull = GetFullLogging();
+    if (IsReceivedAnyway()) {
+      isKept_ = true;
+    } else if (!g_closed && (!isFull || (LOG_LEVEL_FULL & level) != 0)) {
+      const ProfileView settings(GetInitFileCString());
+      isKept_ = isFull || (Filter(settings) & level) != 0;
+      if (isKept_) serviceMode_ = Number(settings, "WorkMode", 0);
+    }
+  }
+  ~LogCall() { errno = error_; }
+  LogCall(const LogCall&) = delete;
+  LogCall& operator=(const LogCall&) = delete;
+
+  bool IsKept() const { return isKept_; }
+  bool IsError() const { return (level_ & LOG_LEVEL_ERROR) != 0; }
+  int level() const { return level_; }
+  int error() const { return error_; }
+  LogLineHead Head() const {
+    static const int process = static_cast<int>(GetCurrentProcessId());
+    return {process, static_cast<int>(GetCurrentThreadId()), GetLogTypeStr(level_),
+            static_cast<int>(GetProcessMode()), serviceMode_};
+  }
 
  private:
-  const int saved_ = errno;
+  bool IsReceivedAnyway() const { return IsError() && HasLogReceiver(); }
+
+  const int error_;
+  const int level_;
+  int serviceMode_ = 0;
+  bool isKept_ = false;
 };
 
-// One number of the configuration file, section "QV". The file is read on every call.
-int ReadNumber(const char* key, const char* def, int valueIfEmpty) {
-  char text[64];
-  DWORD length;
-  {
-    const ReadHold hold(ConfigurationLock());
-    length = GetPrivateProfileStringA("QV", key, def, text, sizeof text, GetInitFileCString());
-  }
-  return length == 0 ? valueIfEmpty : TextToInt(text);
-}
-
-bool IsKept(int level) noexcept {
-  if ((level & LOG_LEVEL_ERROR) != 0 && HasLogReceiver()) return true;
-  try {
-    return !g_closed && (GetLogLevel() & level) != 0;
-  } catch (const std::exception&) {  // out of memory
-    return false;
-  }
-}
-
-LogLineHead HeadFor(int level) {
-  static const int process = static_cast<int>(GetCurrentProcessId());
-  return {process, static_cast<int>(GetCurrentThreadId()), GetLogTypeStr(level),
-          static_cast<int>(GetProcessMode()), ReadNumber("WorkMode", "0", 0)};
-}
-
-int Give(LogReceiver receiver, int level, std::string_view text, std::string_view data, int error) {
+int Give(LogReceiver receiver, const LogCall& call, std::string_view text, std::string_view data) {
   std::string line(text);
-  if ((level & LOG_LEVEL_ERROR) != 0 && error != 0) {
-    line += " GetLastError = " + std::to_string(error);
+  if (call.IsError() && call.error() != 0) {
+    line += " GetLastError = " + std::to_string(call.error());
   }
-  receiver(level, line.append(data));
+  receiver(call.level(), line.append(data));
   return 1;
 }
 
-// Builds an entry and queues it; the filter has been asked already.
-int Queue(int level, std::string_view text, std::string_view data, bool hasData, int error) {
+// Builds the entry of a call that is kept and queues it.
+int Queue(const LogCall& call, std::string_view text, std::string_view data, bool hasData) {
   try {
-    if (const LogReceiver receiver = g_receiver) return Give(receiver, level, text, data, error);
+    if (const LogReceiver receiver = g_receiver) return Give(receiver, call, text, data);
     char prefixBytes[LOG_PREFIX_BYTES];
-    const std::string_view prefix = FormatLogPrefix(prefixBytes, HeadFor(level));
+    const std::string_view prefix = FormatLogPrefix(prefixBytes, call.Head());
     char code[48] = "";
-    if ((level & LOG_LEVEL_ERROR) != 0) {
-      std::snprintf(code, sizeof code, " GetLastError = %d", error);
-    }
+    if (call.IsError()) std::snprintf(code, sizeof code, " GetLastError = %d", call.error());
     const std::string_view end = hasData ? "\n" : "";
     return TheLog().Log({prefix, text, code, "\n", data, end}, GetLogFileCString()) ? 1 : 0;
   } catch (const std::exception&) {
@@ -105,8 +113,8 @@ int Queue(int level, std::string_view text, std::string_view data, bool hasData,
   }
 }
 
-__attribute__((format(printf, 2, 0))) int FormatAndQueue(int level, const char* format,
-                                                         std::va_list arguments, int error) {
+__attribute__((format(printf, 2, 0))) int FormatAndQueue(const LogCall& call, const char* format,
+                                                         std::va_list arguments) {
   if (format == nullptr) return 0;
   char shortText[1024];
   std::va_list again;
@@ -114,12 +122,12 @@ __attribute__((format(printf, 2, 0))) int FormatAndQueue(int level, const char* 
   const int length = std::vsnprintf(shortText, sizeof shortText, format, arguments);
   int result = 0;
   if (length >= 0 && static_cast<std::size_t>(length) < sizeof shortText) {
-    result = Queue(level, {shortText, static_cast<std::size_t>(length)}, {}, false, error);
+    result = Queue(call, {shortText, static_cast<std::size_t>(length)}, {}, false);
   } else if (length > 0) {
     try {
       std::string text(static_cast<std::size_t>(length), '\0');
       std::vsnprintf(text.data(), text.size() + 1, format, again);
-      result = Queue(level, text, {}, false, error);
+      result = Queue(call, text, {}, false);
     } catch (const std::exception&) {
       result = 0;
     }
@@ -131,31 +139,31 @@ __attribute__((format(printf, 2, 0))) int FormatAndQueue(int level, const char* 
 }  // namespace
 
 int LogErr(const char* format, ...) {
-  const ErrnoKeeper error;
-  if (!IsKept(LOG_LEVEL_ERROR)) return 0;
+  const LogCall call(LOG_LEVEL_ERROR);
+  if (!call.IsKept()) return 0;
   std::va_list arguments;
   va_start(arguments, format);
-  const int result = FormatAndQueue(LOG_LEVEL_ERROR, format, arguments, error.saved());
+  const int result = FormatAndQueue(call, format, arguments);
   va_end(arguments);
   return result;
 }
 
 int LogInfo(const char* format, ...) {
-  const ErrnoKeeper error;
-  if (!IsKept(LOG_LEVEL_INFO)) return 0;
+  const LogCall call(LOG_LEVEL_INFO);
+  if (!call.IsKept()) return 0;
   std::va_list arguments;
   va_start(arguments, format);
-  const int result = FormatAndQueue(LOG_LEVEL_INFO, format, arguments, error.saved());
+  const int result = FormatAndQueue(call, format, arguments);
   va_end(arguments);
   return result;
 }
 
 int LogDebug(const char* format, ...) {
-  const ErrnoKeeper error;
-  if (!IsKept(LOG_LEVEL_DEBUG)) return 0;
+  const LogCall call(LOG_LEVEL_DEBUG);
+  if (!call.IsKept()) return 0;
   std::va_list arguments;
   va_start(arguments, format);
-  const int result = FormatAndQueue(LOG_LEVEL_DEBUG, format, arguments, error.saved());
+  const int result = FormatAndQueue(call, format, arguments);
   va_end(arguments);
   return result;
 }
@@ -165,15 +173,15 @@ int LogDebug(const char* text, const unsigned char* data, unsigned int length) {
 }
 
 int WriteLog(int level, const char* format, std::va_list arguments) {
-  const ErrnoKeeper error;
-  return IsKept(level) ? FormatAndQueue(level, format, arguments, error.saved()) : 0;
+  const LogCall call(level);
+  return call.IsKept() ? FormatAndQueue(call, format, arguments) : 0;
 }
 
 int WriteLog(int level, const char* text, const unsigned char* data, unsigned int length) {
-  const ErrnoKeeper error;
-  if (text == nullptr || !IsKept(level)) return 0;
+  const LogCall call(level);
+  if (text == nullptr || !call.IsKept()) return 0;
   const std::string_view bytes(reinterpret_cast<const char*>(data), data == nullptr ? 0 : length);
-  return Queue(level, text, bytes, data != nullptr, error.saved());
+  return Queue(call, text, bytes, data != nullptr);
 }
 
 std::string ForLog(std::string_view foreign) noexcept {
@@ -216,7 +224,7 @@ const char* GetLogTypeStr(int level) {
 
 int GetLogLevel() { return GetFullLogging() ? LOG_LEVEL_FULL : GetLogLevelInLocal(); }
 
-int GetLogLevelInLocal() { return ReadNumber("LogLevel", "1", LOG_LEVEL_NULL); }
+int GetLogLevelInLocal() { return Filter(ProfileView(GetInitFileCString())); }
 
 bool GetFullLogging() { return g_fullLogging.load(std::memory_order_relaxed); }
 
@@ -236,7 +244,8 @@ __attribute__((format(printf, 1, 0))) void WritePlatformLine(const char* format,
 }  // namespace
 
 void ConnectPlatformLog() {
-  static constexpr LogSink kSink = {[] { return IsKept(LOG_LEVEL_DEBUG); }, &WritePlatformLine};
+  static constexpr LogSink kSink = {[] { return LogCall(LOG_LEVEL_DEBUG).IsKept(); },
+                                    &WritePlatformLine};
   SetLogSink(&kSink);
 }
 
