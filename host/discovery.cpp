@@ -100,38 +100,38 @@ void Discovery::Browse() {
 }
 
 void Discovery::StartAdvertising() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   advertising_ = GetEnablemDNSService();
   Advertise(AddressesNow());
 }
 
 void Discovery::StopAdvertising() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   advertising_ = false;
   responder_.stop();
 }
 
 void Discovery::StartBrowsing() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   browsing_ = GetEnablemDNSQueryService();
   Browse();
 }
 
 void Discovery::StopBrowsing() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   browsing_ = false;
   browser_.stop();
 }
 
 void Discovery::StopAll() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ended_ = true;
   responder_.stop();
   browser_.stop();
 }
 
 void Discovery::Describe(int port, const std::string& modules) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (port_ == port && modules_ == modules) return;
   port_ = port;
   modules_ = modules;
@@ -139,7 +139,7 @@ void Discovery::Describe(int port, const std::string& modules) {
 }
 
 void Discovery::Watch() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (ended_) return;
   // Of commands that come at once, the one that stored last wins.
   advertising_ = GetEnablemDNSService();

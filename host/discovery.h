@@ -5,11 +5,11 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <string>
 
 #include "discovery/browser_worker.h"
 #include "discovery/responder_worker.h"
+#include "os/mutex.h"
 
 namespace host {
 
@@ -54,21 +54,21 @@ class Discovery {
     bool none() const { return ipv4.empty() && ipv6.empty(); }
   };
   static Addresses AddressesNow();
-  mdns_wrapper::DNSServiceInfo RecordWith(const Addresses& addresses) const;
-  void Advertise(const Addresses& addresses);
-  void Browse();
+  mdns_wrapper::DNSServiceInfo RecordWith(const Addresses& addresses) const QV_REQUIRES(mutex_);
+  void Advertise(const Addresses& addresses) QV_REQUIRES(mutex_);
+  void Browse() QV_REQUIRES(mutex_);
   std::string AdvertisingProblem() const;
   std::string BrowsingProblem() const;
 
-  std::mutex mutex_;
+  Mutex mutex_;
   mdns_wrapper::mDNSService& responder_;
   mdns_wrapper::mDNSQueryService& browser_;
-  bool ended_ = false;
+  bool ended_ QV_GUARDED_BY(mutex_) = false;
   std::atomic<bool> advertising_ = false;  ///< what is switched on, whether it can be done or not
   std::atomic<bool> browsing_ = false;
   std::atomic<int> port_ = 0;
-  std::string modules_;
-  mdns_wrapper::DNSServiceInfo advertised_;
+  std::string modules_ QV_GUARDED_BY(mutex_);
+  mdns_wrapper::DNSServiceInfo advertised_ QV_GUARDED_BY(mutex_);
 };
 
 }  // namespace host

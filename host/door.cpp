@@ -68,12 +68,12 @@ void Door::SetOwnPorts(const std::vector<int>& plain, const std::vector<int>& se
   };
   add(plain, false, "http://");
   add(secure, true, "https://");
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   own_ = std::move(own);
 }
 
 bool Door::IsOwn(const std::string& origin) const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return Contains(own_, origin);
 }
 

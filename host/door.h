@@ -9,11 +9,12 @@
 #pragma once
 
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "os/mutex.h"
 
 namespace host {
 
@@ -59,8 +60,8 @@ class Door {
   bool IsOwn(const std::string& origin) const;
 
   std::function<OriginLists()> lists_;
-  mutable std::mutex mutex_;
-  std::vector<std::string> own_;
+  mutable Mutex mutex_;
+  std::vector<std::string> own_ QV_GUARDED_BY(mutex_);
 };
 
 /// The reply to a refused command of a WebSocket, in the form of every reply: its parameters and

@@ -144,7 +144,7 @@ void ListeningPorts::Publish() {
     states.push_back(slot.state);
   }
   door_.SetOwnPorts(plain, secure);
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   published_ = std::move(states);
 }
 
@@ -165,7 +165,7 @@ bool ListeningPorts::IsListening() const {
 }
 
 std::vector<PortState> ListeningPorts::Snapshot() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return published_;
 }
 

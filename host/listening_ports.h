@@ -1,13 +1,13 @@
 // The ports that the service listens on: which each module asked for, and what came of it.
 #pragma once
 
-#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "environment/ports.h"
 #include "host/http/server.h"
+#include "os/mutex.h"
 
 namespace host {
 
@@ -64,8 +64,8 @@ class ListeningPorts {
   Door& door_;
   std::vector<Slot> slots_;
   std::vector<std::string> news_;  ///< lines not told yet
-  mutable std::mutex mutex_;
-  std::vector<PortState> published_;
+  mutable Mutex mutex_;
+  std::vector<PortState> published_ QV_GUARDED_BY(mutex_);
 };
 
 }  // namespace host

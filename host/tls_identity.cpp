@@ -153,7 +153,7 @@ bool TlsIdentity::Load(const std::string& file, const KeyPair& pair, std::string
     *why = "The certificate " + file + " cannot be used: " + ec.message() + ".";
     return false;
   }
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   context_ = context;
   facts_ = ReadCertificate(pair.certificate);
   file_ = file;
@@ -161,17 +161,17 @@ bool TlsIdentity::Load(const std::string& file, const KeyPair& pair, std::string
 }
 
 std::shared_ptr<boost::asio::ssl::context> TlsIdentity::Context() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return context_;
 }
 
 std::optional<CertificateFacts> TlsIdentity::Facts() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return facts_;
 }
 
 std::string TlsIdentity::File() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return file_;
 }
 

@@ -6,11 +6,11 @@
 
 #include <boost/asio/ssl/context.hpp>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "host/certificate.h"
+#include "os/mutex.h"
 
 namespace host {
 
@@ -30,10 +30,10 @@ class TlsIdentity {
  private:
   bool Load(const std::string& file, const KeyPair& pair, std::string* why);
 
-  mutable std::mutex mutex_;
-  std::shared_ptr<boost::asio::ssl::context> context_;
-  std::optional<CertificateFacts> facts_;
-  std::string file_;
+  mutable Mutex mutex_;
+  std::shared_ptr<boost::asio::ssl::context> context_ QV_GUARDED_BY(mutex_);
+  std::optional<CertificateFacts> facts_ QV_GUARDED_BY(mutex_);
+  std::string file_ QV_GUARDED_BY(mutex_);
 };
 
 }  // namespace host

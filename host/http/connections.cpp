@@ -7,7 +7,7 @@
 namespace host {
 
 int Connections::Add(std::weak_ptr<ReplyTarget> target) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   do {
     last_ = last_ == std::numeric_limits<int>::max() ? 1 : last_ + 1;
   } while (targets_.contains(last_));
@@ -16,14 +16,14 @@ int Connections::Add(std::weak_ptr<ReplyTarget> target) {
 }
 
 void Connections::Remove(int id) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   targets_.erase(id);
 }
 
 bool Connections::Deliver(int id, Reply reply) {
   std::shared_ptr<ReplyTarget> target;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (const auto entry = targets_.find(id); entry != targets_.end()) {
       target = entry->second.lock();
     }
@@ -32,14 +32,14 @@ bool Connections::Deliver(int id, Reply reply) {
 }
 
 bool FirstReply::Deliver(Reply reply) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (reply_ || taken_) return false;
   reply_ = std::move(reply);
   return true;
 }
 
 std::optional<Reply> FirstReply::Take() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   taken_ = true;
   return std::exchange(reply_, std::nullopt);
 }
@@ -48,7 +48,7 @@ bool Outbox::Deliver(Reply reply) {
   reply.text = ToValidUtf8(std::move(reply.text));
   bool taken = false, wake = false;
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (closed_) return false;
     if (reply.text.size() + reply.data.size() > limit_ - bytes_) {
       frames_.clear();
@@ -67,7 +67,7 @@ bool Outbox::Deliver(Reply reply) {
 }
 
 std::optional<Outbox::Frame> Outbox::Next() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (frames_.empty()) {
     writerAwake_ = false;
     return std::nullopt;
@@ -79,12 +79,12 @@ std::optional<Outbox::Frame> Outbox::Next() {
 }
 
 void Outbox::Close() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   closed_ = true;
 }
 
 bool Outbox::overflowed() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return overflowed_;
 }
 

@@ -6,11 +6,12 @@
 #include <deque>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <unordered_map>
 #include <utility>
+
+#include "os/mutex.h"
 
 namespace host {
 
@@ -37,9 +38,9 @@ class Connections {
   bool Deliver(int id, Reply reply);
 
  private:
-  std::mutex mutex_;
-  int last_ = 0;
-  std::unordered_map<int, std::weak_ptr<ReplyTarget>> targets_;
+  Mutex mutex_;
+  int last_ QV_GUARDED_BY(mutex_) = 0;
+  std::unordered_map<int, std::weak_ptr<ReplyTarget>> targets_ QV_GUARDED_BY(mutex_);
 };
 
 /// A connection's entry for the time of a scope.
@@ -64,9 +65,9 @@ class FirstReply : public ReplyTarget {
   std::optional<Reply> Take();
 
  private:
-  std::mutex mutex_;
-  std::optional<Reply> reply_;
-  bool taken_ = false;
+  Mutex mutex_;
+  std::optional<Reply> reply_ QV_GUARDED_BY(mutex_);
+  bool taken_ QV_GUARDED_BY(mutex_) = false;
 };
 
 /// The bounded queue of a WebSocket's outgoing frames. Filled by any thread, emptied by the one
@@ -92,12 +93,12 @@ class Outbox : public ReplyTarget {
  private:
   const std::size_t limit_;
   const std::function<void()> wake_;
-  mutable std::mutex mutex_;
-  std::deque<Frame> frames_;
-  std::size_t bytes_ = 0;
-  bool writerAwake_ = false;
-  bool closed_ = false;
-  bool overflowed_ = false;
+  mutable Mutex mutex_;
+  std::deque<Frame> frames_ QV_GUARDED_BY(mutex_);
+  std::size_t bytes_ QV_GUARDED_BY(mutex_) = 0;
+  bool writerAwake_ QV_GUARDED_BY(mutex_) = false;
+  bool closed_ QV_GUARDED_BY(mutex_) = false;
+  bool overflowed_ QV_GUARDED_BY(mutex_) = false;
 };
 
 }  // namespace host

@@ -66,7 +66,7 @@ bool ServerCore::EnterCommand() {
 
 void ServerCore::LeaveCommand() {
   if (--commands_ > 0 || !refusing_) return;
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   changed_.notify_all();
 }
 
@@ -100,34 +100,40 @@ Awaitable<bool> ServerCore::RunOnWorker(std::function<void()> job) {
 }
 
 bool ServerCore::WaitForCommands(std::chrono::seconds time) {
-  std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, time, [this] { return commands_ == 0; });
+  const auto end = std::chrono::steady_clock::now() + time;
+  const MutexLock lock(mutex_);
+  while (commands_ != 0) {
+    if (changed_.wait_until(mutex_, end) == std::cv_status::timeout) return commands_ == 0;
+  }
+  return true;
 }
 
 int ServerCore::AddConnection(std::function<void(Ending)> end) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (ending_) end(*ending_);
   connections_.emplace(++lastConnection_, std::move(end));
   return lastConnection_;
 }
 
 void ServerCore::RemoveConnection(int number) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   connections_.erase(number);
   if (connections_.empty()) changed_.notify_all();
 }
 
 std::size_t ServerCore::ConnectionCount() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return connections_.size();
 }
 
 void ServerCore::EndConnections(Ending ending) {
-  std::unique_lock lock(mutex_);
+  const auto end = std::chrono::steady_clock::now() + 2 * parts.limits.closing;
+  const MutexLock lock(mutex_);
   ending_ = ending;
-  for (const auto& [number, end] : connections_) end(ending);
+  for (const auto& [number, endConnection] : connections_) endConnection(ending);
   if (ending == Ending::AtOnce) return;
-  changed_.wait_for(lock, 2 * parts.limits.closing, [this] { return connections_.empty(); });
+  while (!connections_.empty() && changed_.wait_until(mutex_, end) != std::cv_status::timeout) {
+  }
 }
 
 }  // namespace host

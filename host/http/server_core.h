@@ -12,12 +12,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
 #include "host/http/server_parts.h"
 #include "host/http/stream.h"
+#include "os/mutex.h"
 
 namespace host {
 
@@ -64,11 +64,11 @@ class ServerCore {
 
   std::atomic<std::size_t> commands_ = 0;
   std::atomic<bool> refusing_ = false;
-  mutable std::mutex mutex_;
-  std::condition_variable changed_;
-  std::optional<Ending> ending_;
-  int lastConnection_ = 0;
-  std::map<int, std::function<void(Ending)>> connections_;
+  mutable Mutex mutex_;
+  std::condition_variable_any changed_;
+  std::optional<Ending> ending_ QV_GUARDED_BY(mutex_);
+  int lastConnection_ QV_GUARDED_BY(mutex_) = 0;
+  std::map<int, std::function<void(Ending)>> connections_ QV_GUARDED_BY(mutex_);
   std::size_t next_ = 0;
   net::thread_pool workers_;
   std::unique_ptr<Thread> accepting_;

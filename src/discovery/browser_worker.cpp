@@ -58,14 +58,14 @@ bool mDNSQueryService::ServiceInfosAreDifferent(const ServiceList& before, const
 }
 
 ServiceList mDNSQueryService::getServiceInfos(bool& changed) {
-  const std::lock_guard lock(listMutex_);
+  const MutexLock lock(listMutex_);
   changed = changeStamp_ != reportedStamp_;
   reportedStamp_ = changeStamp_;
   return InfosOf(published_);
 }
 
 std::vector<SeenService> mDNSQueryService::getSeenServices() const {
-  const std::lock_guard lock(listMutex_);
+  const MutexLock lock(listMutex_);
   return published_;
 }
 
@@ -166,17 +166,17 @@ void mDNSQueryService::endAddServiceInfo() {
   std::vector<SeenService> now;
   for (Found& found : built_) now.push_back(std::move(found.seen));
   const ServiceList list = InfosOf(now);
-  // Nobody else changes the published list, so the lock is needed only to change it.
-  const bool changed = ServiceInfosAreDifferent(InfosOf(published_), list);
+  const std::vector<SeenService>& before = publishedByLoop();
+  const bool changed = ServiceInfosAreDifferent(InfosOf(before), list);
   // The same services, in an order of their own, stay in the one that was published.
-  for (std::size_t i = 0; !changed && i < published_.size(); ++i) {
-    const auto found = FindService(list, published_[i].info);
+  for (std::size_t i = 0; !changed && i < before.size(); ++i) {
+    const auto found = FindService(list, before[i].info);
     const Clock::time_point lastSeen = now[static_cast<std::size_t>(found - list.begin())].lastSeen;
-    const std::lock_guard lock(listMutex_);
+    const MutexLock lock(listMutex_);
     published_[i].lastSeen = lastSeen;
   }
   if (changed) {
-    const std::lock_guard lock(listMutex_);
+    const MutexLock lock(listMutex_);
     published_ = std::move(now);
     const auto time = Clock::now().time_since_epoch();
     const auto stamp = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();

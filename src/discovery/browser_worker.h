@@ -4,7 +4,6 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
-#include <mutex>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -13,6 +12,7 @@
 #include "discovery/reply_parser.h"
 #include "discovery/service_info.h"
 #include "discovery/worker.h"
+#include "os/mutex.h"
 
 namespace mdns_wrapper {
 
@@ -73,6 +73,9 @@ class mDNSQueryService : public mDNSBase {
   void removeInstance(std::string_view instance);
   void commitAssembled();
   void clearAssembled();
+  /// For the loop alone: nobody else changes the list, so the loop needs the lock only to change
+  /// it.
+  const std::vector<SeenService>& publishedByLoop() const QV_NOT_ANALYZED { return published_; }
 
   MdnsNetwork& network_;
   Notification notification_;
@@ -82,10 +85,11 @@ class mDNSQueryService : public mDNSBase {
   Found assembled_;
   bool ignoresGroup_ = false;  ///< the first record of the group said goodbye
 
-  mutable std::mutex listMutex_;
-  std::vector<SeenService> published_;
-  std::int64_t changeStamp_ = 0;    ///< milliseconds since the epoch
-  std::int64_t reportedStamp_ = 0;  ///< the one that the last reader was told
+  mutable Mutex listMutex_;
+  std::vector<SeenService> published_ QV_GUARDED_BY(listMutex_);
+  std::int64_t changeStamp_ QV_GUARDED_BY(listMutex_) = 0;  ///< milliseconds since the epoch
+  std::int64_t reportedStamp_ QV_GUARDED_BY(listMutex_) =
+      0;  ///< the one that the last reader was told
 };
 
 }  // namespace mdns_wrapper

@@ -65,13 +65,13 @@ StopRequest::StopRequest() {
 }
 
 void StopRequest::make() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (value_.exchange(1) != 0) return;
   [[maybe_unused]] const auto written = ::write(writeEnd_.get(), "", 1);
 }
 
 void StopRequest::takeBack() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   if (value_.exchange(0) == 0) return;
   char byte;
   [[maybe_unused]] const auto read = ::read(readEnd_.get(), &byte, 1);

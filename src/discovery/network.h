@@ -9,13 +9,13 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <vector>
 
 #include "discovery/addresses.h"
 #include "os/file.h"
+#include "os/mutex.h"
 
 namespace mdns_wrapper {
 
@@ -34,7 +34,7 @@ class StopRequest {
   int descriptor() const { return readEnd_.get(); }
 
  private:
-  std::mutex mutex_;  ///< value and pipe change together
+  Mutex mutex_;  ///< value and pipe change together
   std::atomic<std::int32_t> value_{0};
   Descriptor readEnd_;
   Descriptor writeEnd_;

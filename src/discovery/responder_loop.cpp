@@ -258,23 +258,23 @@ class ResponderLoop {
 }  // namespace
 
 ResponderReport::State ResponderReport::state() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return state_;
 }
 
 void ResponderReport::tell(bool announced, std::string problem) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   state_.announced = announced;
   state_.problem = std::move(problem);
 }
 
 void ResponderReport::tellRival(std::string address) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   state_.rival = {std::move(address), std::chrono::system_clock::now()};
 }
 
 void ResponderReport::clear() {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   state_ = {};
 }
 

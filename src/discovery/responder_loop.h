@@ -4,12 +4,12 @@
 
 #include <chrono>
 #include <cstddef>
-#include <mutex>
 #include <optional>
 #include <string>
 
 #include "discovery/advertised_records.h"
 #include "discovery/network.h"
+#include "os/mutex.h"
 
 namespace mdns_wrapper {
 
@@ -34,8 +34,8 @@ class ResponderReport {
   void clear();
 
  private:
-  mutable std::mutex mutex_;
-  State state_;
+  mutable Mutex mutex_;
+  State state_ QV_GUARDED_BY(mutex_);
 };
 
 /// Answers to single askers in one second; a tenth of them to each. Many times what a network of

@@ -11,7 +11,7 @@ mDNSService& mDNSService::getInstance() {
 }
 
 void mDNSService::setServiceInfo(const DNSServiceInfo& info) {
-  const std::lock_guard lock(recordMutex_);
+  const MutexLock lock(recordMutex_);
   if (info.id != info_.id) report_.clear();
   info_ = info;
   info_.txtvers = "1.0";
@@ -19,12 +19,12 @@ void mDNSService::setServiceInfo(const DNSServiceInfo& info) {
 }
 
 void mDNSService::setServicePort(std::uint16_t port) {
-  const std::lock_guard lock(recordMutex_);
+  const MutexLock lock(recordMutex_);
   port_ = port;
 }
 
 mdns_service_info mDNSService::loopRecord() const {
-  const std::lock_guard lock(recordMutex_);
+  const MutexLock lock(recordMutex_);
   mdns_service_info record;
   record.hostname = instanceName();
   record.service = serviceType();
@@ -44,14 +44,14 @@ mdns_service_info mDNSService::loopRecord() const {
 }
 
 void mDNSService::setUnicastLimit(std::size_t answersASecond) {
-  const std::lock_guard lock(recordMutex_);
+  const MutexLock lock(recordMutex_);
   unicastLimit_ = answersASecond;
 }
 
 void mDNSService::runMainLoop() {
   std::size_t limit = 0;
   {
-    const std::lock_guard lock(recordMutex_);
+    const MutexLock lock(recordMutex_);
     limit = unicastLimit_;
   }
   service_mdns(loopRecord(), stopRequest(), network_, &report_, limit);

@@ -2,12 +2,12 @@
 #pragma once
 
 #include <cstdint>
-#include <mutex>
 
 #include "discovery/network.h"
 #include "discovery/responder_loop.h"
 #include "discovery/service_info.h"
 #include "discovery/worker.h"
+#include "os/mutex.h"
 
 namespace mdns_wrapper {
 
@@ -37,10 +37,10 @@ class mDNSService : public mDNSBase {
   mdns_service_info loopRecord() const;
 
   MdnsNetwork& network_;
-  mutable std::mutex recordMutex_;
-  DNSServiceInfo info_;
-  std::uint32_t port_ = 42424;
-  std::size_t unicastLimit_ = MDNS_UNICAST_ANSWERS_A_SECOND;
+  mutable Mutex recordMutex_;
+  DNSServiceInfo info_ QV_GUARDED_BY(recordMutex_);
+  std::uint32_t port_ QV_GUARDED_BY(recordMutex_) = 42424;
+  std::size_t unicastLimit_ QV_GUARDED_BY(recordMutex_) = MDNS_UNICAST_ANSWERS_A_SECOND;
   ResponderReport report_;
 };
 

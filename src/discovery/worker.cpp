@@ -22,7 +22,7 @@ mDNSBase::~mDNSBase() {
 bool mDNSBase::init() {
   char name[256] = {};
   if (::gethostname(name, sizeof name - 1) == 0) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     hostName_ = name;
   }
   return true;
@@ -31,7 +31,7 @@ bool mDNSBase::init() {
 bool mDNSBase::start() {
   // The loop itself runs only while the worker does.
   if (loopThread_.load() == std::this_thread::get_id()) return true;
-  const std::lock_guard control(controlMutex_);
+  const MutexLock control(controlMutex_);
   if (running_) return true;
   init();
   stopRequest_.takeBack();
@@ -58,7 +58,7 @@ bool mDNSBase::stop() {
     stopRequest_.make();
     return true;
   }
-  const std::lock_guard control(controlMutex_);
+  const MutexLock control(controlMutex_);
   if (!running_) return true;
   running_ = false;
   stopRequest_.make();
@@ -67,12 +67,12 @@ bool mDNSBase::stop() {
 }
 
 std::string mDNSBase::instanceName() const {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   return ownName_.empty() ? hostName_ : ownName_;
 }
 
 void mDNSBase::setInstanceName(const std::string& name) {
-  const std::lock_guard lock(mutex_);
+  const MutexLock lock(mutex_);
   ownName_ = name;
 }
 

@@ -6,11 +6,11 @@
 #pragma once
 
 #include <atomic>
-#include <mutex>
 #include <string>
 #include <thread>
 
 #include "discovery/network.h"
+#include "os/mutex.h"
 
 namespace mdns_wrapper {
 
@@ -62,16 +62,16 @@ class mDNSBase {
   const std::string role_;
   const std::string serviceType_ = "_privet._tcp.local.";
 
-  std::mutex controlMutex_;  ///< held by one start or stop at a time, through the join
-  std::thread thread_;
+  Mutex controlMutex_;  ///< held by one start or stop at a time, through the join
+  std::thread thread_ QV_GUARDED_BY(controlMutex_);
   std::atomic<std::thread::id> loopThread_;
   std::atomic<bool> running_{false};
   std::atomic<bool> looping_{false};  ///< from start until the loop has ended
   StopRequest stopRequest_;
 
-  mutable std::mutex mutex_;  ///< held briefly: guards the names
-  std::string hostName_ = "mdns-marviqueservice";
-  std::string ownName_;
+  mutable Mutex mutex_;  ///< held briefly
+  std::string hostName_ QV_GUARDED_BY(mutex_) = "mdns-marviqueservice";
+  std::string ownName_ QV_GUARDED_BY(mutex_);
 };
 
 }  // namespace mdns_wrapper

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 #include <array>
-#include <mutex>
 
+#include "os/mutex.h"
 #include "os/text.h"
 #include "platform/diagnostics.h"
 #include "platform/text.h"
@@ -12,10 +12,10 @@ namespace {
 
 // Start-up fills this once; the host may still replace single values afterwards, hence the mutex.
 struct KnownPaths {
-  std::mutex mutex;
-  ProgramPaths paths;
-  std::string exeFile;
-  std::string modulePath;
+  Mutex mutex;
+  ProgramPaths paths QV_GUARDED_BY(mutex);
+  std::string exeFile QV_GUARDED_BY(mutex);
+  std::string modulePath QV_GUARDED_BY(mutex);
 };
 
 KnownPaths& TheKnownPaths() {
@@ -27,17 +27,11 @@ constinit char g_initFile[1024] = "";
 constinit char g_logFile[1024] = "";
 constinit char g_scanLogFile[1024] = "";
 
-std::string LockedCopy(const std::string& value) {
-  const std::lock_guard lock(TheKnownPaths().mutex);
-  return value;
+std::string PathOf(std::string ProgramPaths::*member) {
+  KnownPaths& known = TheKnownPaths();
+  const MutexLock lock(known.mutex);
+  return known.paths.*member;
 }
-
-void LockedSet(std::string& target, const char* value) {
-  const std::lock_guard lock(TheKnownPaths().mutex);
-  target = value;
-}
-
-const ProgramPaths& Paths() { return TheKnownPaths().paths; }
 
 }  // namespace
 
@@ -76,27 +70,28 @@ ProgramPaths PathsBelow(const std::string& work) {
 }
 
 void SetProgramPaths(const ProgramPaths& paths) {
-  const std::lock_guard lock(TheKnownPaths().mutex);
-  TheKnownPaths().paths = paths;
+  KnownPaths& known = TheKnownPaths();
+  const MutexLock lock(known.mutex);
+  known.paths = paths;
   lstrcpyn(g_initFile, paths.config.c_str(), sizeof g_initFile);
   lstrcpyn(g_logFile, paths.logFile.c_str(), sizeof g_logFile);
   lstrcpyn(g_scanLogFile, paths.scanLogFile.c_str(), sizeof g_scanLogFile);
 }
 
-std::string GetWorkPath() { return LockedCopy(Paths().work); }
-std::string GetLogPath() { return LockedCopy(Paths().log); }
-std::string GetCachePath() { return LockedCopy(Paths().cache); }
-std::string GetUploadPath() { return LockedCopy(Paths().upload); }
-std::string GetCertPath() { return LockedCopy(Paths().cert); }
-std::string GetDumpPath() { return LockedCopy(Paths().dump); }
+std::string GetWorkPath() { return PathOf(&ProgramPaths::work); }
+std::string GetLogPath() { return PathOf(&ProgramPaths::log); }
+std::string GetCachePath() { return PathOf(&ProgramPaths::cache); }
+std::string GetUploadPath() { return PathOf(&ProgramPaths::upload); }
+std::string GetCertPath() { return PathOf(&ProgramPaths::cert); }
+std::string GetDumpPath() { return PathOf(&ProgramPaths::dump); }
 std::string GetNginxWorkPath() { return GetWorkPath() + work_folder::kNginx; }
-std::string GetSecurityExceptionFile() { return LockedCopy(Paths().securityException); }
-std::string GetInitFile() { return LockedCopy(Paths().config); }
-std::string GetServiceConfigName() { return LockedCopy(Paths().serviceConfig); }
-std::string GetUserConfigFile() { return LockedCopy(Paths().userConfig); }
-std::string GetSSLCertFile() { return LockedCopy(Paths().certFile); }
-std::string GetSSLPriKeyFile() { return LockedCopy(Paths().privateKeyFile); }
-std::string GetFirefoxCert() { return LockedCopy(Paths().firefoxCert); }
+std::string GetSecurityExceptionFile() { return PathOf(&ProgramPaths::securityException); }
+std::string GetInitFile() { return PathOf(&ProgramPaths::config); }
+std::string GetServiceConfigName() { return PathOf(&ProgramPaths::serviceConfig); }
+std::string GetUserConfigFile() { return PathOf(&ProgramPaths::userConfig); }
+std::string GetSSLCertFile() { return PathOf(&ProgramPaths::certFile); }
+std::string GetSSLPriKeyFile() { return PathOf(&ProgramPaths::privateKeyFile); }
+std::string GetFirefoxCert() { return PathOf(&ProgramPaths::firefoxCert); }
 
 std::string GetLogFile() { return GetLogFileCString(); }
 
@@ -108,7 +103,26 @@ std::string GetConfigName() { return work_folder::kSettings; }
 std::string GetUserConfigName() { return work_folder::kUserSettings; }
 std::string GetPortLockName() { return work_folder::kPortLock; }
 
-std::string GetExeFile() { return LockedCopy(TheKnownPaths().exeFile); }
-void SetExeFile(const char* file) { LockedSet(TheKnownPaths().exeFile, file); }
-std::string GetModulePath() { return LockedCopy(TheKnownPaths().modulePath); }
-void SetModulePath(const char* file) { LockedSet(TheKnownPaths().modulePath, file); }
+std::string GetExeFile() {
+  KnownPaths& known = TheKnownPaths();
+  const MutexLock lock(known.mutex);
+  return known.exeFile;
+}
+
+void SetExeFile(const char* file) {
+  KnownPaths& known = TheKnownPaths();
+  const MutexLock lock(known.mutex);
+  known.exeFile = file;
+}
+
+std::string GetModulePath() {
+  KnownPaths& known = TheKnownPaths();
+  const MutexLock lock(known.mutex);
+  return known.modulePath;
+}
+
+void SetModulePath(const char* file) {
+  KnownPaths& known = TheKnownPaths();
+  const MutexLock lock(known.mutex);
+  known.modulePath = file;
+}

@@ -3,12 +3,12 @@
 #include <strings.h>
 
 #include <atomic>
-#include <mutex>
 
 #include "environment/configuration.h"
 #include "environment/logging.h"
 #include "environment/module_identity.h"
 #include "environment/paths.h"
+#include "os/mutex.h"
 #include "platform/diagnostics.h"
 #include "platform/file.h"
 #include "util/cutil.h"
@@ -16,11 +16,12 @@
 namespace {
 
 struct Information {
-  std::mutex mutex;
-  std::string hostName;
-  std::string listenType;
-  std::string serviceName;
-  std::string freshGuid;  // stored by the first GetServiceGUID of a new installation
+  Mutex mutex;
+  std::string hostName QV_GUARDED_BY(mutex);
+  std::string listenType QV_GUARDED_BY(mutex);
+  std::string serviceName QV_GUARDED_BY(mutex);
+  std::string freshGuid
+      QV_GUARDED_BY(mutex);  // stored by the first GetServiceGUID of a new installation
 };
 
 Information& TheInformation() {
@@ -32,9 +33,10 @@ constinit std::atomic<bool> g_stopped{false};
 constinit std::atomic<bool> g_paused{false};
 constinit std::atomic<bool> g_restarted{false};
 
-std::string CopyOf(const std::string& value) {
-  const std::lock_guard lock(TheInformation().mutex);
-  return value;
+std::string TextOf(std::string Information::*member) {
+  Information& information = TheInformation();
+  const MutexLock lock(information.mutex);
+  return information.*member;
 }
 
 std::string FromServiceFile(const char* key, const char* def, const std::string& file) {
@@ -52,8 +54,8 @@ void LogVersionLine() {
 }  // namespace
 
 void InitProgramInfo() {
-  static constinit std::mutex oneAtATime;
-  const std::lock_guard only(oneAtATime);
+  static constinit Mutex oneAtATime;
+  const MutexLock only(oneAtATime);
   if (!GetWorkPath().empty()) return;
 
   char executable[1025];
@@ -80,7 +82,7 @@ void InitProgramInfo() {
   const std::string name = FromServiceFile("ServiceName", SERVICE_NAME, paths.serviceConfig);
   {
     Information& information = TheInformation();
-    const std::lock_guard lock(information.mutex);
+    const MutexLock lock(information.mutex);
     information.hostName = host.empty() ? "127.0.0.1" : host;
     information.freshGuid = guid;
     information.listenType = listenType;
@@ -89,17 +91,18 @@ void InitProgramInfo() {
   LogVersionLine();
 }
 
-std::string GetHostName() { return CopyOf(TheInformation().hostName); }
+std::string GetHostName() { return TextOf(&Information::hostName); }
 
 void SetHostName(const char* name) {
   if (name == nullptr) return;
-  const std::lock_guard lock(TheInformation().mutex);
-  TheInformation().hostName = name;
+  Information& information = TheInformation();
+  const MutexLock lock(information.mutex);
+  information.hostName = name;
 }
 
-std::string GetListenType() { return CopyOf(TheInformation().listenType); }
+std::string GetListenType() { return TextOf(&Information::listenType); }
 
-std::string GetServiceName() { return CopyOf(TheInformation().serviceName); }
+std::string GetServiceName() { return TextOf(&Information::serviceName); }
 
 void SaveServiceName(const char* name) {
   SetConfigurationToInitFile("ServiceName", name, DEFAULT_SECTION, GetServiceConfigName().c_str());
@@ -109,7 +112,7 @@ std::string GetServiceGUID() {
   const WriteHold hold(ConfigurationLock());
   std::string stored = GetConfigurationfromInitFile("ServiceGuid", "", DEFAULT_SECTION);
   if (!stored.empty()) return stored;
-  std::string fresh = CopyOf(TheInformation().freshGuid);
+  std::string fresh = TextOf(&Information::freshGuid);
   SetConfigurationToInitFile("ServiceGuid", fresh.c_str(), DEFAULT_SECTION);
   return fresh;
 }

@@ -6,6 +6,7 @@
 #include <map>
 #include <string>
 
+#include "os/mutex.h"
 #include "util/reader_writer_lock.h"
 
 /// An encrypted image map: the host's bytes, never looked into.
@@ -24,6 +25,6 @@ class ImageMap {
 
  private:
   CReaderWriterLock dataLock_;
-  std::map<std::string, UploadDataStruct> images_;
-  std::map<std::string, char> whiteList_;
+  std::map<std::string, UploadDataStruct> images_ QV_GUARDED_BY(dataLock_);
+  std::map<std::string, char> whiteList_ QV_GUARDED_BY(dataLock_);
 };

@@ -11,6 +11,7 @@
 
 #include "command/http_param_request.h"
 #include "frame/image_map.h"
+#include "os/mutex.h"
 #include "util/reader_writer_lock.h"
 
 class ManagerClient;
@@ -57,8 +58,9 @@ class VirtualManagerClient : public ImageMap {
   void SetLastActivity(std::time_t when);
 
   const Clock clock_;
-  std::time_t lastActivity_ = 0;  // 0: a command is running, or none has ended yet
   CReaderWriterLock timingLock_;
+  /// 0: a command is running, or none has ended yet.
+  std::time_t lastActivity_ QV_GUARDED_BY(timingLock_) = 0;
   std::unique_ptr<ManagerClient> manager_;
 
   static std::shared_ptr<VirtualManagerClient> m_pVirtualManagerClient;

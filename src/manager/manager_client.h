@@ -14,6 +14,7 @@
 
 #include "command/command_table.h"
 #include "command/http_param_request.h"
+#include "os/mutex.h"
 #include "os/process.h"
 
 class ManagerClient {
@@ -114,7 +115,7 @@ class ManagerClient {
   // Updates.
   Result LoadZipFromBytes(HttpParamRequest* request);
   Result CheckUpdateFile(HttpParamRequest* request);
-  std::unique_lock<std::mutex> TakeUpdateTurn();
+  std::unique_lock<Mutex> TakeUpdateTurn();
   unsigned int UniqueTick();
   bool InstallZip(const HttpParamResponse& body, const std::string& destination);
   bool InstallService(const HttpParamResponse& body, const std::string& version);
@@ -123,12 +124,13 @@ class ManagerClient {
   std::string RememberUser(const std::string& user);
   static std::string PortsText(const ModulePorts& modules);
 
-  std::mutex usersMutex_;
-  std::map<std::string, SUserModuleInfo> users_;
-  std::map<std::string, std::string> userByHash_;  // hash as decimal text to user id
-  std::mutex updateMutex_;  // held for the whole of an update command; nobody waits for it
-  std::mutex copyMutex_;    // held while the files of one upload are copied
-  std::mutex tickMutex_;    // guards lastTick_
-  unsigned int lastTick_ = 0;
+  Mutex usersMutex_;
+  std::map<std::string, SUserModuleInfo> users_ QV_GUARDED_BY(usersMutex_);
+  std::map<std::string, std::string> userByHash_
+      QV_GUARDED_BY(usersMutex_);  // hash as decimal text to user id
+  Mutex updateMutex_;              // held for the whole of an update command; nobody waits for it
+  Mutex copyMutex_;                // held while the files of one upload are copied
+  Mutex tickMutex_;
+  unsigned int lastTick_ QV_GUARDED_BY(tickMutex_) = 0;
   ChildProcess updater_;
 };

@@ -256,7 +256,7 @@ bool ManagerClient::ValidFileName(const std::string&, const std::string&) { retu
 /// The turn of an update command, held for its whole length; not held, with the last error set,
 /// while another one runs, an update is in progress or its updater runs, which needs the folder
 /// that this one would empty.
-std::unique_lock<std::mutex> ManagerClient::TakeUpdateTurn() {
+std::unique_lock<Mutex> ManagerClient::TakeUpdateTurn() {
   // An updater clears its mark shortly before it ends.
   constexpr std::chrono::seconds kUpdaterEnds(2);
   std::unique_lock turn(updateMutex_, std::try_to_lock);
@@ -268,7 +268,7 @@ std::unique_lock<std::mutex> ManagerClient::TakeUpdateTurn() {
 /// The tick count of now, which no other call gets: names are made of it for what runs side by
 /// side.
 unsigned int ManagerClient::UniqueTick() {
-  const std::lock_guard lock(tickMutex_);
+  const MutexLock lock(tickMutex_);
   while (GetTickCount() == lastTick_) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   return lastTick_ = GetTickCount();
 }
@@ -286,7 +286,7 @@ bool ManagerClient::InstallZip(const HttpParamResponse& body, const std::string&
     return false;
   }
   // The files of one archive arrive together.
-  const std::lock_guard oneAtATime(copyMutex_);
+  const MutexLock oneAtATime(copyMutex_);
   if (InstallFiles(unpacked.path(), destination)) return true;
   Report(QTP_COPY_FAILED, QTP_CopyFailedStr, "", GetLastError());
   return false;

@@ -14,7 +14,7 @@ std::string ManagerClient::GetUserSIDBySock(int socket) {
   GetUserInfo(socket, user, info.sessionId, info.processId);
   LogDebug("User=%s, sock=%d, session=%d, process=%d", user.c_str(), socket, info.sessionId,
            info.processId);
-  const std::lock_guard lock(usersMutex_);
+  const MutexLock lock(usersMutex_);
   users_[user] = info;
   return user;
 }
@@ -56,7 +56,7 @@ ManagerClient::Result ManagerClient::GetPorts(HttpParamRequest* request) {
   std::string user;
   {
     // A key that nobody has stays unknown: pages may ask for as many as they like.
-    const std::lock_guard lock(usersMutex_);
+    const MutexLock lock(usersMutex_);
     if (const auto found = userByHash_.find(key); found != userByHash_.end()) user = found->second;
   }
   std::string error;
@@ -81,7 +81,7 @@ std::string ManagerClient::PortsText(const ModulePorts& modules) {
 
 std::string ManagerClient::RememberUser(const std::string& user) {
   std::string hash = std::to_string(static_cast<std::uint32_t>(GetHashCode(user)));
-  const std::lock_guard lock(usersMutex_);
+  const MutexLock lock(usersMutex_);
   userByHash_[hash] = user;
   return hash;
 }

@@ -129,9 +129,9 @@ constexpr std::chrono::milliseconds kLookWhileWaiting{10};
 }  // namespace
 
 int ChildProcess::Start(std::vector<std::string> words) {
-  const std::lock_guard oneAtATime(startMutex_);
+  const MutexLock oneAtATime(startMutex_);
   {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!Ended()) return EBUSY;
     os::ProcessOptions options;
     options.environment.emplace();
@@ -150,15 +150,15 @@ int ChildProcess::Start(std::vector<std::string> words) {
 
 bool ChildProcess::EndsWithin(std::chrono::milliseconds limit) {
   const auto end = std::chrono::steady_clock::now() + limit;
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   while (!Ended()) {
     if (std::chrono::steady_clock::now() >= end) return false;
-    stopped_.wait_for(lock, kLookWhileWaiting);
+    stopped_.wait_for(mutex_, kLookWhileWaiting);
   }
   return true;
 }
 
-/// Called under the lock: whoever is first to see that the program has ended takes its exit code.
+/// Whoever is first to see that the program has ended takes its exit code.
 bool ChildProcess::Ended() {
   if (child_ == 0) return true;
   pid_t found = 0;
@@ -169,9 +169,9 @@ bool ChildProcess::Ended() {
 }
 
 void ChildProcess::Watch(const std::stop_token& stop) {
-  std::unique_lock lock(mutex_);
+  const MutexLock lock(mutex_);
   while (!Ended() && !stop.stop_requested()) {
-    stopped_.wait_for(lock, stop, kLookEvery, [] { return false; });
+    stopped_.wait_for(mutex_, stop, kLookEvery, [] { return false; });
   }
 }
 

@@ -5,11 +5,12 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
+
+#include "os/mutex.h"
 
 namespace os {
 
@@ -59,14 +60,14 @@ class ChildProcess {
   bool EndsWithin(std::chrono::milliseconds limit);
 
  private:
-  bool Ended();
+  bool Ended() QV_REQUIRES(mutex_);
   void Watch(const std::stop_token& stop);
 
-  std::mutex startMutex_;  // one Start at a time, so that watcher_ is one thread's to change
-  std::mutex mutex_;       // guards child_
+  Mutex startMutex_;  // held for one Start at a time
+  Mutex mutex_;
   std::condition_variable_any stopped_;
-  pid_t child_ = 0;  // 0: none
-  std::jthread watcher_;
+  pid_t child_ QV_GUARDED_BY(mutex_) = 0;  // 0: none
+  std::jthread watcher_ QV_GUARDED_BY(startMutex_);
 };
 
 /// The texts as a list that ends with a null pointer. It refers to them.

@@ -4,8 +4,9 @@
 #include <cstring>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <new>
+
+#include "os/mutex.h"
 
 namespace {
 
@@ -29,10 +30,10 @@ struct Block {
 
 /// All blocks by their handles.
 struct Registry {
-  std::mutex mutex;
-  std::map<void*, Block> blocks;
+  Mutex mutex;
+  std::map<void*, Block> blocks QV_GUARDED_BY(mutex);
 
-  Block* Find(void* handle) {
+  Block* Find(void* handle) QV_REQUIRES(mutex) {
     const auto found = blocks.find(handle);
     return found != blocks.end() ? &found->second : nullptr;
   }
@@ -53,7 +54,7 @@ void* Add(std::size_t size, bool movable, bool zeroed) {
     if (movable) block.cell = std::make_unique<char*>(block.bytes.get());
     void* handle = movable ? static_cast<void*>(block.cell.get()) : block.bytes.get();
     Registry& registry = Blocks();
-    const std::lock_guard lock(registry.mutex);
+    const MutexLock lock(registry.mutex);
     registry.blocks.emplace(handle, std::move(block));
     return handle;
   } catch (const std::bad_alloc&) {
@@ -71,14 +72,14 @@ void* GlobalAlloc(std::size_t size) { return Add(size, true, true); }
 
 void* GlobalLock(void* block) {
   Registry& registry = Blocks();
-  const std::lock_guard lock(registry.mutex);
+  const MutexLock lock(registry.mutex);
   const Block* found = registry.Find(block);
   return found != nullptr ? found->bytes.get() : nullptr;
 }
 
 char* GlobalLock(char** handle) {
   Registry& registry = Blocks();
-  const std::lock_guard lock(registry.mutex);
+  const MutexLock lock(registry.mutex);
   const Block* found = registry.Find(handle);
   return found != nullptr && found->cell != nullptr ? found->bytes.get() : nullptr;
 }
@@ -87,14 +88,14 @@ BOOL GlobalUnlock(void*) { return 1; }
 
 std::size_t GlobalSize(void* block) {
   Registry& registry = Blocks();
-  const std::lock_guard lock(registry.mutex);
+  const MutexLock lock(registry.mutex);
   const Block* found = registry.Find(block);
   return found != nullptr ? found->size : 0;
 }
 
 void* GlobalReAlloc(void* block, std::size_t size, unsigned int flags) {
   Registry& registry = Blocks();
-  const std::lock_guard lock(registry.mutex);
+  const MutexLock lock(registry.mutex);
   Block* found = registry.Find(block);
   if (found == nullptr || found->cell == nullptr) return nullptr;
   auto* bytes = static_cast<char*>(std::realloc(found->bytes.get(), size > 0 ? size : 1));
@@ -111,14 +112,14 @@ void* GlobalReAlloc(void* block, std::size_t size, unsigned int flags) {
 
 void GlobalFree(void* block) {
   Registry& registry = Blocks();
-  const std::lock_guard lock(registry.mutex);
+  const MutexLock lock(registry.mutex);
   const Block* found = registry.Find(block);
   if (found != nullptr && found->size > 0) registry.blocks.erase(block);
 }
 
 void GlobalFree(char** handle) {
   Registry& registry = Blocks();
-  const std::lock_guard lock(registry.mutex);
+  const MutexLock lock(registry.mutex);
   const Block* found = registry.Find(handle);
   if (found != nullptr && found->cell != nullptr) registry.blocks.erase(handle);
 }

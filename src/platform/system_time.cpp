@@ -1,8 +1,8 @@
 #include "platform/system_time.h"
 
 #include <cerrno>
-#include <mutex>
 
+#include "os/mutex.h"
 #include "os/system.h"
 
 namespace {
@@ -30,7 +30,7 @@ void Store(const std::tm& local, _SYSTEMTIME* systemTime) {
 class LastSecond {
  public:
   std::tm Local(std::time_t seconds) {
-    const std::lock_guard lock(mutex_);
+    const MutexLock lock(mutex_);
     if (!known_ || seconds_ != seconds) {
       known_ = BreakDown(seconds, &local_);
       seconds_ = seconds;
@@ -39,10 +39,10 @@ class LastSecond {
   }
 
  private:
-  std::mutex mutex_;
-  bool known_ = false;
-  std::time_t seconds_ = 0;
-  std::tm local_{};
+  Mutex mutex_;
+  bool known_ QV_GUARDED_BY(mutex_) = false;
+  std::time_t seconds_ QV_GUARDED_BY(mutex_) = 0;
+  std::tm local_ QV_GUARDED_BY(mutex_){};
 };
 constinit LastSecond g_last;
 

@@ -18,11 +18,12 @@
 #include <new>
 #include <vector>
 
+#include "os/mutex.h"
 #include "platform/sync.h"
 
 /// The plain lock: it knows no owners, so a thread that acquires it twice waits for itself. Any
 /// thread may call any operation; a release of what is not held changes nothing.
-class CReaderWriterLockNonReentrance {
+class QV_CAPABILITY("lock") CReaderWriterLockNonReentrance {
  public:
   CReaderWriterLockNonReentrance();
   ~CReaderWriterLockNonReentrance();
@@ -78,7 +79,7 @@ class CReaderWriterLockNonReentrance {
 /// The lock that knows its owners: a thread may acquire it again, read while it writes, and write
 /// while it reads (an upgrade, as above). Holds are counted per thread, up to 65,535 of a kind. A
 /// thread's first acquisition needs memory and fails without.
-class CReaderWriterLock : private CReaderWriterLockNonReentrance {
+class QV_CAPABILITY("lock") CReaderWriterLock : private CReaderWriterLockNonReentrance {
  public:
   bool AcquireReaderLock(unsigned int timeoutMs);
   void ReleaseReaderLock();
@@ -110,12 +111,12 @@ class CReaderWriterLock : private CReaderWriterLockNonReentrance {
 /// Holds a lock for reading, or for writing, for the time of a scope; waits without limit. Throws
 /// std::bad_alloc where the lock has no room for one more hold.
 template <class Lock>
-class ReadHold {
+class QV_SCOPED_CAPABILITY ReadHold {
  public:
-  explicit ReadHold(Lock& lock) : lock_(lock) {
+  explicit ReadHold(Lock& lock) QV_ACQUIRE_SHARED(lock) QV_NOT_ANALYZED : lock_(lock) {
     if (!lock_.AcquireReaderLock(INFINITE)) throw std::bad_alloc();
   }
-  ~ReadHold() { lock_.ReleaseReaderLock(); }
+  ~ReadHold() QV_RELEASE() QV_NOT_ANALYZED { lock_.ReleaseReaderLock(); }
   ReadHold(const ReadHold&) = delete;
   ReadHold& operator=(const ReadHold&) = delete;
 
@@ -124,12 +125,12 @@ class ReadHold {
 };
 
 template <class Lock>
-class WriteHold {
+class QV_SCOPED_CAPABILITY WriteHold {
  public:
-  explicit WriteHold(Lock& lock) : lock_(lock) {
+  explicit WriteHold(Lock& lock) QV_ACQUIRE(lock) QV_NOT_ANALYZED : lock_(lock) {
     if (!lock_.AcquireWriterLock(INFINITE)) throw std::bad_alloc();
   }
-  ~WriteHold() { lock_.ReleaseWriterLock(); }
+  ~WriteHold() QV_RELEASE() QV_NOT_ANALYZED { lock_.ReleaseWriterLock(); }
   WriteHold(const WriteHold&) = delete;
   WriteHold& operator=(const WriteHold&) = delete;
 
