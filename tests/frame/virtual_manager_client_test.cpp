@@ -48,4 +48,28 @@ TEST(VirtualManagerClient, IsBusyWhileACommandRunsHoweverLongTheLastIsAgo) {
   EXPECT_EQ(asking.timeout, 1);
 }
 
+TEST(VirtualManagerClient, HandsAPayloadOnOnlyWhereThePathTakesOne) {
+  InitProgramInfo();
+  VirtualManagerClient client(&FakeTime);
+  const std::string zip = "some bytes, PK\5\6" + std::string(18, '\0');  // of nothing
+  const std::string command = R"({"method":"LoadZipFromBytes","parameter":[0,""]})";
+  for (const auto& [path, text, body, arrives] : Table<const char*, std::string, std::string, bool>{
+           {"/LoadZipFromBytes?type=0&", "", zip, true},
+           {"/LoadZipFromBytes?type=0&", "", "no zip", false},
+           {"/qtp/", command, zip, false},
+           {"/qtp/", command + "\r\n\r\n" + zip, "", true},
+           {"/qtp/", command + "\r\n\r\n", zip, false}}) {
+    HostDouble host;
+    auto payload = std::make_unique<unsigned char[]>(body.size());
+    std::copy(body.begin(), body.end(), payload.get());
+    EXPECT_EQ(client.DistributeHttpCommand(3, &host, path, text, 1, &HostDouble::Take, 0, "",
+                                           std::move(payload), static_cast<long>(body.size()),
+                                           nullptr, nullptr, nullptr),
+              1);
+    ASSERT_EQ(host.sent.size(), 1u);
+    EXPECT_EQ(host.sent[0].text.find("holds no files") != std::string::npos, arrives)
+        << path << host.sent[0].text;
+  }
+}
+
 }  // namespace

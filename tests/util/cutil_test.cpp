@@ -74,6 +74,7 @@ TEST_F(CUtilTest, MakesTheFoldersAboveTheLastSlash) {
                                                           {"a/b/d", 1, "a/b", "a/b/d"},
                                                           {"e/f/", 1, "e/f", "e/f/x"},
                                                           {"g", 1, "", "g"},
+                                                          {"file/a", 0, "file", "file/a"},
                                                           {"file/a/b", 0, "file", "file/a"}}) {
     EXPECT_EQ(CUtil::CreateDirectory((temp_ / path).c_str(), true), result) << path;
     EXPECT_TRUE(fs::exists(temp_ / made) && !fs::exists(temp_ / notMade)) << path;
