@@ -160,8 +160,8 @@ class Network(unittest.TestCase):
         wait_for(lambda: times(4), "it is announced twice more")
 
         # After a change of address the old one is not announced.
-        namespaces.run("ip", "addr", "add", "10.77.0.3/24", "dev", "own")
         namespaces.run("ip", "addr", "del", namespaces.OWN + "/24", "dev", "own")
+        namespaces.run("ip", "addr", "add", "10.77.0.3/24", "dev", "own")
         self.addCleanup(namespaces.run, "ip", "addr", "add", namespaces.OWN + "/24", "dev", "own",
                         check=False)
         self.addCleanup(namespaces.run, "ip", "addr", "del", "10.77.0.3/24", "dev", "own",
