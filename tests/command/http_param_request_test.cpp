@@ -41,6 +41,18 @@ TEST_F(HttpParamRequestTest, SendsTheLastBytesBesideTheReplyOnce) {
   EXPECT_EQ(host_.sent[1].data, "");
 }
 
+TEST_F(HttpParamRequestTest, SendsToAConnectionThatHasACallbackOnly) {
+  for (const auto& [connection, callback, isSent] : Table<int, SendBackFunc, bool>{
+           {0, &HostDouble::Take, false}, {3, nullptr, false}, {-1, &HostDouble::Take, true}}) {
+    host_.sent.clear();
+    HttpParamRequest request(connection, &host_, "{}", 1, 0, "", &HostDouble::Wrap, callback,
+                             nullptr, nullptr, nullptr, nullptr, 0, true);
+    request.GetResultStructByJsonString("[]");
+    EXPECT_EQ(request.SendBackResult(), isSent ? 1 : 0);
+    EXPECT_EQ(host_.sent.size(), isSent ? 1u : 0u);
+  }
+}
+
 TEST_F(HttpParamRequestTest, TakesAWholeTextAsItIs) {
   for (const auto& [text, sent] : Table<const char*, const char*>{
            {"[]", "[]"}, {"", ""}, {"{}", "{}"}, {"{\n}", "{,\n\t\"cmdId\" : \"c\"\n}"}}) {

@@ -69,12 +69,14 @@ TEST_F(ManagerClientTest, LeavesACommandsErrorToItWhateverRunsWithin) {
     EXPECT_NE(other.sent.at(0).text.find("-2408"), std::string::npos);
     return 0;
   };
-  for (int round = 0; round < 2; ++round) {
+  for (const int before : {0, -2201}) {
+    ManagerClient::SetErrorInfo(before, "of an outer command");
     HostDouble host;
     const char* text = R"({"id":"1","method":"Reboot","parameter":[]})";
     manager_.Function(host.Request(text, 1, 3, runAnother).get());
     const Json::Value reply = Parsed(host.sent.at(0).text);
     EXPECT_FALSE(reply.isMember("exception")) << host.sent[0].text;
+    EXPECT_EQ(ManagerClient::GetErrorCode(), before);
   }
 }
 
