@@ -4,21 +4,50 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 
 #include "environment/paths.h"
 #include "platform/diagnostics.h"
 #include "platform/profile_view.h"
-#include "platform/system_time.h"
 #include "platform/text.h"
 
 namespace {
 
 constexpr std::size_t kLongestValue = 2046;
 
-/// By way of the platform's log: logging itself reads its level from here.
-void LogLostWrite(const char* key, const char* value) {
-  Log(0, "Set configuration to init file failed. Key = %s, Value = %s. (%d)", key, value,
-      GetLastError());
+/// By way of the platform's log: logging itself reads its level from here. The Error line is
+/// without the values, which may be passwords.
+void LogLostWrite(const ProfileTexts& texts, const char* file) {
+  const int error = errno;
+  std::string keys;
+  for (const auto& [key, value] : texts) {
+    Log(0, "Set configuration to init file failed. Key = %s, Value = %s. (%d)", key.c_str(),
+        value.c_str(), error);
+    keys += (keys.empty() ? "" : ", ") + key;
+  }
+  errno = error;
+  LogFailure("Not stored in %s: %s.", file != nullptr ? file : "(no file)",
+             keys.empty() ? "it cannot be read" : keys.c_str());
+  errno = error;
+}
+
+/// The one way in which settings are stored: the turn among all processes comes first, because it
+/// may take seconds. `texts` are those that are known before the file is read, for the log.
+bool Change(const ProfileChange& change, const char* section, const char* file,
+            ProfileTexts texts = {}) {
+  if (section == nullptr) section = DEFAULT_SECTION;
+  const auto keep = [&](const ProfileReader& stored) { return texts = change(stored); };
+  {
+    const ProfileLock turn(file);
+    const WriteHold hold(ConfigurationLock());
+    if (ChangePrivateProfile(section, keep, file, turn)) return true;
+  }
+  LogLostWrite(texts, file);
+  return false;
+}
+
+bool Store(const ProfileTexts& texts, const char* section, const char* file) {
+  return Change([&](const ProfileReader&) { return texts; }, section, file, texts);
 }
 
 constinit std::atomic<WorkMode> g_processMode{WorkMode::Service};
@@ -68,33 +97,27 @@ bool GetConfigurationfromInitFile(const char* key, const char* def) {
   return TextToBool(GetConfigurationfromInitFile(key, def, DEFAULT_SECTION));
 }
 
-void SetConfigurationToInitFile(const char* key, const char* value, const char* section,
+bool SetConfigurationToInitFile(const char* key, const char* value, const char* section,
                                 const char* file) {
-  if (section == nullptr) section = DEFAULT_SECTION;
-  const WriteHold hold(ConfigurationLock());
-  if (!WritePrivateProfileStringA(section, key, value, file)) LogLostWrite(key, value);
+  return Store({{key != nullptr ? key : "", value != nullptr ? value : ""}}, section, file);
 }
 
-void SetConfigurationToInitFile(const char* key, const char* value, const char* section) {
-  SetConfigurationToInitFile(key, value, section, GetInitFileCString());
+bool SetConfigurationToInitFile(const char* key, const char* value, const char* section) {
+  return SetConfigurationToInitFile(key, value, section, GetInitFileCString());
 }
 
-void SetConfigurationToInitFile(const char* key, int value, const char* section) {
-  SetConfigurationToInitFile(key, std::to_string(value).c_str(), section);
+bool SetConfigurationToInitFile(const char* key, int value, const char* section) {
+  return SetConfigurationToInitFile(key, std::to_string(value).c_str(), section);
 }
 
-void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section) {
-  if (section == nullptr) section = DEFAULT_SECTION;
-  const WriteHold hold(ConfigurationLock());
-  if (WritePrivateProfileEntries(section, entries, GetInitFileCString())) return;
-  for (const auto& [key, value] : entries) {
-    LogLostWrite(std::string(key).c_str(), std::string(value).c_str());
-  }
+bool SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section) {
+  ProfileTexts texts;
+  for (const auto& [key, value] : entries) texts.emplace_back(key, value);
+  return Store(texts, section, GetInitFileCString());
 }
 
-bool ChangeConfiguration(const std::function<ProfileTexts(const ProfileReader&)>& change) {
-  const WriteHold hold(ConfigurationLock());
-  return ChangePrivateProfile(DEFAULT_SECTION, change, GetInitFileCString()) != 0;
+bool ChangeConfiguration(const ProfileChange& change) {
+  return Change(change, DEFAULT_SECTION, GetInitFileCString());
 }
 
 std::string StoredText(std::string text) {
@@ -124,17 +147,19 @@ std::string GetLatestSourceName(int& type) {
   return GetConfigurationfromInitFile("LatestSourceName", "", DEFAULT_SECTION);
 }
 
-void SetLatestSourceName(int type, const char* name) {
-  SetConfigurationToInitFile("LatestSourceType", type, DEFAULT_SECTION);
-  SetConfigurationToInitFile("LatestSourceName", name, DEFAULT_SECTION);
+bool SetLatestSourceName(int type, const char* name) {
+  const std::string number = std::to_string(type);
+  const ProfileEntry entries[] = {{"LatestSourceType", number},
+                                  {"LatestSourceName", name != nullptr ? name : ""}};
+  return SetConfigurationToInitFile(entries, DEFAULT_SECTION);
 }
 
 std::string GetSavedAccessPwd() {
   return GetConfigurationfromInitFile("AccessPwd", "", DEFAULT_SECTION);
 }
 
-void SetAccessPwd(const char* text) {
-  SetConfigurationToInitFile("AccessPwd", text, DEFAULT_SECTION);
+bool SetAccessPwd(const char* text) {
+  return SetConfigurationToInitFile("AccessPwd", text, DEFAULT_SECTION);
 }
 
 bool GetIfOnlyLoadMarviqueSignedModule() {
@@ -150,8 +175,8 @@ WorkMode GetServiceMode() {
   return static_cast<WorkMode>(TextToInt(stored.c_str()));
 }
 
-void SetServiceMode(WorkMode mode) {
-  SetConfigurationToInitFile("WorkMode", static_cast<int>(mode), DEFAULT_SECTION);
+bool SetServiceMode(WorkMode mode) {
+  return SetConfigurationToInitFile("WorkMode", static_cast<int>(mode), DEFAULT_SECTION);
 }
 
 void ReadAccessSwitches() {

@@ -8,7 +8,6 @@
 #pragma once
 
 #include <cstdint>
-#include <functional>
 #include <span>
 #include <string>
 
@@ -28,20 +27,21 @@ std::string GetConfigurationfromInitFile(const char* key, const char* def, const
 /// default is a text, too.
 bool GetConfigurationfromInitFile(const char* key, const char* def);
 
-/// Store a value. A value that could not be stored leaves a Debug line and the old file.
-void SetConfigurationToInitFile(const char* key, const char* value, const char* section,
+/// Store a value, or several values of one section in one step. Return whether they were stored;
+/// otherwise the old file stays, errno tells why, and so do a Debug line and an Error line. They
+/// wait for other writers, for some seconds at most, with no lock of this process held.
+bool SetConfigurationToInitFile(const char* key, const char* value, const char* section,
                                 const char* file);
-void SetConfigurationToInitFile(const char* key, const char* value, const char* section);
-void SetConfigurationToInitFile(const char* key, int value, const char* section);
+bool SetConfigurationToInitFile(const char* key, const char* value, const char* section);
+bool SetConfigurationToInitFile(const char* key, int value, const char* section);
 /// Booleans are stored as "TRUE" and "FALSE": say which text is meant.
-void SetConfigurationToInitFile(const char* key, bool value, const char* section) = delete;
-/// Stores several values of one section of the main configuration file in one step.
-void SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section);
+bool SetConfigurationToInitFile(const char* key, bool value, const char* section) = delete;
+bool SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section);
 
 /// Reads section "QV" of the main configuration file and stores what `change` makes of it, in one
 /// step that no other writer, of this process or of another, comes between. No texts: nothing is
-/// written. Returns false, with errno set and the old file left, when they cannot be stored.
-bool ChangeConfiguration(const std::function<ProfileTexts(const ProfileReader&)>& change);
+/// written. `change` must not write settings itself. Returns as the above.
+bool ChangeConfiguration(const ProfileChange& change);
 
 /// A page's text as it is stored: without CR, LF and NUL, and no longer than what can be read back,
 /// cut where a UTF-8 character begins.
@@ -56,18 +56,20 @@ bool TextToBool(const std::string& text);
 /// The type and name of the source that was used last. The read leaves `type` untouched and returns
 /// "" when none is stored.
 std::string GetLatestSourceName(int& type);
-void SetLatestSourceName(int type, const char* name);
+bool SetLatestSourceName(int type, const char* name);
 
 /// The access password, as the caller chose to store it.
 std::string GetSavedAccessPwd();
-void SetAccessPwd(const char* text);
+bool SetAccessPwd(const char* text);
 
 bool GetIfOnlyLoadMarviqueSignedModule();
 
-/// Orders the writes of the INI files within this process: each holds it exclusively. A batch holds
-/// it around single reads and writes that belong together, shared if it only reads; it is
-/// re-entrant. A single read takes no lock: a file is replaced whole, so it sees the old text or
-/// the new. Never taken while the log's own lock is held; nobody calls the host while holding it.
+/// Held exclusively by each write of an INI file of this process, from the read that it begins with
+/// on, and shared by whoever reads several settings that must not be written in between. A single
+/// read takes no lock: a file is replaced whole, so it sees the old text or the new. Re-entrant. It
+/// comes after the turn among all processes, so nobody waits for a stranger while holding it; never
+/// taken while the log's own lock is held; nobody calls the host or writes a setting while holding
+/// it.
 CReaderWriterLock& ConfigurationLock();
 
 /// How the service and this process work; each log line tells both. Further values are possible: a
@@ -84,7 +86,7 @@ WorkMode GetProcessMode();
 void SetProcessMode(WorkMode mode);
 /// The service's mode: key "WorkMode", read and written on every call.
 WorkMode GetServiceMode();
-void SetServiceMode(WorkMode mode);
+bool SetServiceMode(WorkMode mode);
 
 // The access switches: read once at start-up and then held in memory, so that what a page may do
 // does not change under it.

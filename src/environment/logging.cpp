@@ -241,11 +241,16 @@ __attribute__((format(printf, 1, 0))) void WritePlatformLine(const char* format,
   WriteLog(LOG_LEVEL_DEBUG, format, arguments);
 }
 
+__attribute__((format(printf, 1, 0))) void WritePlatformFailure(const char* format,
+                                                                std::va_list arguments) {
+  WriteLog(LOG_LEVEL_ERROR, format, arguments);
+}
+
 }  // namespace
 
 void ConnectPlatformLog() {
   static constexpr LogSink kSink = {[] { return LogCall(LOG_LEVEL_DEBUG).IsKept(); },
-                                    &WritePlatformLine};
+                                    &WritePlatformLine, &WritePlatformFailure};
   SetLogSink(&kSink);
 }
 

@@ -27,13 +27,23 @@ int ReadInt(const char* key, int absent) {
   return text.empty() ? absent : TextToInt(text.c_str());
 }
 
-void WriteText(const char* key, const char* value) {
-  if (value != nullptr) SetConfigurationToInitFile(key, value, DEFAULT_SECTION);
-}
+/// Keys and texts that are stored together; a null text is left out.
+class Settings {
+ public:
+  Settings& Add(const char* key, const char* text) {
+    if (text != nullptr) texts_.emplace_back(key, text);
+    return *this;
+  }
+  Settings& Add(const char* key, int value) { return Add(key, std::to_string(value).c_str()); }
+  bool Store() const {
+    std::vector<ProfileEntry> entries;
+    for (const auto& [key, text] : texts_) entries.push_back({key, text});
+    return SetConfigurationToInitFile(entries, DEFAULT_SECTION);
+  }
 
-void WriteInt(const char* key, int value) {
-  SetConfigurationToInitFile(key, value, DEFAULT_SECTION);
-}
+ private:
+  ProfileTexts texts_;
+};
 
 }  // namespace
 
@@ -49,14 +59,15 @@ bool GetEnablemDNSService(std::string& alias, std::string& tags, int& accessMode
 
 std::string GetmDNSServicePwd() { return ReadText(kPassword); }
 
-void SetEnablemDNSService(bool enable, const char* alias, const char* tags, bool, bool, bool,
+bool SetEnablemDNSService(bool enable, const char* alias, const char* tags, bool, bool, bool,
                           int accessMode, const char* password) {
-  WriteText(kAdvertise, BoolToText(enable));
-  if (!enable) return;
-  WriteText(kAlias, alias);
-  WriteText(kTags, tags);
-  WriteInt(kAccessMode, accessMode);
-  WriteText(kPassword, password);
+  Settings settings;
+  settings.Add(kAdvertise, BoolToText(enable));
+  if (enable) {
+    settings.Add(kAlias, alias).Add(kTags, tags).Add(kAccessMode, accessMode);
+    settings.Add(kPassword, password);
+  }
+  return settings.Store();
 }
 
 int GetmDNSAnswersPerSecond() {
@@ -80,12 +91,10 @@ bool GetEnablemDNSQueryService(std::string& proxyIP, int& port, int& sslPort, st
   return true;
 }
 
-void SetEnablemDNSQUeryService(bool enable, const char* proxyIP, int port, int sslPort,
+bool SetEnablemDNSQUeryService(bool enable, const char* proxyIP, int port, int sslPort,
                                const char* cert, const char* key) {
-  WriteText(kBrowse, BoolToText(enable));
-  WriteText(kProxyAddress, proxyIP);
-  WriteInt(kProxyPort, port);
-  WriteInt(kProxySslPort, sslPort);
-  WriteText(kProxyCert, cert);
-  WriteText(kProxyKey, key);
+  Settings settings;
+  settings.Add(kBrowse, BoolToText(enable)).Add(kProxyAddress, proxyIP).Add(kProxyPort, port);
+  settings.Add(kProxySslPort, sslPort).Add(kProxyCert, cert).Add(kProxyKey, key);
+  return settings.Store();
 }

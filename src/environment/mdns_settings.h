@@ -12,8 +12,9 @@ bool GetEnablemDNSService(std::string& alias, std::string& tags, int& accessMode
 /// The stored password value, "" if none is.
 std::string GetmDNSServicePwd();
 /// Stores the switch and, only when enabling, the rest; a null password leaves the stored one. The
-/// three flags are not used. Disabling keeps everything for the next time.
-void SetEnablemDNSService(bool enable, const char* alias, const char* tags, bool, bool, bool,
+/// three flags are not used. Disabling keeps everything for the next time. One write; returns
+/// whether it was done, as SetConfigurationToInitFile.
+bool SetEnablemDNSService(bool enable, const char* alias, const char* tags, bool, bool, bool,
                           int accessMode, const char* password);
 
 /// How many answers single askers are sent in one second, all together: 1 to 1,000,000; 1,000 when
@@ -25,6 +26,6 @@ bool GetEnablemDNSQueryService();
 /// The same, and when it is on the proxy's address, ports, certificate and key.
 bool GetEnablemDNSQueryService(std::string& proxyIP, int& port, int& sslPort, std::string& cert,
                                std::string& key);
-/// Stores everything, whatever the switch; a null text leaves the stored one.
-void SetEnablemDNSQUeryService(bool enable, const char* proxyIP, int port, int sslPort,
+/// Stores everything, whatever the switch; a null text leaves the stored one. One write, as above.
+bool SetEnablemDNSQUeryService(bool enable, const char* proxyIP, int port, int sslPort,
                                const char* cert, const char* key);

@@ -14,7 +14,7 @@ namespace {
 
 constexpr int kMostEntriesWithoutCount = 10;
 
-// The ports that this process has set, guarded by the configuration lock.
+// The ports that this process has set, guarded by the configuration lock, held exclusively.
 struct OwnPorts {
   PortMap plain, secure;
 };
@@ -62,22 +62,19 @@ void AppendMap(ProfileTexts& texts, const PortMap& map, const char* baseKey) {
   texts.emplace_back(baseKey, std::to_string(map.size()));
 }
 
-void Store(const ProfileTexts& texts) {
-  std::vector<ProfileEntry> entries;
-  entries.reserve(texts.size());
-  for (const auto& [key, value] : texts) entries.push_back({key, value});
-  SetConfigurationToInitFile(entries, DEFAULT_SECTION);
-}
-
 int PortOf(const PortMap& map, const std::string& name) {
   const auto found = map.find(name);
   return found == map.end() ? 0 : found->second;
 }
 
-void SetOwnPort(PortMap& map, const char* baseKey, int port, const std::string& name) {
-  const WriteHold hold(ConfigurationLock());
-  map[name] = port;
-  SavePort(map, baseKey);
+// The map is changed in the turn of the write, so the last write has the whole map.
+bool SetOwnPort(PortMap& map, const char* baseKey, int port, const std::string& name) {
+  return ChangeConfiguration([&](const ProfileReader&) {
+    map[name] = port;
+    ProfileTexts texts;
+    AppendMap(texts, map, baseKey);
+    return texts;
+  });
 }
 
 std::string UserKey(const std::string& name, bool isSecure) {
@@ -115,25 +112,26 @@ int GetNoSSLPort(const std::string& name, bool useStoredCount) {
   return PortOf(ReadNoSSLPort(useStoredCount), name);
 }
 
-void SetSSLPort(int port, const std::string& name) {
-  SetOwnPort(TheOwnPorts().secure, SSL_PORT_KEY, port, name);
+bool SetSSLPort(int port, const std::string& name) {
+  return SetOwnPort(TheOwnPorts().secure, SSL_PORT_KEY, port, name);
 }
 
-void SetNoSSLPort(int port, const std::string& name) {
-  SetOwnPort(TheOwnPorts().plain, PLAIN_PORT_KEY, port, name);
+bool SetNoSSLPort(int port, const std::string& name) {
+  return SetOwnPort(TheOwnPorts().plain, PLAIN_PORT_KEY, port, name);
 }
 
-void SetServer(const std::string& host, const std::vector<ModulePorts>& modules) {
-  const WriteHold hold(ConfigurationLock());
-  OwnPorts& own = TheOwnPorts();
-  for (const ModulePorts& module : modules) {
-    own.plain[module.name] = module.port;
-    own.secure[module.name] = module.sslPort;
-  }
-  ProfileTexts texts = {{"Server", host}};
-  AppendMap(texts, own.plain, PLAIN_PORT_KEY);
-  AppendMap(texts, own.secure, SSL_PORT_KEY);
-  Store(texts);
+bool SetServer(const std::string& host, const std::vector<ModulePorts>& modules) {
+  return ChangeConfiguration([&](const ProfileReader&) {
+    OwnPorts& own = TheOwnPorts();
+    for (const ModulePorts& module : modules) {
+      own.plain[module.name] = module.port;
+      own.secure[module.name] = module.sslPort;
+    }
+    ProfileTexts texts = {{"Server", host}};
+    AppendMap(texts, own.plain, PLAIN_PORT_KEY);
+    AppendMap(texts, own.secure, SSL_PORT_KEY);
+    return texts;
+  });
 }
 
 bool StoreOpenedPorts(const std::vector<OpenedPort>& opened) {
@@ -154,10 +152,10 @@ bool StoreOpenedPorts(const std::vector<OpenedPort>& opened) {
   });
 }
 
-void SavePort(const PortMap& map, const char* baseKey) {
+bool SavePort(const PortMap& map, const char* baseKey) {
   ProfileTexts texts;
   AppendMap(texts, map, baseKey);
-  Store(texts);
+  return ChangeConfiguration([&](const ProfileReader&) { return texts; });
 }
 
 int GetPort(const char* section, const std::string& name, bool isDefault, bool isSecure) {

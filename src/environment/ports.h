@@ -24,9 +24,10 @@ int GetSSLPort(const std::string& name, bool useStoredCount);
 int GetNoSSLPort(const std::string& name, bool useStoredCount);
 
 /// Remember the port in this process's own map and store that whole map, so the file tells what the
-/// process that saved last has set.
-void SetSSLPort(int port, const std::string& name);
-void SetNoSSLPort(int port, const std::string& name);
+/// process that saved last has set. These and the below return whether they stored, as
+/// SetConfigurationToInitFile.
+bool SetSSLPort(int port, const std::string& name);
+bool SetNoSSLPort(int port, const std::string& name);
 /// Where a module listens.
 struct ModulePorts {
   std::string name;
@@ -35,7 +36,7 @@ struct ModulePorts {
 };
 /// The same for several modules and the host name ("Server") in a single rewrite of the file, so
 /// that no crash in between leaves a map without one of them.
-void SetServer(const std::string& host, const std::vector<ModulePorts>& modules);
+bool SetServer(const std::string& host, const std::vector<ModulePorts>& modules);
 
 /// Both stored maps, without their counts, from one look at the file.
 struct StoredPorts {
@@ -58,7 +59,7 @@ bool StoreOpenedPorts(const std::vector<OpenedPort>& opened);
 
 /// Stores a whole map in one step: its entries in descending order of their names, then its size.
 /// Entries left over from a larger map stay in the file behind it.
-void SavePort(const PortMap& map, const char* baseKey);
+bool SavePort(const PortMap& map, const char* baseKey);
 
 /// One user's port of a module (0 if none), in the section that the caller names.
 int GetPort(const char* section, const std::string& name, bool isDefault, bool isSecure);

@@ -109,12 +109,15 @@ void SaveServiceName(const char* name) {
 }
 
 std::string GetServiceGUID() {
-  const WriteHold hold(ConfigurationLock());
-  std::string stored = GetConfigurationfromInitFile("ServiceGuid", "", DEFAULT_SECTION);
-  if (!stored.empty()) return stored;
-  std::string fresh = TextOf(&Information::freshGuid);
-  SetConfigurationToInitFile("ServiceGuid", fresh.c_str(), DEFAULT_SECTION);
-  return fresh;
+  std::string guid = GetConfigurationfromInitFile("ServiceGuid", "", DEFAULT_SECTION);
+  if (!guid.empty()) return guid;
+  ChangeConfiguration([&guid](const ProfileReader& stored) -> ProfileTexts {
+    guid = stored("ServiceGuid");  // another process may have been first
+    if (!guid.empty()) return {};
+    guid = TextOf(&Information::freshGuid);
+    return {{"ServiceGuid", guid}};
+  });
+  return guid.empty() ? TextOf(&Information::freshGuid) : guid;
 }
 
 int GetServiceRunMode() {

@@ -43,10 +43,10 @@ HttpParamRequest* WrongTypeAsEmptyObject(HttpParamRequest* request) {
 
 ManagerClient::Result ManagerClient::GetServerInfo(HttpParamRequest* request) {
   const std::string host = GetConfigurationfromInitFile("Server", "", DEFAULT_SECTION);
-  const PortMap secure = ReadSSLPort(false);
-  const PortMap plain = ReadNoSSLPort(false);
-  const SPorts scanning = {PortOf(plain, kScanningModule), PortOf(secure, kScanningModule)};
-  const SPorts own = {PortOf(plain, kModule), PortOf(secure, kModule)};
+  const StoredPorts stored = ReadPorts();
+  const SPorts scanning = {PortOf(stored.plain, kScanningModule),
+                           PortOf(stored.secure, kScanningModule)};
+  const SPorts own = {PortOf(stored.plain, kModule), PortOf(stored.secure, kModule)};
   return request->GetResultStructByJsonString(ServerText(host, scanning, own));
 }
 
@@ -65,8 +65,10 @@ ManagerClient::Result ManagerClient::SetServerInfo(HttpParamRequest* request) {
   if (!good) return WrongTypeAsEmptyObject(request);
 
   host = StoredText(std::move(host));
-  SetServer(host,
-            {{kScanningModule, scanning.port, scanning.sslPort}, {kModule, own.port, own.sslPort}});
+  const bool isStored = SetServer(
+      host, {{kScanningModule, scanning.port, scanning.sslPort}, {kModule, own.port, own.sslPort}});
+  // The reply has no place for an error: it tells what holds, so what was stored before.
+  if (!isStored) return GetServerInfo(request);
   return request->GetResultStructByJsonString(ServerText(host, scanning, own));
 }
 

@@ -22,6 +22,15 @@ void Log(int, const char* format, ...) {
   va_end(arguments);
 }
 
+void LogFailure(const char* format, ...) {
+  const LogSink* sink = logSink;
+  if (sink == nullptr || sink->writeFailure == nullptr) return;
+  std::va_list arguments;
+  va_start(arguments, format);
+  sink->writeFailure(format, arguments);
+  va_end(arguments);
+}
+
 bool GetIfScanningProcess() { return scanningProcess; }
 
 void SetIfScanningProcess(bool flag) { scanningProcess = flag; }

@@ -1,7 +1,12 @@
 #include "environment/configuration.h"
 
+#include <fcntl.h>
+#include <sys/file.h>
+
+#include "environment/mdns_settings.h"
 #include "environment/paths.h"
 #include "environment/program_information.h"
+#include "os/file.h"
 #include "support/testing.h"
 
 namespace {
@@ -62,6 +67,42 @@ TEST_F(Configuration, KeepsWhatIsNamedByAFunction) {
   Spit(GetInitFile(), "[QV]\nLatestSourceType=x\n");
   EXPECT_EQ(GetLatestSourceName(type), "");
   EXPECT_EQ(type, 0);
+}
+
+TEST_F(Configuration, TellsAndLogsWhatCannotBeStored) {
+  Spit(GetInitFile(), "[QV]\nLogLevel=2\n");
+  const std::string noFile = GetWorkPath() + "no-file.ini";
+  fs::create_directory(noFile);
+  EXPECT_FALSE(SetConfigurationToInitFile("AccessPwd", "secret", nullptr, noFile.c_str()));
+  EXPECT_EQ(errno, EISDIR);
+  EXPECT_TRUE(SetConfigurationToInitFile("k", "v", nullptr));
+  const auto log = [] { return Slurp(GetLogFile()); };
+  EXPECT_TRUE(WaitUntil([&] {
+    return log().find("Not stored in " + noFile +
+                      ": AccessPwd. GetLastError = " + std::to_string(EISDIR)) != std::string::npos;
+  })) << log();
+  EXPECT_EQ(log().find("secret"), std::string::npos);
+}
+
+TEST_F(Configuration, IsReadAndLockedWhileAWriteWaitsForAnotherProcess) {
+  EXPECT_TRUE(SetConfigurationToInitFile("k", "old", nullptr));
+  Descriptor others(::open((GetWorkPath() + ".QVConfiguration.ini.lock").c_str(), O_RDWR));
+  ASSERT_EQ(::flock(others.get(), LOCK_EX), 0);
+  std::atomic<bool> isStored{false};
+  std::thread writer([&] {
+    EXPECT_TRUE(SetEnablemDNSService(true, "alias", "tags", false, false, false, 1, "p"));
+    isStored = true;
+  });
+  const auto end = std::chrono::steady_clock::now() + std::chrono::milliseconds(500);
+  while (std::chrono::steady_clock::now() < end) {
+    ASSERT_TRUE(ConfigurationLock().AcquireWriterLock(0));
+    EXPECT_EQ(Text("k"), "old");
+    EXPECT_FALSE(isStored);
+    ConfigurationLock().ReleaseWriterLock();
+  }
+  others = Descriptor();
+  writer.join();
+  EXPECT_EQ(Text("Service_alias"), "alias");
 }
 
 TEST_F(Configuration, SwitchesAccessForTheNextStartOnly) {

@@ -49,6 +49,12 @@ TEST_F(ManagerClientTest, ReadsAndChangesTheServer) {
   }
   EXPECT_EQ(GetNoSSLPort("hvn", true), 3);
   EXPECT_EQ(GetSSLPort("qtp", true), 2);
+
+  fs::remove(GetInitFile());
+  fs::create_directory(GetInitFile());  // which nobody can write as a file
+  EXPECT_EQ(Reply("SetServerInfo", R"(["h",1,2,3,4])"), Reply("GetServerInfo", "[]"))
+      << "nothing was stored";
+  fs::remove(GetInitFile());
 }
 
 TEST_F(ManagerClientTest, EchoesTheCommandOfAnUnknownClientUnrun) {

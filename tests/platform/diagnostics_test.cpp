@@ -10,17 +10,20 @@ TEST(Diagnostics, GoToTheSinkOnlyWhileItKeepsDebugLines) {
                           char line[100];
                           std::vsnprintf(line, sizeof line, format, arguments);
                           written += line;
-                        }};
+                        },
+                        [](const char* format, std::va_list) { written += format; }};
   isDebug = false;
   written.clear();
   Log(8, "no sink");
   SetLogSink(&sink);
   Log(1, "off");
+  LogFailure("failed;");
   isDebug = true;
   for (const int level : {0, 8}) Log(level, "%s %d;", "on", level);
   SetLogSink(nullptr);
   Log(8, "taken away");
-  EXPECT_EQ(written, "on 0;on 8;");
+  LogFailure("taken away");
+  EXPECT_EQ(written, "failed;on 0;on 8;");
 }
 
 TEST(Diagnostics, PrintAFailureAndKeepItsCode) {
