@@ -89,7 +89,7 @@ TEST_F(Configuration, IsReadAndLockedWhileAWriteWaitsForAnotherProcess) {
   Descriptor others(::open((GetWorkPath() + ".QVConfiguration.ini.lock").c_str(), O_RDWR));
   ASSERT_EQ(::flock(others.get(), LOCK_EX), 0);
   std::atomic<bool> isStored{false};
-  std::thread writer([&] {
+  std::jthread writer([&] {
     EXPECT_TRUE(SetEnablemDNSService(true, "alias", "tags", false, false, false, 1, "p"));
     isStored = true;
   });
