@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int kThreads = 4, kRounds = 1000;
+constexpr int kThreads = 4, kRounds = 20'000;
 
 /// A name of this process's own, with room for something behind it.
 std::string Name(const std::string& text) { return "/qvt" + std::to_string(::getpid()) + text; }

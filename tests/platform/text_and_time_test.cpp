@@ -121,6 +121,9 @@ TEST(Time, IsTheSameForAllThreadsAndFollowsTheClock) {
       }
     });
   }
+  _SYSTEMTIME first{}, now{};
+  GetSystemTime(&first);
+  EXPECT_TRUE(WaitUntil([&] { return GetSystemTime(&now) == 1 && now.wSecond != first.wSecond; }));
 }
 
 TEST(Time, SleepsAtLeastAsLongAsAsked) {
