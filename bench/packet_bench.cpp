@@ -1,6 +1,7 @@
-// The packet layer: reading an answer of ten records, and writing an announcement. The counters
-// show allocations a packet: they follow the pairs of a text, which a result holds, and not the
-// labels of names, of which there are few or many.
+// The packet layer: reading an answer of ten records, writing an announcement, and what a responder
+// does for a question of its own and for one of others. The counters show allocations a packet:
+// they follow the pairs of a text, which a result holds, and not the labels of names, of which
+// there are few or many.
 #include <benchmark/benchmark.h>
 
 #include <array>
@@ -9,7 +10,9 @@
 #include <new>
 
 #include "discovery/advertised_records.h"
+#include "discovery/question_answerer.h"
 #include "discovery/reply_parser.h"
+#include "fuzz/null_network.h"
 
 namespace {
 
@@ -92,5 +95,29 @@ void WriteAnnouncement(benchmark::State& state) {
   CountAllocations(state, before);
 }
 BENCHMARK(WriteAnnouncement)->ArgName("labels")->Arg(1)->Arg(30);
+
+/// One question for a unicast answer, of our name or of another.
+void TakeAQuestion(benchmark::State& state) {
+  mdns_service_info info;
+  info.hostname = "me";
+  info.service = "_privet._tcp.local.";
+  info.ipv4 = info.ipv6 = "10.0.0.5";
+  const AdvertisedRecords records(info, nullptr);
+  NullNetwork network;
+  SocketSet sockets(network, MDNS_PORT);
+  const int socket = sockets.refresh().front();
+  NeighbourLog log;
+  QuestionAnswerer answerer(network, sockets, log, std::size_t{1} << 40);
+  Buffer question;
+  const char* const name = state.range(0) == 1 ? "me.local." : "somebody.local.";
+  const PacketBytes packet = PacketBytes(question).first(MakeQuery(question, name, MDNS_TYPE_A, 0));
+  const std::uint64_t before = allocations;
+  for (auto _ : state) {
+    answerer.answer(records, socket, packet, network.neighbour(), true);
+    network.sent.clear();
+  }
+  CountAllocations(state, before);
+}
+BENCHMARK(TakeAQuestion)->ArgName("ours")->Arg(0)->Arg(1);
 
 }  // namespace
