@@ -39,6 +39,6 @@ fail() {
 BUILD_PACKAGES=(cmake g++ libboost1.81-dev libidn2-dev libjsoncpp-dev libminizip-dev
   libssl-dev ninja-build pkg-config zlib1g-dev)
 # What its tests need beside that.
-TEST_PACKAGES=(avahi-daemon avahi-utils binutils chromium clang-format clang-tidy curl dbus iproute2
+TEST_PACKAGES=(avahi-daemon avahi-utils binutils chromium clang clang-format clang-tidy curl dbus iproute2
   libgtest-dev openssl python3 python3-websockets python3-zeroconf tshark zip)
 BENCH_PACKAGES=(avahi-daemon avahi-utils dbus iproute2 libbenchmark-dev python3 python3-websockets)
