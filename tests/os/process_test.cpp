@@ -109,14 +109,4 @@ TEST(ChildProcess, LeavesNoZombieAndOutlivesItsStarter) {
   EXPECT_EQ(::kill(pid(), SIGKILL), 0) << "it did not outlive its starter";
 }
 
-TEST(ChildProcess, GetsTheUsualSignalsOrSaysWhyItDoesNotRun) {
-  const auto before = std::signal(SIGPIPE, SIG_IGN);
-  ChildProcess child;
-  EXPECT_FALSE(child.Running());
-  EXPECT_EQ(child.Start({"/no/such/program"}), ENOENT);
-  EXPECT_EQ(child.Start({"sh", "-c", "kill -PIPE $$; sleep 60"}), 0);
-  EXPECT_TRUE(WaitUntil([&] { return !child.Running(); }));
-  std::signal(SIGPIPE, before);
-}
-
 }  // namespace
