@@ -62,11 +62,6 @@ void AppendMap(ProfileTexts& texts, const PortMap& map, const char* baseKey) {
   texts.emplace_back(baseKey, std::to_string(map.size()));
 }
 
-int PortOf(const PortMap& map, const std::string& name) {
-  const auto found = map.find(name);
-  return found == map.end() ? 0 : found->second;
-}
-
 // The map is changed in the turn of the write, so the last write has the whole map.
 bool SetOwnPort(PortMap& map, const char* baseKey, int port, const std::string& name) {
   return ChangeConfiguration([&](const ProfileReader&) {
@@ -87,6 +82,11 @@ void SetInUserFile(const char* section, const std::string& key, const std::strin
 
 }  // namespace
 
+int FindPort(const PortMap& map, const std::string& name, int absent) {
+  const auto found = map.find(name);
+  return found == map.end() ? absent : found->second;
+}
+
 PortMap ReadPort(const char* baseKey, bool useStoredCount) {
   const ProfileView look(GetInitFileCString());
   const ProfileReader stored = ReaderOf(look);
@@ -105,11 +105,11 @@ PortMap ReadSSLPort(bool useStoredCount) { return ReadPort(SSL_PORT_KEY, useStor
 PortMap ReadNoSSLPort(bool useStoredCount) { return ReadPort(PLAIN_PORT_KEY, useStoredCount); }
 
 int GetSSLPort(const std::string& name, bool useStoredCount) {
-  return PortOf(ReadSSLPort(useStoredCount), name);
+  return FindPort(ReadSSLPort(useStoredCount), name, 0);
 }
 
 int GetNoSSLPort(const std::string& name, bool useStoredCount) {
-  return PortOf(ReadNoSSLPort(useStoredCount), name);
+  return FindPort(ReadNoSSLPort(useStoredCount), name, 0);
 }
 
 bool SetSSLPort(int port, const std::string& name) {
@@ -120,10 +120,10 @@ bool SetNoSSLPort(int port, const std::string& name) {
   return SetOwnPort(TheOwnPorts().plain, PLAIN_PORT_KEY, port, name);
 }
 
-bool SetServer(const std::string& host, const std::vector<ModulePorts>& modules) {
+bool SetServer(const std::string& host, const std::vector<ServerPorts>& modules) {
   return ChangeConfiguration([&](const ProfileReader&) {
     OwnPorts& own = TheOwnPorts();
-    for (const ModulePorts& module : modules) {
+    for (const ServerPorts& module : modules) {
       own.plain[module.name] = module.port;
       own.secure[module.name] = module.sslPort;
     }
@@ -142,7 +142,7 @@ bool StoreOpenedPorts(const std::vector<OpenedPort>& opened) {
       const PortMap before = ReadMap(stored, baseKey, kMostEntriesWithoutCount);
       PortMap map = before;
       for (const OpenedPort& port : opened) {
-        if (port.secure == secure && PortOf(before, port.name) == port.stored) {
+        if (port.secure == secure && FindPort(before, port.name, 0) == port.stored) {
           map[port.name] = port.actual;
         }
       }

@@ -10,6 +10,8 @@
 
 /// Module alias to port.
 using PortMap = std::map<std::string, int>;
+/// A module's port, or `absent`.
+int FindPort(const PortMap& map, const std::string& name, int absent);
 
 inline constexpr const char* PLAIN_PORT_KEY = "Port";
 inline constexpr const char* SSL_PORT_KEY = "SSLPort";
@@ -28,15 +30,15 @@ int GetNoSSLPort(const std::string& name, bool useStoredCount);
 /// SetConfigurationToInitFile.
 bool SetSSLPort(int port, const std::string& name);
 bool SetNoSSLPort(int port, const std::string& name);
-/// Where a module listens.
-struct ModulePorts {
+/// Where a module shall listen.
+struct ServerPorts {
   std::string name;
   int port;
   int sslPort;
 };
 /// The same for several modules and the host name ("Server") in a single rewrite of the file, so
 /// that no crash in between leaves a map without one of them.
-bool SetServer(const std::string& host, const std::vector<ModulePorts>& modules);
+bool SetServer(const std::string& host, const std::vector<ServerPorts>& modules);
 
 /// Both stored maps, without their counts, from one look at the file.
 struct StoredPorts {

@@ -87,7 +87,8 @@ int DistributeCommand(int connectionId, void* host, int kind, const char* text1,
     const bool direct = kind == KIND_DIRECT;
     const char* const path = direct ? DIRECT_PATH.data() : text1;
     const char* const text = direct ? text1 : text2;
-    if (path == nullptr || text == nullptr || domain == nullptr || dataLen > INT_MAX) {
+    if (path == nullptr || text == nullptr || domain == nullptr ||
+        (data != nullptr && dataLen > INT_MAX)) {
       LogErr("DistributeCommand was given a null text or too many bytes.");
       return 0;
     }

@@ -29,7 +29,7 @@ class ManagerClient {
     int sessionId;
     int processId;
   };
-  using ModulePorts = std::map<std::string, SPorts>;
+  using PortsByModule = std::map<std::string, SPorts>;
 
   ManagerClient() = default;
   virtual ~ManagerClient() = default;
@@ -48,9 +48,9 @@ class ManagerClient {
   /// The id of the user that owns a client's socket, who is remembered with session and process.
   std::string GetUserSIDBySock(int socket);
   /// One user's ports. On this system nobody has any; `error` tells when the user is empty.
-  ModulePorts GetCurrentUserModulePorts(const std::string& user, std::string& error);
+  PortsByModule GetCurrentUserModulePorts(const std::string& user, std::string& error);
   /// One user's ports of both modules as they are stored.
-  ModulePorts GetAllListenPorts(const std::string& user);
+  PortsByModule GetAllListenPorts(const std::string& user);
   /// Asks a user's process to end.
   void CloseUserProcess(const std::string& user);
   /// The hash of a user id that pages get to see: times 33 plus byte, in 32 bits.
@@ -122,7 +122,7 @@ class ManagerClient {
 
   // The text by which a page may ask for a user's ports later.
   std::string RememberUser(const std::string& user);
-  static std::string PortsText(const ModulePorts& modules);
+  static std::string PortsText(const PortsByModule& modules);
 
   Mutex usersMutex_;
   std::map<std::string, SUserModuleInfo> users_ QV_GUARDED_BY(usersMutex_);

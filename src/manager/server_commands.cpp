@@ -16,11 +16,6 @@ constexpr const char* kModule = ALIAS_ARY[0];
 constexpr const char* kScanningModule = ALIAS_ARY[1];
 constexpr int kNoPort = -1;
 
-int PortOf(const PortMap& map, const char* name) {
-  const auto found = map.find(name);
-  return found == map.end() ? kNoPort : found->second;
-}
-
 std::string ModuleText(const char* name, int port, int sslPort) {
   return std::string("\"") + name + "\":{\"port\":\"" + std::to_string(port) + "\",\"sslPort\":\"" +
          std::to_string(sslPort) + "\"}";
@@ -44,9 +39,10 @@ HttpParamRequest* WrongTypeAsEmptyObject(HttpParamRequest* request) {
 ManagerClient::Result ManagerClient::GetServerInfo(HttpParamRequest* request) {
   const std::string host = GetConfigurationfromInitFile("Server", "", DEFAULT_SECTION);
   const StoredPorts stored = ReadPorts();
-  const SPorts scanning = {PortOf(stored.plain, kScanningModule),
-                           PortOf(stored.secure, kScanningModule)};
-  const SPorts own = {PortOf(stored.plain, kModule), PortOf(stored.secure, kModule)};
+  const SPorts scanning = {FindPort(stored.plain, kScanningModule, kNoPort),
+                           FindPort(stored.secure, kScanningModule, kNoPort)};
+  const SPorts own = {FindPort(stored.plain, kModule, kNoPort),
+                      FindPort(stored.secure, kModule, kNoPort)};
   return request->GetResultStructByJsonString(ServerText(host, scanning, own));
 }
 

@@ -19,15 +19,15 @@ std::string ManagerClient::GetUserSIDBySock(int socket) {
   return user;
 }
 
-ManagerClient::ModulePorts ManagerClient::GetCurrentUserModulePorts(const std::string& user,
-                                                                    std::string& error) {
+ManagerClient::PortsByModule ManagerClient::GetCurrentUserModulePorts(const std::string& user,
+                                                                      std::string& error) {
   LogDebug("GetCurrentUserModulePorts user=%s", user.c_str());
   if (user.empty()) error = QTP_NoUserStr;
   return {};
 }
 
-ManagerClient::ModulePorts ManagerClient::GetAllListenPorts(const std::string& user) {
-  ModulePorts ports;
+ManagerClient::PortsByModule ManagerClient::GetAllListenPorts(const std::string& user) {
+  PortsByModule ports;
   for (const char* alias : ALIAS_ARY) {
     const SPorts found = {GetPort(user.c_str(), alias, false, false),
                           GetPort(user.c_str(), alias, false, true)};
@@ -60,7 +60,7 @@ ManagerClient::Result ManagerClient::GetPorts(HttpParamRequest* request) {
     if (const auto found = userByHash_.find(key); found != userByHash_.end()) user = found->second;
   }
   std::string error;
-  const ModulePorts modules = GetCurrentUserModulePorts(user, error);
+  const PortsByModule modules = GetCurrentUserModulePorts(user, error);
   if (!error.empty()) {
     SetErrorInfo(QTP_NO_USER, error.c_str());
     return BoolResult(request, false);
@@ -69,7 +69,7 @@ ManagerClient::Result ManagerClient::GetPorts(HttpParamRequest* request) {
   return request;
 }
 
-std::string ManagerClient::PortsText(const ModulePorts& modules) {
+std::string ManagerClient::PortsText(const PortsByModule& modules) {
   std::string json = "{";
   for (const auto& [name, ports] : modules) {
     if (json.size() > 1) json += ",";

@@ -94,6 +94,13 @@ TEST(Module, RunsCommandsOfBothKindsAndRefusesOthers) {
   EXPECT_EQ(module.Replies(2, "/qtp/", command.c_str()), Texts()) << "no such kind";
   EXPECT_EQ(module.Replies(0, "/qtp/"), Texts());
   EXPECT_EQ(module.Replies(0, "/qtp/", command.c_str(), nullptr), Texts());
+  // Without bytes their number means nothing.
+  for (const auto& [data, replied] : Table<const void*, int>{{nullptr, 1}, {"", 0}}) {
+    Texts replies;
+    EXPECT_EQ(module.DistributeCommand(1, &replies, 1, command.c_str(), nullptr, data, 0xFFFFFFFF,
+                                       1, &Collect, 0, "", nullptr, nullptr, nullptr),
+              replied);
+  }
 }
 
 TEST(Module, KeepsImagesOfOneSizeAndListedFilesUntilItIsUnloaded) {
