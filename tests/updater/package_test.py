@@ -170,8 +170,9 @@ class Packages(unittest.TestCase):
     def assert_settled(self, home, version, build):
         self.assertEqual((home.health()["build"], home.setting("QVVersion"),
                           home.setting("IfUpdate") or "0"), (build, version, "0"), home.log())
-        # Who is killed while writing the settings leaves one file, which the next write removes.
-        kept = {".QVConfiguration.ini.replacement"}
+        # Who is killed while writing the settings leaves one file, which the next write removes. The
+        # lock of the settings' writers stays.
+        kept = {".QVConfiguration.ini.replacement", ".QVConfiguration.ini.lock"}
         self.assertEqual([p.name for p in home.folder.iterdir() if p.name not in kept
                           and p.name.startswith(".")], [])
 
