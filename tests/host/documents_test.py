@@ -66,11 +66,13 @@ class Documents(service.ServiceTest):
 
     def test_every_command_is_described(self):
         text = DOCUMENT.read_text()
-        table = (DOCUMENT.parents[1] / "src/manager/manager_client.cpp").read_text()
-        commands = re.findall(r'\{"(\w+)", &ManagerClient::', table)
+        table = (DOCUMENT.parents[1] / "src/command/command_table.cpp").read_text()
+        commands = re.findall(r'CommandEntry\{\w+, "(\w+)", k(Ask|Manage)', table)
         self.assertGreater(len(commands), 15)
-        for command in commands:
+        asked = re.search(r"in `AllowedOrigins` \| run (.*) \|", text)[1]
+        for command, rights in commands:
             self.assertIn(f"**{command}**", text)
+            self.assertEqual(command in re.findall(r"\w+", asked), rights == "Ask", command)
 
     @unittest.skipUnless(BROWSER, "chromium is not installed")
     def test_the_page_works_in_a_browser(self):
