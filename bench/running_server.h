@@ -44,7 +44,7 @@ class RunningServer {
   host::Connections connections_;
   host::Discovery discovery_{mdns_wrapper::mDNSService::getInstance(),
                              mdns_wrapper::mDNSQueryService::getInstance()};
-  host::HostServices services_{{}, discovery_};
+  host::HostServices services_{discovery_};
   std::unique_ptr<host::ModuleLibrary> module_;
   std::unique_ptr<host::ModuleHandler> handler_;
   EchoHandler echo_{connections_, true};
