@@ -50,10 +50,13 @@ void ListeningPorts::Reopen(const std::string& secureProblem) {
   std::vector<Slot*> moving;
   for (Slot& slot : slots_) {
     ReadSettings(slot, stored, std::nullopt);
-    if (slot.state.requested != slot.state.actual)
+    if (slot.state.requested != slot.state.actual) {
       moving.push_back(&slot);
-    else
+    } else {
       slot.state.problem.clear();
+      // What is stored is no port, or nothing is.
+      slot.isToBeStored = slot.listener != 0 && slot.stored != slot.state.actual;
+    }
   }
   // Two ports that change places are in each other's way.
   std::vector<Slot> old;
@@ -150,11 +153,15 @@ void ListeningPorts::Publish() {
 
 void ListeningPorts::Store() {
   std::vector<OpenedPort> opened;
-  for (Slot& slot : slots_) {
-    if (!std::exchange(slot.isToBeStored, false)) continue;
+  for (const Slot& slot : slots_) {
+    if (!slot.isToBeStored) continue;
     opened.push_back({slot.state.alias, slot.state.secure, slot.stored, slot.state.actual});
   }
-  if (opened.empty() || StoreOpenedPorts(opened)) return;
+  if (opened.empty()) return;
+  if (StoreOpenedPorts(opened)) {
+    for (Slot& slot : slots_) slot.isToBeStored = false;
+    return;
+  }
   ReportError(std::string("The ports cannot be stored in QVConfiguration.ini: ") +
               std::strerror(errno) + ". GetServerInfo does not tell them.");
 }

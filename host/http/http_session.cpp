@@ -21,6 +21,12 @@ namespace {
 
 using http::status;
 
+/// Stops a deadline at the end of a scope, however that comes.
+struct StopAtEnd {
+  ~StopAtEnd() { deadline.Stop(); }
+  Deadline& deadline;
+};
+
 /// A place among the uploads, for the time of a scope.
 struct UploadPlace {
   UploadPlace(std::atomic<std::size_t>& counter, bool wanted) : taken(wanted ? &counter : nullptr) {
@@ -166,8 +172,9 @@ Awaitable<HttpSession::Next> HttpSession::Exchange() {
   const Entry entry = core_.parts.door.Judge(facts.hosts, facts.origins, port_, secure_);
   if (entry.rights != Rights::None && facts.plainCoding && request.done() && buffer_.size() == 0 &&
       IsUpgrade(facts)) {
-    webSocket_ = MakeWebSocketSession(core_, std::move(stream_), handler_, entry.origin,
-                                      MakeCommand(facts, entry));
+    IncomingCommand pattern = MakeCommand(facts, entry);  // which asks the stream for its socket
+    webSocket_ =
+        MakeWebSocketSession(core_, std::move(stream_), handler_, entry.origin, std::move(pattern));
     co_await webSocket_->Run(facts);
     co_return Next::Nothing;
   }
@@ -317,6 +324,9 @@ Awaitable<status> HttpSession::ReadBody(RequestReader& request, std::size_t limi
   if (request.facts().expectsContinue && !request.done() && buffer_.size() == 0) {
     co_await Write(kContinue);
   }
+  const StopAtEnd stopAtEnd{deadline_};
+  // The deadline is for so many bytes, not for the next one: nobody may send one a minute.
+  std::size_t sinceStart = kChunk;
   while (!request.done()) {
     error_code ec;
     if (buffer_.size() > 0) {
@@ -325,11 +335,15 @@ Awaitable<status> HttpSession::ReadBody(RequestReader& request, std::size_t limi
       if (!ec) continue;
       if (ec != http::error::need_more) co_return status::bad_request;
     }
-    deadline_.Start(limits_.patience);
+    if (sinceStart >= kChunk) {
+      deadline_.Start(limits_.patience);
+      sinceStart = 0;
+    }
+    const std::size_t before = buffer_.size();
     busy_ = false;
     ec = co_await ReadMore(kChunk);
     busy_ = true;
-    deadline_.Stop();
+    sinceStart += buffer_.size() - before;
     if (deadline_.passed()) co_return status::request_timeout;
     if (ec) co_return status::bad_request;
   }
@@ -385,13 +399,14 @@ void StartSession(ServerCore& core, Socket socket, bool secure, CommandHandler& 
   const auto context = secure ? core.parts.tls() : nullptr;
   if (secure && context == nullptr) return;
   const Executor executor = socket.get_executor();
-  const auto session = std::make_shared<HttpSession>(
+  auto session = std::make_shared<HttpSession>(
       core,
       secure ? MakeSecureStream(std::move(socket), *context) : MakePlainStream(std::move(socket)),
       secure, handler);
   session->Enter();
   net::co_spawn(
-      executor, [session, crowded] { return session->Run(crowded); }, net::detached);
+      executor, [session = std::move(session), crowded] { return session->Run(crowded); },
+      net::detached);
 }
 
 }  // namespace host

@@ -47,6 +47,9 @@ Acceptor OpenAcceptor(net::io_context& context, const tcp::endpoint& endpoint, e
 
 /// One port: an acceptor for each address. Once they accept they belong to that thread.
 struct Server::Listener {
+  Listener(bool isSecure, CommandHandler& itsHandler, std::vector<Acceptor> itsAcceptors)
+      : secure(isSecure), handler(itsHandler), acceptors(std::move(itsAcceptors)) {}
+
   bool secure;
   CommandHandler& handler;
   std::vector<Acceptor> acceptors;

@@ -4,6 +4,8 @@ namespace host {
 
 namespace {
 
+constexpr std::chrono::seconds kLongestDrain(5);
+
 class PlainStream : public Stream {
  public:
   explicit PlainStream(Socket itsSocket) : Stream(std::move(itsSocket)) {
@@ -33,13 +35,17 @@ class PlainStream : public Stream {
 void Stream::EndAndDrain(Completion done) {
   error_code ignored;
   socket_.shutdown(tcp::socket::shutdown_send, ignored);
+  drainEnd_ = std::chrono::steady_clock::now() + kLongestDrain;
   Drain(std::move(done));
 }
 
 void Stream::Drain(Completion done) {
   socket_.async_read_some(
       net::buffer(sink_), [this, done = std::move(done)](error_code ec, std::size_t) mutable {
-        ec ? done(ec == net::error::eof ? error_code() : ec) : Drain(std::move(done));
+        // A client that never stops sending must not keep the thread: reads that find bytes at once
+        // are not cancelled by a deadline.
+        const bool isOver = ec || std::chrono::steady_clock::now() >= drainEnd_;
+        isOver ? done(ec == net::error::eof ? error_code() : ec) : Drain(std::move(done));
       });
 }
 

@@ -15,6 +15,7 @@
 #include <boost/asio/redirect_error.hpp>
 #include <boost/asio/use_awaitable.hpp>
 #include <boost/beast/core/role.hpp>
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <utility>
@@ -135,7 +136,7 @@ class Stream {
   virtual void StartWrite(const Buffers& buffers, Completion done) = 0;
   virtual void StartHandshake(Completion done) = 0;
   virtual void StartHangUp(Completion done) = 0;
-  /// Sends the end of our bytes and reads the client's until theirs.
+  /// Sends the end of our bytes and reads the client's until theirs, for some seconds at most.
   void EndAndDrain(Completion done);
 
  private:
@@ -148,6 +149,7 @@ class Stream {
 
   Socket socket_;
   std::array<char, 4096> sink_;
+  std::chrono::steady_clock::time_point drainEnd_;
 };
 
 std::unique_ptr<Stream> MakePlainStream(Socket socket);
@@ -159,7 +161,7 @@ std::unique_ptr<Stream> MakeSecureStream(Socket socket, net::ssl::context& conte
 template <class Token>
 void async_teardown(boost::beast::role_type, Stream& stream, Token&& token) {
   stream.async_hang_up(
-      [token = std::move(token)](error_code ec, std::size_t) mutable { token(ec); });
+      [token = std::forward<Token>(token)](error_code ec, std::size_t) mutable { token(ec); });
 }
 void teardown(boost::beast::role_type, Stream& stream, error_code& ec);
 void beast_close_socket(Stream& stream);

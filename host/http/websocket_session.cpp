@@ -54,6 +54,24 @@ class BeastSession : public WebSocketSession, public std::enable_shared_from_thi
   void Cut() override { beast_close_socket(*stream_); }
 
  private:
+  /// Lets the writer end when Run ends, also by an exception: it would wait for ever.
+  struct EndOfReading {
+    ~EndOfReading() {
+      if (!session.readingEnded_) session.Cut();
+      session.EndReading();
+    }
+    BeastSession& session;
+  };
+  /// Whatever ends the commands: others wait for that, and what gave no reply has been answered.
+  struct EndOfRunning {
+    ~EndOfRunning() {
+      session.running_ = false;
+      session.progress_.Notify();
+      session.toWrite_.Notify();
+    }
+    BeastSession& session;
+  };
+  void EndReading();
   void RequestClose(websocket::close_code code, const char* reason);
   void SetIdleTime(std::chrono::steady_clock::duration time) {
     ws_.set_option(websocket::stream_base::timeout{limits_.closing, time, true});
@@ -108,15 +126,21 @@ Awaitable<void> BeastSession::Run(const RequestFacts& upgrade) {
   pattern_.connectionId = registration.id();
   open_ = true;
   Spawn(&BeastSession::Write);
+  const EndOfReading end{*this};
   co_await Read();
   outbox_->Close();
   // What was received is run, although its client may be gone.
   while (running_) co_await progress_.Wait();
-  readingEnded_ = true;
-  toWrite_.Notify();
+  EndReading();
   while (writing_) co_await progress_.Wait();
   handler_.Answered();
   handler_.Closed(registration.id());
+}
+
+void BeastSession::EndReading() {
+  readingEnded_ = true;
+  outbox_->Close();
+  toWrite_.Notify();
 }
 
 void BeastSession::RequestClose(websocket::close_code code, const char* reason) {
@@ -188,6 +212,7 @@ void BeastSession::RunOrRefuse(const IncomingCommand& command) {
 }
 
 Awaitable<void> BeastSession::RunCommands() {
+  const EndOfRunning end{*this};
   while (!inbound_.empty()) {
     const IncomingCommand command = MakeCommand(std::move(inbound_.front()));
     inbound_.pop_front();
@@ -206,9 +231,6 @@ Awaitable<void> BeastSession::RunCommands() {
       GoAway();
     }
   }
-  running_ = false;
-  progress_.Notify();
-  toWrite_.Notify();  // also what gave no reply has been answered now
 }
 
 /// From the beginning to the end of the connection.

@@ -130,6 +130,7 @@ class ResponderLoop {
       if (send(pending.socket, MDNS_ANNOUNCEMENT)) {
         announced_ = true;
         sendProblem_.clear();
+        tooLong_ = false;
         answerer_.noteAnnouncement(pending.socket);
         return --pending.left == 0;
       }
@@ -213,7 +214,8 @@ class ResponderLoop {
     return std::any_of(own.begin(), own.end(), [&](const InterfaceAddress& entry) {
       const auto bytes = entry.address.bytes();
       return bytes.size() == record.length &&
-             std::equal(bytes.begin(), bytes.end(), packet.begin() + record.offset);
+             std::equal(bytes.begin(), bytes.end(),
+                        packet.subspan(record.offset, record.length).begin());
     });
   }
   /// What this machine sends to the group comes back to it.

@@ -257,10 +257,10 @@ bool ManagerClient::ValidFileName(const std::string&, const std::string&) { retu
 /// while another one runs, an update is in progress or its updater runs, which needs the folder
 /// that this one would empty.
 std::unique_lock<Mutex> ManagerClient::TakeUpdateTurn() {
-  // An updater clears its mark shortly before it ends.
+  // One that is about to end clears its mark before it does.
   constexpr std::chrono::seconds kUpdaterEnds(2);
   std::unique_lock turn(updateMutex_, std::try_to_lock);
-  if (turn && (CheckIfUpdate() || !updater_.EndsWithin(kUpdaterEnds))) turn.unlock();
+  if (turn && (!updater_.EndsWithin(kUpdaterEnds) || CheckIfUpdate())) turn.unlock();
   if (!turn) Report(QTP_UPDATING, Formatted("%s %s", SERVICE_NAME, QTP_UpdattingStr));
   return turn;
 }

@@ -182,9 +182,10 @@ int TakeOver(int descriptor, const struct stat& old) {
   struct stat now {};
   if (::fstat(descriptor, &now) != 0) return errno;
   if (now.st_uid != old.st_uid || now.st_gid != old.st_gid) {
-    // Only root may give a file away; its owner may give it to any group of their own.
+    // Only root may give a file away; its owner may give it to any group of their own. EINVAL: the
+    // group is none of this user namespace.
     if (::fchown(descriptor, old.st_uid, old.st_gid) != 0 &&
-        ::fchown(descriptor, kSameOwner, old.st_gid) != 0 && errno != EPERM) {
+        ::fchown(descriptor, kSameOwner, old.st_gid) != 0 && errno != EPERM && errno != EINVAL) {
       return errno;
     }
   }

@@ -16,11 +16,12 @@
 ThreadHandle CreateThread(void*, unsigned int, ThreadStart start, void* argument, DWORD, DWORD*,
                           ThreadHandle handleCell) {
   std::unique_ptr<pthread_t> own;
-  if (handleCell == nullptr) {
+  ThreadHandle handle = handleCell;
+  if (handle == nullptr) {
     own.reset(new (std::nothrow) pthread_t);
-    if (own == nullptr) return nullptr;
+    handle = own.get();
+    if (handle == nullptr) return nullptr;
   }
-  const ThreadHandle handle = own ? own.get() : handleCell;
   if (const int error = ::pthread_create(handle, nullptr, start, argument)) {
     errno = error;
     return nullptr;

@@ -32,7 +32,7 @@ TEST(StartProgram, GivesAProgramWhatTheOptionsSay) {
   EXPECT_EQ(Told(variable, options, told), "inherited\n");
   options.environment.emplace();
   EXPECT_EQ(Told(variable, options, told), "\n");
-  options.environment->push_back("QV_OF_THE_TEST=given");
+  options.environment = std::vector<std::string>(1, "QV_OF_THE_TEST=given");
   EXPECT_EQ(Told(variable, options, told), "given\n");
   ::unsetenv("QV_OF_THE_TEST");
 
