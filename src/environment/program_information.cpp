@@ -20,8 +20,9 @@ struct Information {
   std::string hostName QV_GUARDED_BY(mutex);
   std::string listenType QV_GUARDED_BY(mutex);
   std::string serviceName QV_GUARDED_BY(mutex);
-  std::string freshGuid
-      QV_GUARDED_BY(mutex);  // stored by the first GetServiceGUID of a new installation
+  /// Stored by the first GetServiceGUID of a new installation.
+  std::string freshGuid QV_GUARDED_BY(mutex);
+  bool guidIsUnstorable QV_GUARDED_BY(mutex) = false;
 };
 
 Information& TheInformation() {
@@ -111,13 +112,21 @@ void SaveServiceName(const char* name) {
 std::string GetServiceGUID() {
   std::string guid = GetConfigurationfromInitFile("ServiceGuid", "", DEFAULT_SECTION);
   if (!guid.empty()) return guid;
-  ChangeConfiguration([&guid](const ProfileReader& stored) -> ProfileTexts {
+  Information& information = TheInformation();
+  {
+    // Discovery asks every few seconds: where it cannot be stored, that is tried and told once.
+    const MutexLock lock(information.mutex);
+    if (information.guidIsUnstorable) return information.freshGuid;
+  }
+  const bool isStored = ChangeConfiguration([&guid](const ProfileReader& stored) -> ProfileTexts {
     guid = stored("ServiceGuid");  // another process may have been first
     if (!guid.empty()) return {};
     guid = TextOf(&Information::freshGuid);
     return {{"ServiceGuid", guid}};
   });
-  return guid.empty() ? TextOf(&Information::freshGuid) : guid;
+  const MutexLock lock(information.mutex);
+  information.guidIsUnstorable = !isStored;
+  return guid.empty() ? information.freshGuid : guid;
 }
 
 int GetServiceRunMode() {

@@ -1,5 +1,6 @@
 #include "platform/profile.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -46,17 +47,22 @@ bool IsAnothers(const std::string& path) {
   return ::lstat(path.c_str(), &status) == 0 && status.st_uid != ::geteuid();
 }
 
-int Write(const std::string& target, const std::string& text, std::size_t oldSize) {
+int Write(const std::string& target, const std::string& text, const std::string& old) {
   const int error = WriteWholeFile(target.c_str(), text, kNewFileMode);
   if (!MayBeTheFolder(error)) return error;
   // Blank lines up to the old end first: whoever looks in between, or after an end in between, sees
   // no rest of the old text behind the new.
   std::string padded = text;
-  padded.resize(std::max(text.size(), oldSize), '\n');
+  padded.resize(std::max(text.size(), old.size()), '\n');
   const int inPlace = OverwriteFile(target.c_str(), padded);
   if (inPlace == ENOENT) return error;
-  return inPlace == 0 && padded.size() > text.size() ? OverwriteFile(target.c_str(), text)
-                                                     : inPlace;
+  if (inPlace != 0) {
+    OverwriteFile(target.c_str(), old);  // for which there was room
+    return inPlace;
+  }
+  // Blank lines that cannot be cut off do no harm.
+  if (padded.size() > text.size()) OverwriteFile(target.c_str(), text);
+  return 0;
 }
 
 int Store(std::string_view section, const ProfileChange& change, const char* file) {
@@ -80,7 +86,7 @@ int Store(std::string_view section, const ProfileChange& change, const char* fil
     stored->SetKeyValue(key, value);
   }
   const std::string_view mark = content.starts_with(ini::kByteOrderMark) ? ini::kByteOrderMark : "";
-  return Write(target, std::string(mark) + model.Text(), content.size());
+  return Write(target, std::string(mark) + model.Text(), content);
 }
 
 }  // namespace
@@ -89,8 +95,15 @@ ProfileLock::ProfileLock(const char* file) {
   constexpr std::chrono::seconds kPatience(4);
   if (file == nullptr) return;
   try {
-    const std::string path = HiddenBeside(FollowLinks(file), ".lock");
-    if (!IsAnothers(path)) OpenLocked(path, std::chrono::steady_clock::now() + kPatience, &held_);
+    const auto end = std::chrono::steady_clock::now() + kPatience;
+    const std::string target = FollowLinks(file);
+    const std::string path = HiddenBeside(target, ".lock");
+    if (IsAnothers(path)) return;
+    const int error = OpenLocked(path, end, &held_);
+    if (error == 0 || error == EWOULDBLOCK) return;
+    // Where no file can be made beside it, writers write over it and take turns by the file itself.
+    Descriptor itself(::open(target.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    if (itself && LockUntil(end, itself.get()) == 0) held_ = std::move(itself);
   } catch (const std::exception&) {
     held_ = Descriptor();  // without memory there is no write either
   }
