@@ -33,6 +33,19 @@ std::string PathOf(std::string ProgramPaths::*member) {
   return known.paths.*member;
 }
 
+/// The files that the host tells.
+std::string FileTold(std::string KnownPaths::*file) {
+  KnownPaths& known = TheKnownPaths();
+  const MutexLock lock(known.mutex);
+  return known.*file;
+}
+
+void TellFile(std::string KnownPaths::*file, const char* path) {
+  KnownPaths& known = TheKnownPaths();
+  const MutexLock lock(known.mutex);
+  known.*file = path;
+}
+
 }  // namespace
 
 bool IsServiceState(std::string_view name) {
@@ -103,26 +116,7 @@ std::string GetConfigName() { return work_folder::kSettings; }
 std::string GetUserConfigName() { return work_folder::kUserSettings; }
 std::string GetPortLockName() { return work_folder::kPortLock; }
 
-std::string GetExeFile() {
-  KnownPaths& known = TheKnownPaths();
-  const MutexLock lock(known.mutex);
-  return known.exeFile;
-}
-
-void SetExeFile(const char* file) {
-  KnownPaths& known = TheKnownPaths();
-  const MutexLock lock(known.mutex);
-  known.exeFile = file;
-}
-
-std::string GetModulePath() {
-  KnownPaths& known = TheKnownPaths();
-  const MutexLock lock(known.mutex);
-  return known.modulePath;
-}
-
-void SetModulePath(const char* file) {
-  KnownPaths& known = TheKnownPaths();
-  const MutexLock lock(known.mutex);
-  known.modulePath = file;
-}
+std::string GetExeFile() { return FileTold(&KnownPaths::exeFile); }
+void SetExeFile(const char* file) { TellFile(&KnownPaths::exeFile, file); }
+std::string GetModulePath() { return FileTold(&KnownPaths::modulePath); }
+void SetModulePath(const char* file) { TellFile(&KnownPaths::modulePath, file); }

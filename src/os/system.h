@@ -1,6 +1,6 @@
 // What may differ between operating systems, and nothing else. Each system has one body of this
-// page (os_linux.cpp, os_macos.cpp), which the build picks, beside what they have in common
-// (os_posix.cpp). A port to a further system fulfils every line.
+// page (system_linux.cpp, system_macos.cpp), which the build picks, beside what they have in common
+// (system_posix.cpp). A port to a further system fulfils every line.
 #pragma once
 
 #include <spawn.h>

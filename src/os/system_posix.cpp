@@ -1,4 +1,4 @@
-// What the supported systems do alike of os.h.
+// What the supported systems do alike of system.h.
 #include <pwd.h>
 #include <unistd.h>
 
