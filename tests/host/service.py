@@ -148,6 +148,17 @@ class Service:
         assert status == 200, (status, body)
         return json.loads(body)
 
+    @contextlib.contextmanager
+    def session(self):
+        """What asks commands one after another on one connection."""
+        with contextlib.closing(self.http()) as connection:
+            def ask(method, *parameters):
+                connection.request("POST", "/qtp/", command(method, *parameters))
+                response = connection.getresponse()
+                assert response.status == 200, response.status
+                return json.loads(response.read())
+            yield ask
+
     def raw(self, data, port=None):
         """All that comes back, until the other side closes, for bytes sent as they are."""
         with self.connect(port) as connection:
