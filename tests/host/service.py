@@ -153,7 +153,8 @@ class Service:
         """What asks commands one after another on one connection."""
         with contextlib.closing(self.http()) as connection:
             def ask(method, *parameters):
-                connection.request("POST", "/qtp/", command(method, *parameters))
+                connection.request(
+                    "POST", "/qtp/", command(method, *parameters), {"User-Agent": "test"})
                 response = connection.getresponse()
                 assert response.status == 200, response.status
                 return json.loads(response.read())
