@@ -59,6 +59,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const JsonCommand command(built.text);
   const std::string name = command.GetFunctionName();
   Require(FindFunctionName(path, request) == name, "the door reads the name that runs");
+  const std::string_view glance = GlanceAtFunctionName(path, request);
+  Require(glance.empty() || name.empty() || name == glance, "a glance sees what runs, or nothing");
   Require(command.IfKeyExist("id") || command.GetClientID().empty(), "no id without its key");
   Require((command.GetPropertyType() == "") == !command.IfKeyExist("property"),
           "a property is read or set");

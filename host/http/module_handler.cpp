@@ -28,9 +28,7 @@ bool IsQuickCommand(std::string_view path, std::string_view text) {
   // A text that is long takes long to be read, whatever it runs.
   constexpr std::size_t kShort = 4096;
   if (path.size() + text.size() > kShort) return false;
-  // The home folder that these stand for may have to be asked from the system's list of users.
-  if (text.find("~/") != text.npos) return false;
-  const CommandEntry* entry = FindCommand(FindFunctionName(path, text));
+  const CommandEntry* entry = FindCommand(GlanceAtFunctionName(path, text));
   return entry != nullptr && entry->isQuick;
 }
 

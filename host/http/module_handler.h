@@ -13,8 +13,8 @@
 
 namespace host {
 
-/// Whether a command of our own module may run on a thread that serves sockets. What runs is what
-/// the module finds in the text, so the module's own reading decides. Any thread may call.
+/// Whether a command of our own module may run on a thread that serves sockets: a text in which a
+/// glance shows that it runs a quick command or none. Any thread may call.
 bool IsQuickCommand(std::string_view path, std::string_view text);
 
 class ModuleHandler : public CommandHandler {

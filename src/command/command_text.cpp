@@ -71,8 +71,28 @@ CommandText BuildCommandText(std::string_view path, std::string_view requestText
       command.payloadOffset = separator + kSeparator.size();
     }
   }
-  command.text = DealWithMacHomeDir(command.text);
+  if (Contains(command.text, "~/")) command.text = DealWithMacHomeDir(command.text);
   return command;
+}
+
+std::string_view GlanceAtFunctionName(std::string_view path, std::string_view requestText) {
+  constexpr std::string_view kMethod = "\"method\"";
+  if (!path.starts_with(DIRECT_PATH) || TakesBinaryBody(path) || IsCheckUpdate(path)) return "";
+  // Without a backslash a name stands in the text as it reads, and a string ends at the next quote.
+  // So there is one place at most that can name a function, wherever in the text it stands.
+  for (const std::string_view other : {"\\", "\"event\"", "\"property\"", "~/"}) {
+    if (Contains(requestText, other)) return "";
+  }
+  const auto key = requestText.find(kMethod);
+  if (key == std::string_view::npos || key != requestText.rfind(kMethod)) return "";
+  std::string_view rest = requestText.substr(key + kMethod.size());
+  for (const char next : {':', '"'}) {
+    const auto at = rest.find_first_not_of(" \t\r\n");
+    if (at == std::string_view::npos || rest[at] != next) return "";
+    rest.remove_prefix(at + 1);
+  }
+  const auto end = rest.find('"');
+  return end == std::string_view::npos ? "" : rest.substr(0, end);
 }
 
 std::string FindFunctionName(std::string_view path, std::string_view requestText) {

@@ -25,6 +25,11 @@ CommandText BuildCommandText(std::string_view path, std::string_view requestText
 /// The name of the function that such a request runs, "" for none.
 std::string FindFunctionName(std::string_view path, std::string_view requestText);
 
+/// The only function that a request could run, seen without parsing it: the request runs this one
+/// or none. "" when a glance cannot tell, which says nothing about the request. The text is the
+/// request's.
+std::string_view GlanceAtFunctionName(std::string_view path, std::string_view requestText);
+
 /// Value of the query key "qvver=" in a path: what stands between it and the next '&', "" when no
 /// '&' follows.
 std::string GetQVVersionFromPath(std::string_view path);

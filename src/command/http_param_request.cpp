@@ -29,6 +29,8 @@ HttpParamRequest::HttpParamRequest(int connectionId, void* host, const std::stri
       get2_(get2),
       receiveTime_(GetTickCount()),
       lastTime_(receiveTime_),
+      traceTime_(receiveTime_),
+      isTraced_(IsLogged(LOG_LEVEL_DEBUG)),
       response_(std::move(payload), static_cast<int>(payloadLen), flag) {
   const JsonCommand command(commandText_);
   clientId_ = command.GetClientID();
@@ -38,6 +40,12 @@ HttpParamRequest::HttpParamRequest(int connectionId, void* host, const std::stri
   parameterCount_ = command.GetParameterCount();
   version_ = command.GetVersion();
   for (int i = 0; i < parameterCount_; ++i) stack_.push_back(command.GetParameter(i));
+}
+
+bool HttpParamRequest::IsTraced() {
+  const auto now = static_cast<unsigned int>(GetTickCount());
+  if (std::exchange(traceTime_, now) != now) isTraced_ = IsLogged(LOG_LEVEL_DEBUG);
+  return isTraced_;
 }
 
 unsigned int HttpParamRequest::GetLastTime() {
@@ -62,7 +70,7 @@ int HttpParamRequest::SendBackResult() {
     LogDebug("Invalid json command format. cmd = [%s][%d].", commandText_.c_str(), connectionId_);
   }
   JsonCommand::AppendCommandId(json, cmdId_);
-  LogDebug("result json = [%s].", json.c_str());
+  if (IsTraced()) LogDebug("result json = [%s].", json.c_str());
   const int result =
       Sendback(json.c_str(), resultData_.get(), static_cast<unsigned int>(resultLen_), nullptr);
   resultData_.reset();

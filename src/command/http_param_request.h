@@ -62,6 +62,10 @@ class HttpParamRequest {
   HostDataSetFunc GetHostDataSet() const { return set_; }
   HostDataGetFunc GetHostDataGet2() const { return get2_; }
 
+  /// Whether the Debug lines that follow this command's course are wanted. One look at the log's
+  /// filter serves for those of one millisecond.
+  bool IsTraced();
+
   /// Tick of construction, and the time of the last call of GetLastTime, which laps.
   unsigned int GetRecTime() const { return receiveTime_; }
   unsigned int GetLastTime();
@@ -123,6 +127,8 @@ class HttpParamRequest {
   const HostDataGetFunc get2_;
   const unsigned int receiveTime_;
   unsigned int lastTime_;
+  unsigned int traceTime_;
+  bool isTraced_;
   HttpParamResponse response_;
   std::string version_;
 };

@@ -59,16 +59,15 @@ std::size_t EndOfComment(std::string_view text, std::size_t at) {
 }  // namespace
 
 bool JsonCommand::SetJsonString(const std::string& text) {
-  text_ = text;
-  root_ = Json::Value();
+  bool isValid = false;
   try {
     Json::Reader reader;
-    valid_ = IsAffordableJson(text_) && reader.parse(text_, root_, false);
+    isValid = IsAffordableJson(text) &&
+              reader.parse(text.data(), text.data() + text.size(), root_, false);
   } catch (const std::exception&) {  // nested beyond the parser's limit
-    valid_ = false;
   }
-  if (!valid_) root_ = Json::Value();
-  return valid_;
+  if (!isValid) root_ = Json::Value();
+  return isValid;
 }
 
 const Json::Value* JsonCommand::Member(const char* key) const {

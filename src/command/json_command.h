@@ -98,7 +98,5 @@ class JsonCommand {
   const Json::Value* Member(const char* key) const;
   std::string TextMember(const char* key) const;
 
-  std::string text_;
   Json::Value root_;
-  bool valid_ = false;
 };

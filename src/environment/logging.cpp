@@ -184,6 +184,8 @@ int WriteLog(int level, const char* text, const unsigned char* data, unsigned in
   return Queue(call, text, bytes, data != nullptr);
 }
 
+bool IsLogged(int level) { return LogCall(level).IsKept(); }
+
 std::string ForLog(std::string_view foreign) noexcept {
   constexpr std::size_t kMostBytes = 2048;
   const auto continues = [](char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; };
@@ -249,8 +251,8 @@ __attribute__((format(printf, 1, 0))) void WritePlatformFailure(const char* form
 }  // namespace
 
 void ConnectPlatformLog() {
-  static constexpr LogSink kSink = {[] { return LogCall(LOG_LEVEL_DEBUG).IsKept(); },
-                                    &WritePlatformLine, &WritePlatformFailure};
+  static constexpr LogSink kSink = {[] { return IsLogged(LOG_LEVEL_DEBUG); }, &WritePlatformLine,
+                                    &WritePlatformFailure};
   SetLogSink(&kSink);
 }
 

@@ -34,6 +34,10 @@ int WriteLog(int level, const char* format, std::va_list arguments)
     __attribute__((format(printf, 2, 0)));
 int WriteLog(int level, const char* text, const unsigned char* data, unsigned int length);
 
+/// Whether a line of that level would be kept now. One look for several lines that are written one
+/// right after the other.
+bool IsLogged(int level);
+
 /// Foreign bytes as a log line may hold them: what a page, a neighbour on the network or a file
 /// sent goes through here. At most the first 2 KiB, cut where a UTF-8 character begins, each
 /// control character (of ASCII and of U+0080 to U+009F) shown as "?", and behind what was cut how

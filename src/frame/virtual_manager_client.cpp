@@ -80,7 +80,7 @@ int VirtualManagerClient::DistributeCommand(HttpParamRequest* request) {
     return 0;
   }
   const BusyMark busy(*this);
-  LogDebug("Receive Command: %s", request->GetCMDString().c_str());
+  if (request->IsTraced()) LogDebug("Receive Command: %s", request->GetCMDString().c_str());
   try {
     return manager_->Function(request);
   } catch (const std::exception& error) {
@@ -113,8 +113,10 @@ int VirtualManagerClient::DistributeHttpCommand(
   }
   HttpParamRequest request(connectionId, host, command.text, browserType, socket, domain, &SendBack,
                            sendBack, get1, set, get2, std::move(payload), payloadLen, true);
-  LogDebug("Url encode json command succeed. Processing...");
-  LogDebug("cmd = [%s]", command.text.c_str());
+  if (request.IsTraced()) {
+    LogDebug("Url encode json command succeed. Processing...");
+    LogDebug("cmd = [%s]", command.text.c_str());
+  }
   return DistributeCommand(&request);
 }
 

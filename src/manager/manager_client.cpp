@@ -74,37 +74,43 @@ ManagerClient::Handler ManagerClient::HandlerOf(Command command) {
 
 int ManagerClient::Function(HttpParamRequest* request) {
   if (request == nullptr) return 0;
-  const std::string id = request->GetClientId();
-  LogDebug("2. Before command actually start cost: %ums. id = [%s].",
-           GetTickCount() - request->GetRecTime(), id.c_str());
+  const std::string& id = request->GetClientId();
+  if (request->IsTraced()) {
+    LogDebug("2. Before command actually start cost: %ums. id = [%s].",
+             GetTickCount() - request->GetRecTime(), id.c_str());
+  }
   if (request->GetBowserType() == 0) {
     request->GetBOOLResultStruct(false, nullptr, 0, QTP_INVALID_BROWSER, QTP_InvalidBrowserStr);
     return request->SendBackResult();
   }
   Result result = FunctionInner(request);
   const unsigned int started = request->GetLastTime();
-  LogDebug("3. Command process cost: %ums. cmd = [%s]. id = [%s].", GetTickCount() - started,
-           request->GetFunName().c_str(), id.c_str());
+  if (request->IsTraced()) {
+    LogDebug("3. Command process cost: %ums. cmd = [%s]. id = [%s].", GetTickCount() - started,
+             request->GetFunName().c_str(), id.c_str());
+  }
   if (result == nullptr) {
     LogDebug("No valid value to return. result = NULL.");
     return 0;
   }
   const int sent = result->SendBackResult();
   const unsigned int processed = result->GetLastTime();
-  LogDebug("4. Command send back result cost: %ums. id = [%s].\n", GetTickCount() - processed,
-           id.c_str());
+  if (request->IsTraced()) {
+    LogDebug("4. Command send back result cost: %ums. id = [%s].\n", GetTickCount() - processed,
+             id.c_str());
+  }
   return sent;
 }
 
 ManagerClient::Result ManagerClient::FunctionInner(HttpParamRequest* request) {
-  const std::string name = request->GetFunName();
+  const std::string& name = request->GetFunName();
   const CommandEntry* entry = FindCommand(name);
   if (entry == nullptr) {
     LogErr("Invalid function name: %s.", name.c_str());
     return request->GetBOOLResultStruct(false, nullptr, 0, QTP_FUNCTION_NOT_FOUND,
                                         QTP_FunNotFoundStr);
   }
-  LogDebug("Twain function [%s] begin: ", name.c_str());
+  if (request->IsTraced()) LogDebug("Twain function [%s] begin: ", name.c_str());
   const LastErrorScope ownError;
   SetErrorInfo(QTP_SUCCESS, QTP_SuccessStr);
   return (this->*HandlerOf(entry->command))(request);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <new>
+#include <thread>
 
 #include "platform/system_time.h"
 #include "platform/thread.h"
@@ -13,6 +14,10 @@ namespace {
 constexpr unsigned int kSliceMs = 1000;
 // A wait that fails must not become a loop without pause.
 constexpr unsigned int kPauseWithoutEventMs = 2;
+
+// How often a thread gives way before it waits by an event. Most holds last for a few instructions,
+// and making an event and looking at it again take milliseconds.
+constexpr int kTimesToGiveWay = 256;
 
 constexpr std::uint32_t kReadMask = 0xFFFF;
 constexpr std::uint32_t kOneRead = 1;
@@ -77,8 +82,19 @@ void CReaderWriterLockNonReentrance::UncountWriter() {
   if (readerEvent_ != nullptr) SetEvent(readerEvent_);
 }
 
+template <class Condition>
+bool CReaderWriterLockNonReentrance::GiveWayUntil(Condition isMet) {
+  for (int i = 0; i < kTimesToGiveWay && !isMet(); ++i) {
+    LeaveCS();
+    std::this_thread::yield();
+    EnterCS();
+  }
+  return isMet();
+}
+
 bool CReaderWriterLockNonReentrance::EnterAsReader(unsigned int timeoutMs) {
-  if (writers_ == 0) {
+  const auto isFree = [this] { return writers_ == 0; };
+  if (timeoutMs == 0 ? isFree() : GiveWayUntil(isFree)) {
     ++readers_;
     return true;
   }
@@ -111,7 +127,8 @@ bool CReaderWriterLockNonReentrance::WaitAsReader(unsigned int timeoutMs) {
 }
 
 bool CReaderWriterLockNonReentrance::EnterAsWriter(unsigned int timeoutMs) {
-  if (writers_ == 0 && readers_ == 0) {
+  const auto isFree = [this] { return writers_ == 0 && readers_ == 0; };
+  if (timeoutMs == 0 ? isFree() : GiveWayUntil(isFree)) {
     CountWriter();
     writing_ = true;
     return true;

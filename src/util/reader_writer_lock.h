@@ -1,7 +1,8 @@
 // Reader-writer locks with time-outs in which waiting writers go before new readers.
 //
-// Time-outs are in milliseconds: 0 does not wait, 0x7FFFFFFF waits without limit. Waits poll, so a
-// waiter reacts within about two milliseconds. A lock must outlive every call on it.
+// Time-outs are in milliseconds: 0 does not wait, 0x7FFFFFFF waits without limit. A
+// thread first gives way a few times; longer waits poll, so a waiter reacts within about two
+// milliseconds. A lock must outlive every call on it.
 //
 // State of a lock, and what an arriving thread meets:
 //
@@ -62,6 +63,8 @@ class QV_CAPABILITY("lock") CReaderWriterLockNonReentrance {
   class Deadline;
   bool WaitAsReader(unsigned int timeoutMs);
   bool WaitAsWriter(unsigned int timeoutMs);
+  template <class Condition>
+  bool GiveWayUntil(Condition isMet);
   void WaitOutsideSection(EventHandle event, unsigned int timeoutMs);
   void CountWriter();
   void UncountWriter();

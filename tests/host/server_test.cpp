@@ -176,15 +176,23 @@ TEST_F(ServerTest, APageThatIsNotThereIsToldTheWayOfThisPortsCommands) {
   EXPECT_NE(reply.find("Commands are sent by POST to /other/;"), reply.npos) << reply;
 }
 
-TEST(QuickCommands, AreWhatTheModuleItselfFindsInThem) {
+TEST(QuickCommands, AreThoseThatCanRunNothingElse) {
   const std::string shortOne = R"({"method":"GetLocalIP","parameter":[]})";
   EXPECT_TRUE(host::IsQuickCommand("/qtp/", shortOne));
-  EXPECT_TRUE(host::IsQuickCommand("/qtp/", R"({"method":"Reboot","event":"GetLocalIP"})"));
+  EXPECT_TRUE(host::IsQuickCommand("/qtp/x", "{\"id\":1,\n \"method\" :\t\"GetServerInfo\"}"));
+  // What the module finds nothing in is answered as quickly.
+  EXPECT_TRUE(host::IsQuickCommand("/qtp/", R"(/* "method":"GetLocalIP" */{})"));
   for (const auto& [path, text] : Table<std::string, std::string>{
            {"/elsewhere", shortOne},
            {"/qtp/LoadZipFromBytes?type=1&", shortOne},
            {"/qtp/CheckUpdateFile?qvver=1&", R"({"method":"CheckUpdateFile","parameter":["a",]})"},
            {"/qtp/", R"({"event":"Reboot","method":"GetLocalIP"})"},
+           {"/qtp/", R"({"property":"Reboot","method":"GetLocalIP"})"},
+           {"/qtp/", R"({"method":"GetLocalIP","method":"CheckUpdateFile"})"},
+           {"/qtp/", R"({"method":"CheckUpdateFile","a":{"method":"GetLocalIP"}})"},
+           {"/qtp/", R"({"method":"GetLocalIP","parameter":["~/x"]})"},
+           {"/qtp/", R"({"method":)"},
+           {"/qtp/", R"({"method":"GetLocalIP)"},
            {"/qtp/", R"({"method":"GetLocalIP","method":"CheckUpdate\u0046ile"})"},
            {"/qtp/", R"({"method":"GetBinaryFileInfo"})"},
            {"/qtp/", R"({"method":"Nope"})"},
