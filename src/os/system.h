@@ -4,10 +4,12 @@
 #pragma once
 
 #include <spawn.h>
+#include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <ctime>
+#include <optional>
 #include <string>
 
 struct stat;
@@ -61,5 +63,10 @@ bool SendByInterface(int socket, int family, unsigned int interface);
 /// The ends of a close-on-exec, non-blocking pipe, the reading one first, which the caller closes.
 /// Returns whether there is one.
 bool OpenPipe(int ends[2]);
+/// The account whose socket is at the other end of a TCP connection within this machine, given by
+/// our socket. Nothing, which never means root, when the system does not tell: also once the other
+/// end is closed, whoever had it. No rights are needed. Asks the system anew each time, which takes
+/// some microseconds; any thread may call.
+std::optional<uid_t> OwnerOf(int connection);
 
 }  // namespace os

@@ -11,15 +11,106 @@
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/sysctl.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 #include <string_view>
+#include <vector>
 
 #include "os/system.h"
 
 namespace os {
+
+namespace {
+
+/// One item of the system's list of TCP sockets (net.inet.tcp.pcblist_n): its length and kind, then
+/// members at fixed places. The system's public headers do not declare them.
+class SocketItem {
+ public:
+  static constexpr std::uint32_t kSocket = 0x001;     // struct xsocket_n
+  static constexpr std::uint32_t kAddresses = 0x010;  // struct xinpcb_n
+  static constexpr std::size_t kForeignPort = 16;     // of xinpcb_n; ports are in network order
+  static constexpr std::size_t kLocalPort = 18;
+  static constexpr std::size_t kForeignAddress = 48;  // 16 bytes, of which IPv4 has the last four
+  static constexpr std::size_t kLocalAddress = 64;
+  static constexpr std::size_t kState = 26;  // of xsocket_n
+  static constexpr std::size_t kUser = 64;
+
+  explicit SocketItem(std::string_view bytes) : bytes_(bytes) {}
+  /// The member at that place, zero where the item is shorter.
+  template <class Member>
+  Member Get(std::size_t place) const {
+    Member member{};
+    if (place + sizeof member <= bytes_.size()) {
+      std::memcpy(&member, bytes_.data() + place, sizeof member);
+    }
+    return member;
+  }
+  std::uint32_t kind() const { return Get<std::uint32_t>(4); }
+
+ private:
+  std::string_view bytes_;
+};
+
+/// An end of a connection: port and address, that of IPv4 behind twelve zeros.
+struct ConnectionEnd {
+  std::uint16_t port = 0;
+  in6_addr address{};
+
+  bool operator==(const ConnectionEnd& other) const {
+    return port == other.port && std::memcmp(&address, &other.address, sizeof address) == 0;
+  }
+};
+
+std::optional<ConnectionEnd> ReadEnd(const sockaddr_storage& from) {
+  ConnectionEnd end;
+  if (from.ss_family == AF_INET) {
+    const auto& v4 = reinterpret_cast<const sockaddr_in&>(from);
+    end.port = v4.sin_port;
+    std::memcpy(end.address.s6_addr + 12, &v4.sin_addr, sizeof v4.sin_addr);
+    return end;
+  }
+  if (from.ss_family != AF_INET6) return {};
+  const auto& v6 = reinterpret_cast<const sockaddr_in6&>(from);
+  end.port = v6.sin6_port;
+  end.address = v6.sin6_addr;
+  return end;
+}
+
+ConnectionEnd ReadEnd(const SocketItem& item, std::size_t port, std::size_t address, bool isV4) {
+  ConnectionEnd end;
+  end.port = item.Get<std::uint16_t>(port);
+  if (isV4) {
+    const auto v4 = item.Get<std::uint32_t>(address + 12);
+    std::memcpy(end.address.s6_addr + 12, &v4, sizeof v4);
+  } else {
+    end.address = item.Get<in6_addr>(address);
+  }
+  return end;
+}
+
+/// The list of all TCP sockets, empty when the system does not give it.
+std::vector<char> ListOfSockets() {
+  constexpr const char* kName = "net.inet.tcp.pcblist_n";
+  // It may grow between the two calls.
+  for (int attempt = 0; attempt < 5; ++attempt) {
+    std::size_t size = 0;
+    if (::sysctlbyname(kName, nullptr, &size, nullptr, 0) != 0) break;
+    std::vector<char> list(size + size / 4);
+    size = list.size();
+    if (::sysctlbyname(kName, list.data(), &size, nullptr, 0) == 0) {
+      list.resize(size);
+      return list;
+    }
+    if (errno != ENOMEM) break;
+  }
+  return {};
+}
+
+}  // namespace
 
 std::string ExecutablePath() { return ProgramOf(::getpid()); }
 
@@ -117,6 +208,45 @@ bool OpenPipe(int ends[2]) {
     ::fcntl(ends[i], F_SETFL, O_NONBLOCK);
   }
   return true;
+}
+
+std::optional<uid_t> OwnerOf(int connection) {
+  constexpr std::int16_t kNobodyHasIt = 0x0001;  // SS_NOFDREF: the socket is closed
+  constexpr std::int16_t kConnecting = 0x0004;   // SS_ISCONNECTING
+  constexpr std::size_t kHeader = 24;            // struct xinpgen, at both ends of the list
+  sockaddr_storage ours{};
+  sockaddr_storage theirs{};
+  socklen_t size = sizeof ours;
+  if (::getsockname(connection, reinterpret_cast<sockaddr*>(&ours), &size) != 0) return {};
+  size = sizeof theirs;
+  if (::getpeername(connection, reinterpret_cast<sockaddr*>(&theirs), &size) != 0) return {};
+  // Seen from the other socket we are the foreign end.
+  const auto local = ReadEnd(theirs);
+  const auto foreign = ReadEnd(ours);
+  if (!local || !foreign) return {};
+  const bool isV4 = ours.ss_family == AF_INET;
+
+  const std::vector<char> list = ListOfSockets();
+  bool isTheOne = false;
+  for (std::size_t at = kHeader; at + 2 * sizeof(std::uint32_t) <= list.size();) {
+    const std::size_t left = list.size() - at;
+    const std::size_t length =
+        SocketItem(std::string_view(list.data() + at, left)).Get<std::uint32_t>(0);
+    if (length <= kHeader || length > left) return {};
+    const SocketItem item(std::string_view(list.data() + at, length));
+    // The addresses of a socket come before what else is told of it.
+    if (item.kind() == SocketItem::kAddresses) {
+      isTheOne =
+          ReadEnd(item, SocketItem::kLocalPort, SocketItem::kLocalAddress, isV4) == *local &&
+          ReadEnd(item, SocketItem::kForeignPort, SocketItem::kForeignAddress, isV4) == *foreign;
+    } else if (item.kind() == SocketItem::kSocket && isTheOne) {
+      const auto state = item.Get<std::int16_t>(SocketItem::kState);
+      if ((state & (kNobodyHasIt | kConnecting)) != 0) return {};
+      return item.Get<uid_t>(SocketItem::kUser);
+    }
+    at += (length + 7) / 8 * 8;
+  }
+  return {};
 }
 
 }  // namespace os
