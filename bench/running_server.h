@@ -50,7 +50,8 @@ class RunningServer {
   EchoHandler echo_{connections_, true};
   EchoHandler workerEcho_{connections_, false};
   host::Door door_{[] { return host::OriginLists(); }};
-  host::Server server_{{{}, door_, connections_, [] { return nullptr; }, {}}};
+  host::Accounts accounts_{[] { return host::Accounts::Settings(); }};
+  host::Server server_{{{}, door_, accounts_, connections_, [] { return nullptr; }, {}}};
   int echoPort_ = 0;
   int workerEchoPort_ = 0;
   int modulePort_ = 0;

@@ -16,6 +16,7 @@ namespace {
 
 constexpr std::array<std::string_view, 3> kOwnNames = {"localhost", "127.0.0.1", "[::1]"};
 constexpr int kRefused = -2205;
+constexpr const char* kOtherUser = "This service belongs to another user of this machine.";
 
 /// The names of this machine with the port as the scheme writes it: its default port is left out.
 std::vector<std::string> OwnAddresses(int port, bool secure, std::string_view scheme) {
@@ -32,22 +33,12 @@ bool Contains(const std::vector<std::string>& list, const std::string& text) {
   return std::find(list.begin(), list.end(), text) != list.end();
 }
 
-/// Whether a comma-separated list holds the origin; blanks around an entry do not count.
-bool Lists(std::string_view list, std::string_view origin) {
-  while (!list.empty()) {
-    const auto comma = std::min(list.find(','), list.size());
-    std::string_view item = list.substr(0, comma);
-    list.remove_prefix(std::min(comma + 1, list.size()));
-    const auto begin = item.find_first_not_of(" \t");
-    if (begin == item.npos) continue;
-    item = item.substr(begin, item.find_last_not_of(" \t") - begin + 1);
-    if (item == origin) return true;
-  }
-  return false;
+bool Lists(std::string_view list, const std::string& origin) {
+  return AnyEntry(list, [&origin](std::string_view entry) { return entry == origin; });
 }
 
-std::string AddItTo(const char* key) {
-  return std::string(": add it to \"") + key + "\" in section QV of QVConfiguration.ini.";
+std::string AddItTo(const char* key, const char* what = "it") {
+  return std::string(": add ") + what + " to \"" + key + "\" in section QV of QVConfiguration.ini.";
 }
 
 std::string RefuseOrigin(const std::string& origin) {
@@ -77,23 +68,37 @@ bool Door::IsOwn(const std::string& origin) const {
   return Contains(own_, origin);
 }
 
-Entry Door::Judge(const std::vector<std::string>& hosts, const std::vector<std::string>& origins,
-                  int port, bool secure) const {
-  if (hosts.size() != 1 || !Contains(OwnAddresses(port, secure, ""), ascii::Lower(hosts.front()))) {
-    return {
-        Rights::None,
-        {},
-        "The Host header must be there once and be localhost, 127.0.0.1 or [::1] with the port " +
-            std::to_string(port) + "."};
+Entry Door::Judge(const Visit& visit) const {
+  Entry entry;
+  entry.caller.most = visit.most;
+  const auto refuse = [&entry](std::string why) {
+    entry.refusal = std::move(why);
+    return entry;
+  };
+  if (visit.origins.size() == 1) entry.caller.origin = visit.origins.front();
+  const Origin& origin = entry.caller.origin;
+  if (visit.most == Rights::None) {
+    // Any page may read this much: it could tell anyway that something listens here.
+    entry.reader = origin;
+    return refuse(kOtherUser);
   }
-  if (origins.empty()) return {Rights::Manage, {}, ""};
-  if (origins.size() > 1) return {Rights::None, {}, "There must be one Origin header at most."};
-  const Origin origin = origins.front();
-  const Rights rights = RightsOf(origin);
-  return {rights, origin, rights == Rights::None ? RefuseOrigin(*origin) : ""};
+  if (visit.hosts.size() != 1 ||
+      !Contains(OwnAddresses(visit.port, visit.secure, ""), ascii::Lower(visit.hosts.front()))) {
+    return refuse(
+        "The Host header must be there once and be localhost, 127.0.0.1 or [::1] with the port " +
+        std::to_string(visit.port) + ".");
+  }
+  if (visit.origins.size() > 1) return refuse("There must be one Origin header at most.");
+  if (!origin && visit.actsAcrossSites)
+    return refuse("A page of another site must name its origin.");
+  const Rights rights = RightsOf(entry.caller);
+  if (rights == Rights::None) return refuse(RefuseOrigin(*origin));
+  entry.rights = rights;
+  entry.reader = origin;
+  return entry;
 }
 
-Rights Door::RightsOf(const Origin& origin) const {
+Rights Door::RightsByOrigin(const Origin& origin) const {
   if (!origin) return Rights::Manage;
   // "null" stands for every page that hides where it comes from, so no list can mean one of them.
   if (origin->empty() || *origin == "null") return Rights::None;
@@ -103,14 +108,22 @@ Rights Door::RightsOf(const Origin& origin) const {
   return lists.anyMayAsk || Lists(lists.allowed, *origin) ? Rights::Ask : Rights::None;
 }
 
-std::string Door::RefuseCommand(const Origin& origin, Rights rights, std::string_view path,
+Rights Door::RightsOf(const Caller& caller) const {
+  return std::min(caller.most, RightsByOrigin(caller.origin));
+}
+
+std::string Door::RefuseCommand(const Caller& caller, Rights rights, std::string_view path,
                                 std::string_view text) const {
   if (rights == Rights::Manage) return "";
-  if (rights == Rights::None) return RefuseOrigin(origin.value_or(""));
+  if (rights == Rights::None) return RefuseOrigin(caller.origin.value_or(""));
   const std::string function = FindFunctionName(path, text);
   // What names no function runs none.
   if (function.empty() || RightsNeeded(function) == CommandRights::Ask) return "";
-  return "The origin " + origin.value_or("") + " may not run " + function +
+  if (caller.most != Rights::Manage) {
+    return "Another user of this machine may not run " + function +
+           AddItTo("ManageUsers", "the account");
+  }
+  return "The origin " + caller.origin.value_or("") + " may not run " + function +
          AddItTo("ManageOrigins");
 }
 

@@ -3,7 +3,8 @@
 // Any page in any browser on this machine can reach the service, so a request must be addressed to
 // this machine by name (which defeats names that were rebound to it), and a page's origin must be
 // known. Browsers put the origin on every request that can run a command; what carries none comes
-// from a program on this machine, which needs no door to change the settings file.
+// from a program of the connection's account. What that account may do at most (accounts.h) no
+// origin exceeds.
 //
 // Any thread may call.
 #pragma once
@@ -18,6 +19,7 @@
 
 namespace host {
 
+/// Each holds those above it.
 enum class Rights {
   None,
   Ask,     ///< the commands that the command table opens for this
@@ -34,9 +36,27 @@ struct OriginLists {
 /// Where a request comes from: the page's origin, none for a program of this machine.
 using Origin = std::optional<std::string>;
 
+/// What the door looks at in a request and its connection.
+struct Visit {
+  const std::vector<std::string>& hosts;    ///< of all Host headers
+  const std::vector<std::string>& origins;  ///< of all Origin headers
+  int port = 0;                             ///< that it came in by
+  bool secure = false;
+  Rights most = Rights::Manage;  ///< that the account at the other end may have
+  /// A browser says that a page of another site sends it, and it is more than a look at a page.
+  bool actsAcrossSites = false;
+};
+
+/// Who sends commands, as far as it stays the same: for a WebSocket from beginning to end.
+struct Caller {
+  Origin origin;
+  Rights most = Rights::Manage;  ///< that its account may have
+};
+
 struct Entry {
   Rights rights = Rights::None;
-  Origin origin;
+  Caller caller;
+  Origin reader;        ///< the page that may read the answer, if any
   std::string refusal;  ///< a sentence for the client when the rights are None
 };
 
@@ -48,15 +68,14 @@ class Door {
   /// The ports that the service listens on now: pages of its own origins have full rights.
   void SetOwnPorts(const std::vector<int>& plain, const std::vector<int>& secure);
 
-  /// Judges a request by all its Host and Origin headers and the port that it came in by.
-  Entry Judge(const std::vector<std::string>& hosts, const std::vector<std::string>& origins,
-              int port, bool secure) const;
-  Rights RightsOf(const Origin& origin) const;
-  /// "" when an origin with these rights may send the command, else the sentence that refuses it.
-  std::string RefuseCommand(const Origin& origin, Rights rights, std::string_view path,
+  Entry Judge(const Visit& visit) const;
+  Rights RightsOf(const Caller& caller) const;
+  /// "" when a caller with these rights may send the command, else the sentence that refuses it.
+  std::string RefuseCommand(const Caller& caller, Rights rights, std::string_view path,
                             std::string_view text) const;
 
  private:
+  Rights RightsByOrigin(const Origin& origin) const;
   bool IsOwn(const std::string& origin) const;
 
   std::function<OriginLists()> lists_;

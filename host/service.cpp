@@ -42,6 +42,10 @@ OriginLists ReadOriginLists() {
           GetEnableCORSAll()};
 }
 
+Accounts::Settings ReadAccounts() {
+  return {GetWholeConfiguration("ManageUsers"), GetServiceRunMode() == 0};
+}
+
 /// How many files and sockets this process may have open, raised as far as it may raise it.
 std::size_t DescriptorLimit() {
   constexpr rlim_t kWanted = 4096;
@@ -115,6 +119,7 @@ class Service {
   net::steady_timer updateTimer_;
   std::atomic<bool> reopening_{false};
   Door door_{ReadOriginLists};
+  Accounts accounts_{ReadAccounts};
   TlsIdentity identity_;
   Server server_;
   ListeningPorts ports_;
@@ -134,6 +139,7 @@ Service::Service(const Options& options, OwnProcess& process)
       updateTimer_(control_),
       server_({limits_,
                door_,
+               accounts_,
                connections_,
                [this] { return identity_.Context(); },
                {{"/health", [this] { return HealthNow(); }},
@@ -146,6 +152,11 @@ Ending Service::Run() {
   if (const std::string file = identity_.File(); !file.empty()) {
     std::printf("The certificate is %s\n", file.c_str());
     std::fflush(stdout);
+  }
+  if (!AreOwnersTold()) {
+    ReportWarning(
+        "This system does not tell whose a connection is: every client counts as another "
+        "user of this machine.");
   }
   if (!ports_.IsListening()) {
     ReportError("The service listens nowhere and ends.");

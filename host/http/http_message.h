@@ -25,6 +25,7 @@ struct RequestFacts {
   std::string userAgent;
   std::string requestedHeaders;  ///< those that a page's browser asks about
   bool asksPrivateNetwork = false;
+  bool crossSite = false;  ///< sent by a page of another site, as browsers say
   bool expectsContinue = false;
   bool plainCoding =
       true;  ///< the body is sent as it is, or in chunks by a client that may do that

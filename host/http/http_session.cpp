@@ -14,6 +14,7 @@
 #include "host/http/waiting.h"
 #include "host/http/websocket_session.h"
 #include "host/http/wire_text.h"
+#include "os/system.h"
 
 namespace host {
 
@@ -44,11 +45,12 @@ struct UploadPlace {
 class HttpSession : public std::enable_shared_from_this<HttpSession> {
  public:
   HttpSession(ServerCore& core, std::unique_ptr<Stream> stream, bool secure,
-              CommandHandler& handler)
+              CommandHandler& handler, Rights most)
       : core_(core),
         limits_(core.parts.limits),
         handler_(handler),
         secure_(secure),
+        most_(most),
         stream_(std::move(stream)),
         deadline_(stream_->socket()) {
     error_code ignored;
@@ -112,6 +114,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
   const Limits& limits_;
   CommandHandler& handler_;
   const bool secure_;
+  const Rights most_;
   std::unique_ptr<Stream> stream_;
   Deadline deadline_;
   // Its bound also holds for what no other limit counts, such as the line before a chunk.
@@ -169,12 +172,14 @@ Awaitable<HttpSession::Next> HttpSession::Exchange() {
     co_await Send(response, false);
     co_return Next::HangUp;
   }
-  const Entry entry = core_.parts.door.Judge(facts.hosts, facts.origins, port_, secure_);
+  const bool acts = facts.crossSite && (facts.verb != http::verb::get || IsUpgrade(facts));
+  const Entry entry =
+      core_.parts.door.Judge({facts.hosts, facts.origins, port_, secure_, most_, acts});
   if (entry.rights != Rights::None && facts.plainCoding && request.done() && buffer_.size() == 0 &&
       IsUpgrade(facts)) {
     IncomingCommand pattern = MakeCommand(facts, entry);  // which asks the stream for its socket
     webSocket_ =
-        MakeWebSocketSession(core_, std::move(stream_), handler_, entry.origin, std::move(pattern));
+        MakeWebSocketSession(core_, std::move(stream_), handler_, entry.caller, std::move(pattern));
     co_await webSocket_->Run(facts);
     co_return Next::Nothing;
   }
@@ -220,18 +225,18 @@ IncomingCommand HttpSession::MakeCommand(const RequestFacts& facts, const Entry&
   command.path = facts.target;
   command.browserType = BrowserTypeOf(facts.userAgent);
   command.socket = static_cast<int>(stream_->socket().native_handle());
-  if (entry.origin) command.domain = GetFullDomain(*entry.origin);
+  if (entry.caller.origin) command.domain = GetFullDomain(*entry.caller.origin);
   return command;
 }
 
 Awaitable<Response> HttpSession::Answer(RequestReader& request, const Entry& entry) {
   const RequestFacts& facts = request.facts();
   const auto say = [&facts, &entry](status code, std::string text) {
-    return TextResponse(facts, entry.origin, code, std::move(text));
+    return TextResponse(facts, entry.reader, code, std::move(text));
   };
   if (entry.rights == Rights::None) {
     LogInfo("A request was refused: %s", entry.refusal.c_str());
-    co_return TextResponse(facts, {}, status::forbidden, entry.refusal);
+    co_return TextResponse(facts, entry.reader, status::forbidden, entry.refusal);
   }
   if (!facts.plainCoding) {
     co_return say(status::not_implemented, "A body is sent as it is or in chunks.");
@@ -241,7 +246,7 @@ Awaitable<Response> HttpSession::Answer(RequestReader& request, const Entry& ent
     case http::verb::post:
       co_return co_await Post(request, entry);
     case http::verb::options:
-      co_return PreflightResponse(facts, entry.origin);
+      co_return PreflightResponse(facts, entry.reader);
     case http::verb::get:
     case http::verb::head:
       break;
@@ -255,13 +260,13 @@ Awaitable<Response> HttpSession::Answer(RequestReader& request, const Entry& ent
                                          std::string(handler_.path()) +
                                          "; GET answers /health and /services.");
   }
-  co_return ReplyResponse(facts, entry.origin, page->second());
+  co_return ReplyResponse(facts, entry.reader, page->second());
 }
 
 Awaitable<Response> HttpSession::Post(RequestReader& request, const Entry& entry) {
   const RequestFacts& facts = request.facts();
   const auto say = [&facts, &entry](status code, std::string text) {
-    return TextResponse(facts, entry.origin, code, std::move(text));
+    return TextResponse(facts, entry.reader, code, std::move(text));
   };
   const bool upload = TakesBinaryBody(facts.target);
   const std::size_t limit = upload ? limits_.uploadBytes : limits_.textBytes;
@@ -272,7 +277,7 @@ Awaitable<Response> HttpSession::Post(RequestReader& request, const Entry& entry
   if (upload) {
     // The path alone names the function: what is refused need not be sent.
     std::string refusal =
-        core_.parts.door.RefuseCommand(entry.origin, entry.rights, facts.target, "");
+        core_.parts.door.RefuseCommand(entry.caller, entry.rights, facts.target, "");
     if (!refusal.empty()) co_return say(status::forbidden, std::move(refusal));
   }
   const UploadPlace place(core_.uploads, upload);
@@ -300,24 +305,24 @@ Awaitable<Response> HttpSession::RunCommand(const RequestFacts& facts, const Ent
   std::string refusal;
   const auto job = [this, &entry, &command, &refusal] {
     refusal =
-        core_.parts.door.RefuseCommand(entry.origin, entry.rights, command.path, command.text);
+        core_.parts.door.RefuseCommand(entry.caller, entry.rights, command.path, command.text);
     if (refusal.empty()) handler_.Run(command);
   };
   const bool ran = handler_.IsQuick(command) ? core_.RunHere(job) : co_await core_.RunOnWorker(job);
   if (!ran) {
-    co_return TextResponse(facts, entry.origin, status::service_unavailable,
+    co_return TextResponse(facts, entry.reader, status::service_unavailable,
                            "The service is stopping.");
   }
   if (!refusal.empty()) {
     LogInfo("A command was refused: %s", refusal.c_str());
-    co_return TextResponse(facts, entry.origin, status::forbidden, refusal);
+    co_return TextResponse(facts, entry.reader, status::forbidden, refusal);
   }
   auto reply = answer->Take();
   if (!reply) {
-    co_return TextResponse(facts, entry.origin, status::internal_server_error,
+    co_return TextResponse(facts, entry.reader, status::internal_server_error,
                            "The command gave no reply.");
   }
-  co_return ReplyResponse(facts, entry.origin, std::move(reply->text));
+  co_return ReplyResponse(facts, entry.reader, std::move(reply->text));
 }
 
 Awaitable<status> HttpSession::ReadBody(RequestReader& request, std::size_t limit) {
@@ -399,10 +404,11 @@ void StartSession(ServerCore& core, Socket socket, bool secure, CommandHandler& 
   const auto context = secure ? core.parts.tls() : nullptr;
   if (secure && context == nullptr) return;
   const Executor executor = socket.get_executor();
+  const Rights most = core.parts.accounts.MostFor(os::OwnerOf(socket.native_handle()));
   auto session = std::make_shared<HttpSession>(
       core,
       secure ? MakeSecureStream(std::move(socket), *context) : MakePlainStream(std::move(socket)),
-      secure, handler);
+      secure, handler, most);
   session->Enter();
   net::co_spawn(
       executor, [session = std::move(session), crowded] { return session->Run(crowded); },

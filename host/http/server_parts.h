@@ -7,6 +7,7 @@
 #include <string>
 #include <string_view>
 
+#include "host/accounts.h"
 #include "host/door.h"
 #include "host/http/connections.h"
 #include "host/http/limits.h"
@@ -52,6 +53,7 @@ class CommandHandler {
 struct ServerParts {
   Limits limits;
   const Door& door;
+  Accounts& accounts;
   Connections& connections;
   /// The certificate for the next secure connection; null closes it. Any thread calls.
   std::function<std::shared_ptr<boost::asio::ssl::context>()> tls;

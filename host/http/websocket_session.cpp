@@ -32,11 +32,11 @@ UpgradeRequest MakeUpgradeRequest(const RequestFacts& facts) {
 class BeastSession : public WebSocketSession, public std::enable_shared_from_this<BeastSession> {
  public:
   BeastSession(ServerCore& core, std::unique_ptr<Stream> stream, CommandHandler& handler,
-               Origin origin, IncomingCommand pattern)
+               Caller caller, IncomingCommand pattern)
       : core_(core),
         limits_(core.parts.limits),
         handler_(handler),
-        origin_(std::move(origin)),
+        caller_(std::move(caller)),
         pattern_(std::move(pattern)),
         stream_(std::move(stream)),
         ws_(*stream_),
@@ -90,7 +90,7 @@ class BeastSession : public WebSocketSession, public std::enable_shared_from_thi
   ServerCore& core_;
   const Limits& limits_;
   CommandHandler& handler_;
-  const Origin origin_;
+  const Caller caller_;
   IncomingCommand pattern_;
   const std::unique_ptr<Stream> stream_;
   websocket::stream<Stream&, false> ws_;
@@ -203,7 +203,7 @@ void BeastSession::RunOrRefuse(const IncomingCommand& command) {
   // The lists may have been edited since the connection was made.
   const Door& door = core_.parts.door;
   const std::string refusal =
-      door.RefuseCommand(origin_, door.RightsOf(origin_), command.path, command.text);
+      door.RefuseCommand(caller_, door.RightsOf(caller_), command.path, command.text);
   if (refusal.empty()) {
     handler_.Run(command);
   } else {
@@ -276,9 +276,9 @@ bool IsUpgrade(const RequestFacts& facts) {
 
 std::shared_ptr<WebSocketSession> MakeWebSocketSession(ServerCore& core,
                                                        std::unique_ptr<Stream> stream,
-                                                       CommandHandler& handler, Origin origin,
+                                                       CommandHandler& handler, Caller caller,
                                                        IncomingCommand pattern) {
-  return std::make_shared<BeastSession>(core, std::move(stream), handler, std::move(origin),
+  return std::make_shared<BeastSession>(core, std::move(stream), handler, std::move(caller),
                                         std::move(pattern));
 }
 

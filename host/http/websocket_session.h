@@ -26,7 +26,7 @@ bool IsUpgrade(const RequestFacts& facts);
 /// kept as their path; messages on any other are direct.
 std::shared_ptr<WebSocketSession> MakeWebSocketSession(ServerCore& core,
                                                        std::unique_ptr<Stream> stream,
-                                                       CommandHandler& handler, Origin origin,
+                                                       CommandHandler& handler, Caller caller,
                                                        IncomingCommand pattern);
 
 }  // namespace host

@@ -38,6 +38,22 @@ inline std::string Hex(std::span<const unsigned char> bytes) {
 
 }  // namespace ascii
 
+/// Whether `matches` holds for an entry of a comma-separated list. Blanks around an entry do not
+/// count, and nothing between two commas is no entry.
+template <class Matches>
+bool AnyEntry(std::string_view list, Matches matches) {
+  while (!list.empty()) {
+    const auto comma = std::min(list.find(','), list.size());
+    std::string_view entry = list.substr(0, comma);
+    list.remove_prefix(std::min(comma + 1, list.size()));
+    const auto begin = entry.find_first_not_of(" \t");
+    if (begin == entry.npos) continue;
+    entry = entry.substr(begin, entry.find_last_not_of(" \t") - begin + 1);
+    if (matches(entry)) return true;
+  }
+  return false;
+}
+
 inline constexpr std::size_t kIdentifierLength = 32;
 
 /// 32 lower-case hexadecimal digits of 16 random bytes, and a NUL. Where the system gives no random

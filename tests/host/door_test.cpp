@@ -1,6 +1,9 @@
-// The door's rules: which hosts, origins and commands pass.
+// The door's rules: which accounts, hosts, origins and commands pass.
 #include "host/door.h"
 
+#include <unistd.h>
+
+#include "host/accounts.h"
 #include "support/testing.h"
 
 namespace {
@@ -17,14 +20,25 @@ class DoorTest : public ::testing::Test {
 
   Rights Judge(const Headers& hosts, const Headers& origins = {}, int port = 18625,
                bool secure = false) {
-    const host::Entry entry = door_.Judge(hosts, origins, port, secure);
-    EXPECT_EQ(entry.refusal.empty(), entry.rights != Rights::None);
-    return entry.rights;
+    Rights own = Rights::None;
+    for (const Rights most : {Rights::None, Rights::Ask, Rights::Manage}) {
+      const host::Entry entry = door_.Judge({hosts, origins, port, secure, most});
+      EXPECT_EQ(entry.refusal.empty(), entry.rights != Rights::None);
+      EXPECT_LE(entry.rights, most) << "no origin lifts what the account may do";
+      own = entry.rights;
+    }
+    return own;
   }
-  /// Whether an origin that may only ask is refused a command that no manager is.
+  /// Whether who may only ask is refused a command that no manager is.
   bool Refuses(const char* path, const std::string& text) {
-    EXPECT_EQ(door_.RefuseCommand("https://both.example", Rights::Manage, path, text), "");
-    return !door_.RefuseCommand("https://ask.example", Rights::Ask, path, text).empty();
+    EXPECT_EQ(door_.RefuseCommand({"https://both.example"}, Rights::Manage, path, text), "");
+    const auto refuse = [&](const host::Caller& caller) {
+      return door_.RefuseCommand(caller, Rights::Ask, path, text);
+    };
+    const std::string page = refuse({"https://ask.example"}), other = refuse({{}, Rights::Ask});
+    EXPECT_EQ(page.empty(), other.empty()) << text;
+    EXPECT_EQ(other.empty() || other.find("ManageUsers") != other.npos, true) << other;
+    return !page.empty();
   }
 
   host::OriginLists lists_{.allowed = " https://ask.example ,https://both.example,,",
@@ -75,6 +89,18 @@ TEST_F(DoorTest, OriginsAreComparedWhole) {
   EXPECT_EQ(Judge(host, {"http://localhost:20000"}), Rights::Manage);
 }
 
+TEST_F(DoorTest, WithoutAnOriginPagesOfOtherSitesOnlyLook) {
+  const Headers host = {"localhost:18625"};
+  for (const auto& [origins, acts, rights] : Table<Headers, bool, Rights>{
+           {{}, false, Rights::Manage},
+           {{}, true, Rights::None},
+           {{"https://ask.example"}, true, Rights::Ask},
+           {{"https://both.example"}, true, Rights::Manage},
+       }) {
+    EXPECT_EQ(door_.Judge({host, origins, 18625, false, Rights::Manage, acts}).rights, rights);
+  }
+}
+
 TEST_F(DoorTest, AskingOriginsDoNotManageWhateverTheFormOfTheCommand) {
   for (const char* text :
        {kReboot, R"({"property":"SetServerInfo","parameter":["h",1,2,3,4]})",
@@ -95,5 +121,32 @@ TEST_F(DoorTest, AskingOriginsDoNotManageWhateverTheFormOfTheCommand) {
   EXPECT_FALSE(Refuses(R"(/LoadZipFromBytes?type=1],"event":"GetPorts","x":[1&)", ""));
   EXPECT_TRUE(Refuses("/CheckUpdateFile?qvver=1&", R"({"method":"Reboot","parameter":["a",]})"));
 }
+
+TEST(Accounts, AreOursWhenTheyAreListed) {
+  host::Accounts::Settings settings;
+  host::Accounts accounts([&settings] { return settings; });
+  constexpr uid_t kNobody = 65534;  // an account of every system, the only one of its group
+  for (const bool othersMayAsk : {false, true}) {
+    settings.othersMayAsk = othersMayAsk;
+    const Rights other = othersMayAsk ? Rights::Ask : Rights::None;
+    for (const auto& [list, account, rights] : Table<const char*, std::optional<uid_t>, Rights>{
+             {"", ::geteuid(), Rights::Manage},
+             {"", 0, Rights::Manage},
+             {"", 41002, other},
+             {"0,root,41003,@41002,41002x,-1,,@", 41002, other},
+             {"x, 41002\t,y", 41002, Rights::Manage},
+             {"nobody", kNobody, Rights::Manage},
+             {"@65534", kNobody, Rights::Manage},
+             {"@nogroup", kNobody, Rights::Manage},
+             {"nogroup,@nobody,@root", kNobody, other},
+             {"0,root,@0,@root,nobody,41002", std::nullopt, other},
+         }) {
+      settings.manageUsers = list;
+      EXPECT_EQ(accounts.MostFor(account), rights) << list << " for " << account.value_or(7);
+    }
+  }
+}
+
+TEST(Accounts, AreToldByThisSystem) { EXPECT_TRUE(host::AreOwnersTold()); }
 
 }  // namespace

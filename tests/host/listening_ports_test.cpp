@@ -30,7 +30,8 @@ class ListeningPorts : public ::testing::Test {
   host::Connections connections_;
   host::Door door_{[] { return host::OriginLists{}; }};
   NoCommands handler_;
-  host::Server server_{{{}, door_, connections_, [] { return nullptr; }, {}}};
+  host::Accounts accounts_{[] { return host::Accounts::Settings(); }};
+  host::Server server_{{{}, door_, accounts_, connections_, [] { return nullptr; }, {}}};
   host::ListeningPorts ports_{server_, door_};
 };
 

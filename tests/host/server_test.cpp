@@ -126,10 +126,12 @@ class ServerTest : public ::testing::Test {
   host::Connections connections_;
   host::Door door_{[] { return host::OriginLists(); }};
   Handler handler_{connections_};
-  host::Server server_{{{}, door_, connections_, [] { return nullptr; }, {{"/page", [] {
-                                                                             return std::string(
-                                                                                 "{\"page\":1}");
-                                                                           }}}}};
+  host::Accounts accounts_{[] { return host::Accounts::Settings(); }};
+  host::Server server_{
+      {{}, door_, accounts_, connections_, [] { return nullptr; }, {{"/page", [] {
+                                                                       return std::string(
+                                                                           "{\"page\":1}");
+                                                                     }}}}};
   const int port_;
 };
 

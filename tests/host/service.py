@@ -39,7 +39,7 @@ class Service:
     """A context: the folder is made on entry and removed on exit, where the program, if it still
     runs, must end with code 0 and without a word of the sanitizers."""
 
-    def __init__(self, settings="", arguments=("--port", "0", "--ssl-port", "0")):
+    def __init__(self, settings="", arguments=("--port", "0", "--ssl-port", "0"), account=None):
         self.folder = pathlib.Path(tempfile.mkdtemp(prefix="qv_service_"))
         for name in ("marvique-service", MODULE):
             try:
@@ -50,6 +50,7 @@ class Service:
         if settings:
             self.ini.write_text(settings)
         self.arguments = list(arguments)
+        self.account = account  # that the program runs as, by its number; needs root
         self.process = self.plain = self.secure = None
 
     def __enter__(self):
@@ -70,9 +71,15 @@ class Service:
 
     def start(self, *more, expect_plain=True, expect_secure=True):
         """Starts the program and waits for the ports that it is expected to open."""
+        account = {}
+        if self.account is not None:
+            account = {"user": self.account, "group": self.account, "extra_groups": []}
+            for path in (self.folder, *self.folder.glob("*.ini")):
+                os.chown(path, self.account, self.account)
         with open(self.path("out"), "w") as out, open(self.path("err"), "w") as err:
             self.process = subprocess.Popen(
-                [self.path("marvique-service"), *self.arguments, *more], stdout=out, stderr=err)
+                [self.path("marvique-service"), *self.arguments, *more], stdout=out, stderr=err,
+                **account)
         if expect_plain:
             self.plain = self.listening("http")
         if expect_secure:
@@ -123,6 +130,26 @@ class Service:
 
     def connect(self, port=None, timeout=PATIENCE):
         return socket.create_connection(("127.0.0.1", port or self.plain), timeout)
+
+    def connect_as(self, account, port=None, host="127.0.0.1"):
+        """A connection that another account has made; needs root."""
+        here, there = socket.socketpair()
+        child = os.fork()
+        if child == 0:
+            with contextlib.suppress(BaseException):
+                os.setgroups([])
+                os.setgid(account)
+                os.setuid(account)
+                made = socket.create_connection((host, port or self.plain), PATIENCE)
+                socket.send_fds(there, [b"x"], [made.fileno()])
+            os._exit(0)
+        with here:
+            there.close()
+            descriptors = socket.recv_fds(here, 1, 1)[1]
+        os.waitpid(child, 0)
+        connection = socket.socket(fileno=descriptors[0])
+        connection.settimeout(PATIENCE)
+        return connection
 
     def ws(self, path="/", secure=False, **options):
         """A WebSocket, to be entered."""
