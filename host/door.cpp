@@ -71,6 +71,7 @@ bool Door::IsOwn(const std::string& origin) const {
 Entry Door::Judge(const Visit& visit) const {
   Entry entry;
   entry.caller.most = visit.most;
+  entry.caller.hasToken = !visit.token.empty() && isToken_ && isToken_(visit.token);
   const auto refuse = [&entry](std::string why) {
     entry.refusal = std::move(why);
     return entry;
@@ -98,18 +99,19 @@ Entry Door::Judge(const Visit& visit) const {
   return entry;
 }
 
-Rights Door::RightsByOrigin(const Origin& origin) const {
+Rights Door::RightsByOrigin(const Caller& caller) const {
+  const Origin& origin = caller.origin;
   if (!origin) return Rights::Manage;
   // "null" stands for every page that hides where it comes from, so no list can mean one of them.
   if (origin->empty() || *origin == "null") return Rights::None;
-  if (IsOwn(*origin)) return Rights::Manage;
+  if (IsOwn(*origin)) return caller.hasToken ? Rights::Manage : Rights::Ask;
   const OriginLists lists = lists_();
   if (Lists(lists.manage, *origin)) return Rights::Manage;
   return lists.anyMayAsk || Lists(lists.allowed, *origin) ? Rights::Ask : Rights::None;
 }
 
 Rights Door::RightsOf(const Caller& caller) const {
-  return std::min(caller.most, RightsByOrigin(caller.origin));
+  return std::min(caller.most, RightsByOrigin(caller));
 }
 
 std::string Door::RefuseCommand(const Caller& caller, Rights rights, std::string_view path,
@@ -119,12 +121,22 @@ std::string Door::RefuseCommand(const Caller& caller, Rights rights, std::string
   const std::string function = FindFunctionName(path, text);
   // What names no function runs none.
   if (function.empty() || RightsNeeded(function) == CommandRights::Ask) return "";
+  return RefuseManaging(caller, function);
+}
+
+std::string Door::RefuseUpload(const Caller& caller, Rights rights) const {
+  return rights == Rights::Manage ? "" : RefuseManaging(caller, "LoadZipFromBytes");
+}
+
+std::string Door::RefuseManaging(const Caller& caller, const std::string& function) const {
   if (caller.most != Rights::Manage) {
     return "Another user of this machine may not run " + function +
            AddItTo("ManageUsers", "the account");
   }
-  return "The origin " + caller.origin.value_or("") + " may not run " + function +
-         AddItTo("ManageOrigins");
+  const std::string origin = caller.origin.value_or("");
+  if (IsOwn(origin))
+    return "A page of this service runs " + function + " with the console's token.";
+  return "The origin " + origin + " may not run " + function + AddItTo("ManageOrigins");
 }
 
 std::string EncodeRefusal(std::string_view path, std::string_view text, const std::string& reason) {

@@ -42,6 +42,7 @@ struct Visit {
   const std::vector<std::string>& origins;  ///< of all Origin headers
   int port = 0;                             ///< that it came in by
   bool secure = false;
+  std::string_view token = {};   ///< that was sent along, "" for none
   Rights most = Rights::Manage;  ///< that the account at the other end may have
   /// A browser says that a page of another site sends it, and it is more than a look at a page.
   bool actsAcrossSites = false;
@@ -51,6 +52,7 @@ struct Visit {
 struct Caller {
   Origin origin;
   Rights most = Rights::Manage;  ///< that its account may have
+  bool hasToken = false;         ///< it showed the console's token
 };
 
 struct Entry {
@@ -63,9 +65,13 @@ struct Entry {
 class Door {
  public:
   /// `lists` is asked on every look at a foreign origin, so that edited lists take effect at once.
-  explicit Door(std::function<OriginLists()> lists) : lists_(std::move(lists)) {}
+  /// `isToken` tells whether a text is the console's token.
+  explicit Door(std::function<OriginLists()> lists,
+                std::function<bool(std::string_view)> isToken = {})
+      : lists_(std::move(lists)), isToken_(std::move(isToken)) {}
 
-  /// The ports that the service listens on now: pages of its own origins have full rights.
+  /// The ports that the service listens on now: pages of its own origins may ask, and manage with
+  /// the console's token.
   void SetOwnPorts(const std::vector<int>& plain, const std::vector<int>& secure);
 
   Entry Judge(const Visit& visit) const;
@@ -73,12 +79,16 @@ class Door {
   /// "" when a caller with these rights may send the command, else the sentence that refuses it.
   std::string RefuseCommand(const Caller& caller, Rights rights, std::string_view path,
                             std::string_view text) const;
+  /// The same for an upload, of which nothing but its beginning has come.
+  std::string RefuseUpload(const Caller& caller, Rights rights) const;
 
  private:
-  Rights RightsByOrigin(const Origin& origin) const;
+  Rights RightsByOrigin(const Caller& caller) const;
+  std::string RefuseManaging(const Caller& caller, const std::string& function) const;
   bool IsOwn(const std::string& origin) const;
 
   std::function<OriginLists()> lists_;
+  std::function<bool(std::string_view)> isToken_;
   mutable Mutex mutex_;
   std::vector<std::string> own_ QV_GUARDED_BY(mutex_);
 };

@@ -15,7 +15,9 @@
 #include <utility>
 
 #include "environment/configuration.h"
+#include "environment/paths.h"
 #include "environment/program_information.h"
+#include "host/console_token.h"
 #include "host/discovery.h"
 #include "host/health.h"
 #include "host/host_log.h"
@@ -82,7 +84,8 @@ enum class Ending {
 /// call.
 class Service {
  public:
-  Service(const Options& options, OwnProcess& process);
+  /// The parts outlive the service.
+  Service(const Options& options, OwnProcess& process, const ConsoleToken& token);
 
   /// Starts the modules, listens, serves until there is a reason to stop, and stops: after this no
   /// command runs and no client is connected, but for what HasRunningCommand tells.
@@ -118,7 +121,7 @@ class Service {
   net::steady_timer discoveryTimer_;
   net::steady_timer updateTimer_;
   std::atomic<bool> reopening_{false};
-  Door door_{ReadOriginLists};
+  Door door_;
   Accounts accounts_{ReadAccounts};
   TlsIdentity identity_;
   Server server_;
@@ -126,7 +129,7 @@ class Service {
   bool hasRunningCommand_ = false;
 };
 
-Service::Service(const Options& options, OwnProcess& process)
+Service::Service(const Options& options, OwnProcess& process, const ConsoleToken& token)
     : options_(options),
       limits_(LimitsFrom(options)),
       process_(process),
@@ -137,6 +140,7 @@ Service::Service(const Options& options, OwnProcess& process)
       certificateTimer_(control_),
       discoveryTimer_(control_),
       updateTimer_(control_),
+      door_(ReadOriginLists, [&token](std::string_view text) { return token.Matches(text); }),
       server_({limits_,
                door_,
                accounts_,
@@ -299,9 +303,11 @@ int RunService(const Options& options, const std::string& build) {
 
   Ending ending = Ending::NotStarted;
   {
-    Service service(options, process);
+    ConsoleToken token(GetWorkPath() + work_folder::kConsoleToken);
+    Service service(options, process, token);
     ending = service.Run();
     if (service.HasRunningCommand()) {
+      token.Remove();
       if (ending == Ending::StartAgain) process.StartAgain();
       std::fflush(nullptr);
       std::_Exit(1);

@@ -25,6 +25,7 @@ struct RequestFacts {
   std::string userAgent;
   std::string requestedHeaders;  ///< those that a page's browser asks about
   bool asksPrivateNetwork = false;
+  std::string token;       ///< of the console
   bool crossSite = false;  ///< sent by a page of another site, as browsers say
   bool expectsContinue = false;
   bool plainCoding =

@@ -173,8 +173,8 @@ Awaitable<HttpSession::Next> HttpSession::Exchange() {
     co_return Next::HangUp;
   }
   const bool acts = facts.crossSite && (facts.verb != http::verb::get || IsUpgrade(facts));
-  const Entry entry =
-      core_.parts.door.Judge({facts.hosts, facts.origins, port_, secure_, most_, acts});
+  const Entry entry = core_.parts.door.Judge(
+      {facts.hosts, facts.origins, port_, secure_, facts.token, most_, acts});
   if (entry.rights != Rights::None && facts.plainCoding && request.done() && buffer_.size() == 0 &&
       IsUpgrade(facts)) {
     IncomingCommand pattern = MakeCommand(facts, entry);  // which asks the stream for its socket
@@ -275,9 +275,7 @@ Awaitable<Response> HttpSession::Post(RequestReader& request, const Entry& entry
     co_return say(status::payload_too_large, tooLarge);
   }
   if (upload) {
-    // The path alone names the function: what is refused need not be sent.
-    std::string refusal =
-        core_.parts.door.RefuseCommand(entry.caller, entry.rights, facts.target, "");
+    std::string refusal = core_.parts.door.RefuseUpload(entry.caller, entry.rights);
     if (!refusal.empty()) co_return say(status::forbidden, std::move(refusal));
   }
   const UploadPlace place(core_.uploads, upload);

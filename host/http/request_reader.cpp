@@ -73,6 +73,8 @@ void RequestReader::on_field_impl(http::field name, View text, View value, error
     default:
       if (boost::beast::iequals(text, "Access-Control-Request-Private-Network")) {
         facts_.asksPrivateNetwork = value == "true";
+      } else if (boost::beast::iequals(text, "X-Marvique-Token")) {
+        facts_.token = value;
       } else if (boost::beast::iequals(text, "Sec-Fetch-Site")) {
         facts_.crossSite = facts_.crossSite || value == "cross-site";
       }

@@ -56,7 +56,7 @@ bool IsServiceState(std::string_view name) {
       work_folder::kCache,     work_folder::kUpload,
       work_folder::kCert,      work_folder::kDump,
       work_folder::kNginx,     work_folder::kSecurityException,
-      work_folder::kPortLock};
+      work_folder::kPortLock,  work_folder::kConsoleToken};
   if (name.empty() || name.front() == '.') return true;
   const std::string first = ascii::Lower(name.substr(0, name.find('/')));
   return std::any_of(kStateNames.begin(), kStateNames.end(),

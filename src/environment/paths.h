@@ -21,6 +21,7 @@ inline constexpr const char* kDump = "dump";
 inline constexpr const char* kNginx = "nginx";
 inline constexpr const char* kSecurityException = "qv.exception";
 inline constexpr const char* kPortLock = "port.lock";
+inline constexpr const char* kConsoleToken = "console.token";
 inline constexpr const char* kUpdate = ".qv_update";  ///< there only during an update
 }  // namespace work_folder
 

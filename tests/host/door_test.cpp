@@ -22,7 +22,7 @@ class DoorTest : public ::testing::Test {
                bool secure = false) {
     Rights own = Rights::None;
     for (const Rights most : {Rights::None, Rights::Ask, Rights::Manage}) {
-      const host::Entry entry = door_.Judge({hosts, origins, port, secure, most});
+      const host::Entry entry = door_.Judge({hosts, origins, port, secure, "", most});
       EXPECT_EQ(entry.refusal.empty(), entry.rights != Rights::None);
       EXPECT_LE(entry.rights, most) << "no origin lifts what the account may do";
       own = entry.rights;
@@ -36,6 +36,7 @@ class DoorTest : public ::testing::Test {
       return door_.RefuseCommand(caller, Rights::Ask, path, text);
     };
     const std::string page = refuse({"https://ask.example"}), other = refuse({{}, Rights::Ask});
+    EXPECT_EQ(page, refuse({"https://ask.example", Rights::Manage, true})) << "worth nothing there";
     EXPECT_EQ(page.empty(), other.empty()) << text;
     EXPECT_EQ(other.empty() || other.find("ManageUsers") != other.npos, true) << other;
     return !page.empty();
@@ -44,7 +45,7 @@ class DoorTest : public ::testing::Test {
   host::OriginLists lists_{.allowed = " https://ask.example ,https://both.example,,",
                            .manage = "https://both.example,\thttps://manage.example:8443\t",
                            .anyMayAsk = false};
-  Door door_{[this] { return lists_; }};
+  Door door_{[this] { return lists_; }, [](std::string_view text) { return text == "token"; }};
 };
 
 TEST_F(DoorTest, OnlyThisMachineByNameAndPort) {
@@ -67,8 +68,10 @@ TEST_F(DoorTest, OriginsAreComparedWhole) {
   for (const bool any : {false, true}) {
     lists_.anyMayAsk = any;
     for (const char* origin :
-         {"http://127.0.0.1:18625", "https://[::1]:18626", "http://localhost",  // at port 80
-          "https://both.example", "https://manage.example:8443"}) {
+         {"http://127.0.0.1:18625", "https://[::1]:18626", "http://localhost"}) {  // at port 80
+      EXPECT_EQ(Judge(host, {origin}), Rights::Ask) << origin;
+    }
+    for (const char* origin : {"https://both.example", "https://manage.example:8443"}) {
       EXPECT_EQ(Judge(host, {origin}), Rights::Manage) << origin;
     }
     for (const char* origin :
@@ -82,11 +85,40 @@ TEST_F(DoorTest, OriginsAreComparedWhole) {
   }
   lists_.allowed += ",null";
   EXPECT_EQ(Judge(host, {"null"}), Rights::None) << "no list can mean one page without an origin";
+  lists_.anyMayAsk = false;
   door_.SetOwnPorts({20000}, {});
   for (const char* moved : {"http://localhost:18625", "https://localhost:18626"}) {
-    EXPECT_EQ(Judge(host, {moved}), Rights::Ask) << moved;
+    EXPECT_EQ(Judge(host, {moved}), Rights::None) << moved;
   }
-  EXPECT_EQ(Judge(host, {"http://localhost:20000"}), Rights::Manage);
+  EXPECT_EQ(Judge(host, {"http://localhost:20000"}), Rights::Ask);
+}
+
+TEST_F(DoorTest, OwnPagesManageWithTheTokenAndNobodyElseIsHelpedByIt) {
+  const Headers host = {"localhost:18625"};
+  for (const auto& [origins, token, most, rights] : Table<Headers, const char*, Rights, Rights>{
+           {{"http://localhost:18625"}, "token", Rights::Manage, Rights::Manage},
+           {{"http://localhost:18625"}, "Token", Rights::Manage, Rights::Ask},
+           {{"http://localhost:18625"}, "token", Rights::Ask, Rights::Ask},
+           {{"http://localhost:18625"}, "token", Rights::None, Rights::None},
+           {{"https://ask.example"}, "token", Rights::Manage, Rights::Ask},
+           {{"https://x.example"}, "token", Rights::Manage, Rights::None},
+           {{"null"}, "token", Rights::Manage, Rights::None},
+           {{}, "token", Rights::Ask, Rights::Ask},
+       }) {
+    EXPECT_EQ(door_.Judge({host, origins, 18625, false, token, most}).rights, rights)
+        << token << (origins.empty() ? "" : origins.front());
+  }
+  const Door without([] { return host::OriginLists(); });
+  EXPECT_EQ(without.Judge({host, {}, 18625, false, "x"}).rights, Rights::Manage);
+}
+
+TEST_F(DoorTest, OnlyWhoManagesUploads) {
+  for (const Rights rights : {Rights::Ask, Rights::Manage}) {
+    for (const host::Caller& caller : {host::Caller{"http://localhost:18625"},
+                                       host::Caller{"https://ask.example"}, host::Caller{}}) {
+      EXPECT_EQ(door_.RefuseUpload(caller, rights).empty(), rights == Rights::Manage);
+    }
+  }
 }
 
 TEST_F(DoorTest, WithoutAnOriginPagesOfOtherSitesOnlyLook) {
@@ -97,7 +129,7 @@ TEST_F(DoorTest, WithoutAnOriginPagesOfOtherSitesOnlyLook) {
            {{"https://ask.example"}, true, Rights::Ask},
            {{"https://both.example"}, true, Rights::Manage},
        }) {
-    EXPECT_EQ(door_.Judge({host, origins, 18625, false, Rights::Manage, acts}).rights, rights);
+    EXPECT_EQ(door_.Judge({host, origins, 18625, false, "", Rights::Manage, acts}).rights, rights);
   }
 }
 

@@ -17,6 +17,7 @@ NEW_PORTS = ("h", 1, 2, 3, 4)
 
 
 class Doorway(ServiceTest):
+    arguments = ("--idle-timeout", "3")
     settings = ("[QV]\nAllowedOrigins=https://ask.example\n"
                 f"ManageOrigins={LONG}{MANAGE['Origin']}\n")
 
@@ -39,9 +40,70 @@ class Doorway(ServiceTest):
         self.assertEqual(self.service.ask("GetServerInfo")["Host"], "")
         self.assertEqual(len(LONG + CUT["Origin"]), 2046)
         self.assertEqual(self.post(command("ChangePort"), CUT)[0], 403)
-        self.assertEqual(self.post("x", ASK, "/LoadZipFromBytes?type=1&qvver=1&")[0], 403)
         self.assertEqual(self.post(command("SetServerInfo", *NEW_PORTS), MANAGE)[0], 200)
         self.assertEqual(self.service.ask("GetServerInfo")["Host"], "h")
+
+    def test_an_upload_that_is_not_allowed_is_refused_before_its_body(self):
+        for origin, path, status in (
+                (ASK, "/LoadZipFromBytes", 403), (ASK, "/LoadZipFromBytes?type=2&qvver=1&", 403),
+                (ASK, "/LoadZipFromBytes?type=1],\"event\":\"GetPorts\",\"x\":[1&", 403),
+                (self.own_origin(), "/LoadZipFromBytes", 403), (FOREIGN, "/LoadZipFromBytes", 403),
+                (MANAGE, "/LoadZipFromBytes", 408)):
+            head = (f"POST {path} HTTP/1.1\r\nHost: localhost:{self.service.plain}\r\nOrigin: "
+                    f"{origin['Origin']}\r\nContent-Length: 1000\r\n\r\n")
+            with self.subTest(origin=origin, path=path):
+                self.assertEqual(int(self.service.raw(head.encode()).split(b" ", 2)[1]), status)
+
+    def own_origin(self, secure=False):
+        scheme, port = ("https", self.service.secure) if secure else ("http", self.service.plain)
+        return {"Origin": f"{scheme}://localhost:{port}"}
+
+    def test_the_console_manages_with_the_token_of_this_run(self):
+        file = self.service.path("console.token")
+
+        def statuses(token, origin):
+            headers = {**origin, "X-Marvique-Token": token}
+            return [self.post(command(c), headers)[0] for c in ("GetLocalIP", "ChangePort")]
+
+        def token():
+            text = file.read_text()
+            self.assertRegex(text, r"\A[0-9a-f]{64}\n\Z")
+            self.assertEqual(file.stat().st_mode & 0o7777, 0o600)
+            return text.strip()
+
+        first = token()
+        for secure in False, True:
+            own = self.own_origin(secure)
+            self.assertEqual(self.post(command("ChangePort"), own)[2],
+                             b"A page of this service runs ChangePort with the console's token.\n")
+            self.assertEqual(statuses(first, own), [200, 200])
+            for wrong in "", first[:-1], first + "0", "0" * 64:
+                self.assertEqual(statuses(wrong, own), [200, 403])
+        self.assertEqual(statuses(first, ASK), [200, 403])
+        self.assertEqual(statuses(first, FOREIGN), [403, 403])
+        self.assertNotIn(first, str(self.service.health()) + self.service.errors())
+
+        self.service.stop()
+        self.assertFalse(file.exists())
+        file.write_text(first)  # as an earlier run left it that was killed, for everybody to read
+        file.chmod(0o644)
+        self.service.start()
+        self.assertNotEqual(token(), first)
+        self.assertEqual(statuses(first, self.own_origin()), [200, 403])
+        self.assertEqual(statuses(token(), self.own_origin()), [200, 200])
+
+    def test_without_an_origin_pages_of_other_sites_run_nothing(self):
+        def status(method, site, **more):
+            return self.service.request(method, "/health", None,
+                                        {"Sec-Fetch-Site": site, **more})[0]
+        for site, statuses in (("cross-site", [200, 403, 403, 403]), ("none", [200, 200, 200, 204]),
+                               ("same-origin", [200, 200, 200, 204])):
+            self.assertEqual([status(method, site) for method in (
+                "GET", "HEAD", "POST", "OPTIONS")], statuses, site)
+        self.assertEqual(status("POST", "cross-site", **ASK), 200)
+        upgrade = {"Upgrade": "websocket", "Connection": "Upgrade", "Sec-WebSocket-Version": "13",
+                   "Sec-WebSocket-Key": "dGhlIHNhbXBsZSBub25jZQ=="}
+        self.assertEqual(status("GET", "cross-site", **upgrade), 403)
 
     def test_preflights(self):
         def preflight(origin, asked):

@@ -114,7 +114,7 @@ class Uploads(ServiceTest):
         for name in ("service.run", "Service.RUN", "QVConfiguration.ini", "user_config.ini",
                      "service.ini", ".qv_update/journal", ".QVConfiguration.ini.replacement",
                      "cert/server.pem", "cert/sub/a", "log/a", "cache/a", "upload/a", "dump/a",
-                     "nginx/a", "qv.exception", "port.lock"):
+                     "nginx/a", "qv.exception", "port.lock", "console.token"):
             data = zips.archive(("a module", b"first"), (name, b"x"))
             with self.subTest(name):
                 settings = self.service.ini.read_text()
