@@ -141,12 +141,12 @@ void Server::Close(int id) {
   closed.get_future().wait();
 }
 
-std::size_t Server::ConnectionCount() const { return core_->ConnectionCount(); }
+std::size_t Server::ConnectionCount() const { return core_->open.Count(); }
 
 void Server::RefuseCommands() { core_->RefuseCommands(); }
 
 bool Server::WaitForCommands(std::chrono::seconds time) { return core_->WaitForCommands(time); }
 
-void Server::CloseConnections() { core_->EndConnections(ServerCore::Ending::InOrder); }
+void Server::CloseConnections() { core_->open.EndAll(OpenConnections::Ending::InOrder); }
 
 }  // namespace host

@@ -38,6 +38,7 @@ struct ServerCore::Thread {
 
 ServerCore::ServerCore(ServerParts serverParts)
     : parts(std::move(serverParts)),
+      open(parts.limits),
       workers_(std::max(8u, 2 * std::thread::hardware_concurrency())),
       accepting_(std::make_unique<Thread>()) {
   const unsigned count = std::clamp(std::thread::hardware_concurrency(), 2u, 4u);
@@ -46,10 +47,10 @@ ServerCore::ServerCore(ServerParts serverParts)
 
 ServerCore::~ServerCore() {
   accepting_.reset();
-  EndConnections(Ending::AtOnce);
+  open.EndAll(OpenConnections::Ending::AtOnce);
   // Those that wait for a command end with it: the workers still run.
   threads_.clear();
-  workers_.join();
+  workers_.Join();
 }
 
 net::io_context& ServerCore::AcceptContext() { return accepting_->context; }
@@ -85,14 +86,16 @@ bool ServerCore::RunHere(const std::function<void()>& job) {
   return true;
 }
 
-Awaitable<bool> ServerCore::RunOnWorker(std::function<void()> job) {
+Awaitable<bool> ServerCore::RunOnWorker(std::string holder, std::function<void()> job) {
   if (!EnterCommand()) co_return false;
-  co_await net::async_initiate<decltype(kAwait), void()>(
-      [this, &job](auto resume) {
-        net::post(workers_, [this, &job, resume = std::move(resume)]() mutable {
+  co_await net::async_initiate<decltype(kAwait), void(error_code, std::size_t)>(
+      [this, &holder, &job](auto handler) {
+        const auto executor = net::get_associated_executor(handler);
+        // Jobs are copyable, completions are not.
+        auto resume = std::make_shared<Completion>(std::move(handler));
+        workers_.Run(holder, [this, &job, executor, resume = std::move(resume)] {
           RunEntered(job);
-          const auto executor = net::get_associated_executor(resume);
-          net::post(executor, std::move(resume));
+          net::post(executor, [resume] { (*resume)(); });
         });
       },
       kAwait);
@@ -106,34 +109,6 @@ bool ServerCore::WaitForCommands(std::chrono::seconds time) {
     if (changed_.wait_until(mutex_, end) == std::cv_status::timeout) return commands_ == 0;
   }
   return true;
-}
-
-int ServerCore::AddConnection(std::function<void(Ending)> end) {
-  const MutexLock lock(mutex_);
-  if (ending_) end(*ending_);
-  connections_.emplace(++lastConnection_, std::move(end));
-  return lastConnection_;
-}
-
-void ServerCore::RemoveConnection(int number) {
-  const MutexLock lock(mutex_);
-  connections_.erase(number);
-  if (connections_.empty()) changed_.notify_all();
-}
-
-std::size_t ServerCore::ConnectionCount() const {
-  const MutexLock lock(mutex_);
-  return connections_.size();
-}
-
-void ServerCore::EndConnections(Ending ending) {
-  const auto end = std::chrono::steady_clock::now() + 2 * parts.limits.closing;
-  const MutexLock lock(mutex_);
-  ending_ = ending;
-  for (const auto& [number, endConnection] : connections_) endConnection(ending);
-  if (ending == Ending::AtOnce) return;
-  while (!connections_.empty() && changed_.wait_until(mutex_, end) != std::cv_status::timeout) {
-  }
 }
 
 }  // namespace host

@@ -1,5 +1,5 @@
 // What the listeners and the connections of a server share: its threads, the commands that run, and
-// the list of open connections.
+// the table of open connections.
 //
 // Each thread of the server has a context of its own, and each connection belongs to one of them
 // for life: it needs no lock and no strand. One further thread accepts, so that nothing that a
@@ -7,16 +7,16 @@
 #pragma once
 
 #include <atomic>
-#include <boost/asio/thread_pool.hpp>
 #include <condition_variable>
 #include <functional>
-#include <map>
 #include <memory>
-#include <optional>
+#include <string>
 #include <vector>
 
+#include "host/http/open_connections.h"
 #include "host/http/server_parts.h"
 #include "host/http/stream.h"
+#include "host/http/workers.h"
 #include "os/mutex.h"
 
 namespace host {
@@ -29,6 +29,7 @@ class ServerCore {
   ServerCore& operator=(const ServerCore&) = delete;
 
   const ServerParts parts;
+  OpenConnections open;
   std::atomic<std::size_t> uploads = 0;  ///< those that are being received
 
   /// Of the thread that accepts.
@@ -38,22 +39,12 @@ class ServerCore {
 
   /// Both run a job that runs a command, and return false when the server refuses commands: then
   /// the job has not run. The first runs it on the calling thread, the second on a worker thread,
-  /// and comes back to the connection's.
+  /// in the name of a holder (Workers), and comes back to the connection's.
   bool RunHere(const std::function<void()>& job);
-  Awaitable<bool> RunOnWorker(std::function<void()> job);
+  Awaitable<bool> RunOnWorker(std::string holder, std::function<void()> job);
   void RefuseCommands() { refusing_ = true; }
   /// Waits for the running ones; false when time ran out before they ended.
   bool WaitForCommands(std::chrono::seconds time);
-
-  /// How a connection ends: after what it is doing, or at once.
-  enum class Ending { InOrder, AtOnce };
-  /// The open connections, each with a function that makes it end. Any thread calls that; it must
-  /// not call back. Returns the number by which the connection is removed.
-  int AddConnection(std::function<void(Ending)> end);
-  void RemoveConnection(int number);
-  std::size_t ConnectionCount() const;
-  /// Also for connections that are added later. Waits a while for those that end in order.
-  void EndConnections(Ending ending);
 
  private:
   struct Thread;
@@ -64,13 +55,10 @@ class ServerCore {
 
   std::atomic<std::size_t> commands_ = 0;
   std::atomic<bool> refusing_ = false;
-  mutable Mutex mutex_;
+  Mutex mutex_;
   std::condition_variable_any changed_;
-  std::optional<Ending> ending_ QV_GUARDED_BY(mutex_);
-  int lastConnection_ QV_GUARDED_BY(mutex_) = 0;
-  std::map<int, std::function<void(Ending)>> connections_ QV_GUARDED_BY(mutex_);
   std::size_t next_ = 0;
-  net::thread_pool workers_;
+  Workers workers_;
   std::unique_ptr<Thread> accepting_;
   std::vector<std::unique_ptr<Thread>> threads_;
 };

@@ -32,11 +32,12 @@ UpgradeRequest MakeUpgradeRequest(const RequestFacts& facts) {
 class BeastSession : public WebSocketSession, public std::enable_shared_from_this<BeastSession> {
  public:
   BeastSession(ServerCore& core, std::unique_ptr<Stream> stream, CommandHandler& handler,
-               Caller caller, IncomingCommand pattern)
+               Caller caller, OpenConnections::Place& place, IncomingCommand pattern)
       : core_(core),
         limits_(core.parts.limits),
         handler_(handler),
         caller_(std::move(caller)),
+        place_(place),
         pattern_(std::move(pattern)),
         stream_(std::move(stream)),
         ws_(*stream_),
@@ -48,8 +49,14 @@ class BeastSession : public WebSocketSession, public std::enable_shared_from_thi
   }
 
   Awaitable<void> Run(const RequestFacts& upgrade) override;
-  void GoAway() override {
-    RequestClose(websocket::close_code::going_away, "The service is stopping.");
+  void GoAway(bool crowded) override {
+    if (!crowded) {
+      RequestClose(websocket::close_code::going_away, "The service is stopping.");
+    } else if (sending_) {
+      Cut();  // the client would not get to read it
+    } else {
+      RequestClose(websocket::close_code::try_again_later, "Too many connections are open.");
+    }
   }
   void Cut() override { beast_close_socket(*stream_); }
 
@@ -66,6 +73,7 @@ class BeastSession : public WebSocketSession, public std::enable_shared_from_thi
   struct EndOfRunning {
     ~EndOfRunning() {
       session.running_ = false;
+      session.place_.Rest();
       session.progress_.Notify();
       session.toWrite_.Notify();
     }
@@ -91,6 +99,7 @@ class BeastSession : public WebSocketSession, public std::enable_shared_from_thi
   const Limits& limits_;
   CommandHandler& handler_;
   const Caller caller_;
+  OpenConnections::Place& place_;
   IncomingCommand pattern_;
   const std::unique_ptr<Stream> stream_;
   websocket::stream<Stream&, false> ws_;
@@ -104,6 +113,7 @@ class BeastSession : public WebSocketSession, public std::enable_shared_from_thi
   bool readingEnded_ = false;
   bool running_ = false;
   bool writing_ = false;
+  bool sending_ = false;  // a frame is on its way
   std::optional<websocket::close_reason> close_;
 };
 
@@ -125,6 +135,7 @@ Awaitable<void> BeastSession::Run(const RequestFacts& upgrade) {
   const Registration registration(core_.parts.connections, outbox_);
   pattern_.connectionId = registration.id();
   open_ = true;
+  place_.Rest();
   Spawn(&BeastSession::Write);
   const EndOfReading end{*this};
   co_await Read();
@@ -181,9 +192,10 @@ Awaitable<void> BeastSession::Read() {
 
 void BeastSession::Take(std::string message) {
   if (!running_) {
+    place_.Rest();
     IncomingCommand command = MakeCommand(std::move(message));
     if (handler_.IsQuick(command)) {
-      if (!core_.RunHere([this, &command] { RunOrRefuse(command); })) GoAway();
+      if (!core_.RunHere([this, &command] { RunOrRefuse(command); })) GoAway(false);
       return;
     }
     message = std::move(command.text);
@@ -213,6 +225,7 @@ void BeastSession::RunOrRefuse(const IncomingCommand& command) {
 
 Awaitable<void> BeastSession::RunCommands() {
   const EndOfRunning end{*this};
+  place_.Work();
   while (!inbound_.empty()) {
     const IncomingCommand command = MakeCommand(std::move(inbound_.front()));
     inbound_.pop_front();
@@ -223,12 +236,12 @@ Awaitable<void> BeastSession::RunCommands() {
     if (handler_.IsQuick(command)) {
       ran = core_.RunHere(job);
     } else {
-      ran = co_await core_.RunOnWorker(job);
+      ran = co_await core_.RunOnWorker(place_.holder(), job);
     }
     if (!ran) {
       inbound_.clear();
       inboundBytes_ = 0;
-      GoAway();
+      GoAway(false);
     }
   }
 }
@@ -241,7 +254,9 @@ Awaitable<void> BeastSession::Write() {
     while (auto frame = outbox_->Next()) {
       ws_.binary(frame->binary);
       deadline_.Start(limits_.patience);
+      sending_ = true;
       co_await ws_.async_write(net::buffer(frame->bytes), Into(ec));
+      sending_ = false;
       deadline_.Stop();
       if (ec) break;
     }
@@ -277,8 +292,9 @@ bool IsUpgrade(const RequestFacts& facts) {
 std::shared_ptr<WebSocketSession> MakeWebSocketSession(ServerCore& core,
                                                        std::unique_ptr<Stream> stream,
                                                        CommandHandler& handler, Caller caller,
+                                                       OpenConnections::Place& place,
                                                        IncomingCommand pattern) {
-  return std::make_shared<BeastSession>(core, std::move(stream), handler, std::move(caller),
+  return std::make_shared<BeastSession>(core, std::move(stream), handler, std::move(caller), place,
                                         std::move(pattern));
 }
 

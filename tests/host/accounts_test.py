@@ -87,6 +87,17 @@ class Accounts(unittest.TestCase):
         self.assertEqual(self.request(OTHER, "GET", "/health")[0], 200)
         self.assertEqual(self.request(OTHER, "GET", "/health", None, {"Origin": PAGE})[0], 403)
 
+    def test_another_account_holds_a_quarter_of_the_connections(self):
+        self.run_service("system")
+        with contextlib.ExitStack() as many:
+            def connect():
+                return many.enter_context(self.service.connect_as(OTHER))
+            held = [connect() for _ in range(64)]
+            self.assertEqual(connect().recv(1), b"")
+            self.assertEqual(self.request(OWN, "GET", "/health")[0], 200)
+            held[0].sendall(b"x\r\n\r\n")
+            self.assertTrue(held[0].recv(100), "what it holds it keeps")
+
     def test_listed_accounts_manage_and_a_socket_keeps_its_verdict(self):
         self.run_service("user")
 

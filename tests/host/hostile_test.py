@@ -6,7 +6,7 @@ import unittest
 
 import websockets
 
-from service import ServiceTest, command, drain, wait_until
+from service import ServiceTest, command, drain
 
 MIB = 1024 * 1024
 UPGRADE = ("Upgrade: websocket", "Connection: Upgrade", "Sec-WebSocket-Version: 13",
@@ -84,13 +84,18 @@ class Hostile(HostileTest):
         replies = self.service.raw(head + self.last(method="GET", path="/health"))
         self.assertEqual(replies.count(b"HTTP/1.1 "), 1, "what is no request is not taken for one")
 
-    def test_more_connections_than_there_may_be(self):
-        with contextlib.ExitStack() as many:
-            for _ in range(256):
-                many.enter_context(self.service.connect())
-            self.assertIn(b" 503 ", self.service.raw(b""))
-        wait_until(lambda: b" 200 " in self.service.raw(self.last(method="GET", path="/health")),
-                   "there is room again")
+    def test_silent_connections_keep_nobody_away(self):
+        async def run():
+            async with self.service.ws() as page:
+                with contextlib.ExitStack() as many:
+                    silent = [many.enter_context(self.service.connect()) for _ in range(300)]
+                    for secure in False, True:
+                        self.assertEqual(self.service.request("GET", "/health", secure=secure)[0],
+                                         200)
+                    self.assertEqual(silent[0].recv(1), b"")
+                    await page.send(command("GetLocalIP"))
+                    self.assertEqual(await page.recv(), "[]", "who was let in stays")
+        asyncio.run(run())
 
     def test_clients_that_go_away(self):
         text = command("GetServerInfo").encode()

@@ -76,6 +76,8 @@ class Client {
     EXPECT_EQ(::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL),
               static_cast<ssize_t>(bytes.size()));
   }
+  /// What follows is sent in the name of a page.
+  void SetOrigin(const std::string& origin) { head_ += "Origin: " + origin + "\r\n"; }
   void Get(const std::string& path) { Send("GET " + path + head_ + "\r\n"); }
   void Post(const std::string& text) {
     Send("POST /x" + head_ + "Content-Length: " + std::to_string(text.size()) + "\r\n\r\n" + text);
@@ -90,6 +92,13 @@ class Client {
     Send("\x81" + std::string(1, static_cast<char>(0x80 | text.size())) + std::string(4, '\0') +
          text);
   }
+  /// Whether the other side ends the connection without a word.
+  bool IsEnded() {
+    char byte = 0;
+    return ::recv(socket_, &byte, 1, 0) <= 0;
+  }
+  /// The status of the reply that comes next and ends with a line feed.
+  std::string Status() { return ReadUntil(".\n").substr(9, 3); }
   /// All that came up to `end`, which must come; what came behind it too is kept.
   std::string ReadUntil(const std::string& end) {
     while (received_.find(end) == received_.npos) {
@@ -115,7 +124,15 @@ class Client {
 
 class ServerTest : public ::testing::Test {
  protected:
-  ServerTest() : port_(server_.Open(0, false, handler_).port) {}
+  explicit ServerTest(const host::Limits& limits = {})
+      : server_(
+            {limits,
+             door_,
+             accounts_,
+             connections_,
+             [] { return nullptr; },
+             {{"/page", [] { return "{\"page\":1}"; }}, {"/health", [] { return "well.\n"; }}}}),
+        port_(server_.Open(0, false, handler_).port) {}
   ~ServerTest() override {
     handler_.LetGo();
     server_.RefuseCommands();
@@ -124,14 +141,10 @@ class ServerTest : public ::testing::Test {
   }
 
   host::Connections connections_;
-  host::Door door_{[] { return host::OriginLists(); }};
+  host::Door door_{[] { return host::OriginLists{"", "", true}; }};
   Handler handler_{connections_};
   host::Accounts accounts_{[] { return host::Accounts::Settings(); }};
-  host::Server server_{
-      {{}, door_, accounts_, connections_, [] { return nullptr; }, {{"/page", [] {
-                                                                       return std::string(
-                                                                           "{\"page\":1}");
-                                                                     }}}}};
+  host::Server server_;
   const int port_;
 };
 
@@ -176,6 +189,106 @@ TEST_F(ServerTest, APageThatIsNotThereIsToldTheWayOfThisPortsCommands) {
   const std::string reply = client.ReadUntil(".\n");
   EXPECT_TRUE(reply.starts_with("HTTP/1.1 404 "));
   EXPECT_NE(reply.find("Commands are sent by POST to /other/;"), reply.npos) << reply;
+}
+
+/// A server with few places.
+class CrowdedServer : public ServerTest {
+ protected:
+  static constexpr int kMost = 8;
+  CrowdedServer() : ServerTest({.connections = kMost, .reservedConnections = 2}) {}
+
+  std::unique_ptr<Client> Connect(const std::string& origin = "") const {
+    auto client = std::make_unique<Client>(port_);
+    if (!origin.empty()) client->SetOrigin(origin);
+    return client;
+  }
+  /// That it is let in has been seen.
+  std::unique_ptr<Client> ConnectAndAsk(const std::string& origin = "") const {
+    auto client = Connect(origin);
+    client->Get("/health");
+    EXPECT_EQ(client->Status(), "200");
+    return client;
+  }
+};
+
+TEST_F(CrowdedServer, TheOneIdleLongestGoesFirstOfThoseThatWereNotLetIn) {
+  std::vector<std::unique_ptr<Client>> clients;
+  clients.push_back(ConnectAndAsk());
+  for (int i = 1; i < kMost; ++i) clients.push_back(Connect());
+  ASSERT_TRUE(WaitUntil([this] { return server_.ConnectionCount() == kMost; }));
+  for (int i = 1; i < kMost; ++i) {
+    clients.push_back(ConnectAndAsk());
+    EXPECT_TRUE(clients[static_cast<unsigned>(i)]->IsEnded()) << i;
+  }
+  const auto last = ConnectAndAsk();
+  EXPECT_TRUE(clients[0]->IsEnded()) << "all others were heard of later";
+  for (unsigned i = kMost; i < clients.size(); ++i) {
+    clients[i]->Post("still here.\n");
+    EXPECT_EQ(clients[i]->Status(), "200") << i;
+  }
+}
+
+TEST_F(CrowdedServer, WhileAllWorkThePlacesKeptFreeTellTheHealth) {
+  std::vector<std::unique_ptr<Client>> working, silent;
+  for (int i = 0; i < kMost; ++i) {
+    working.push_back(Connect());
+    working.back()->Post("wait.\n");
+  }
+  ASSERT_TRUE(handler_.WaitUntilSoManyWait(kMost));
+  for (int i = 0; i < 5; ++i) {
+    silent.push_back(Connect());
+    Client client(port_);
+    client.Get("/health?x");
+    EXPECT_EQ(client.Status(), "200");
+    EXPECT_TRUE(client.IsEnded());
+  }
+  for (const bool isCommand : {false, true}) {
+    Client client(port_);
+    isCommand ? client.Post("quick.\n") : client.Get("/page");
+    EXPECT_EQ(client.Status(), "503");
+  }
+  handler_.LetGo();
+  for (const auto& client : working) EXPECT_EQ(client->Status(), "200");
+}
+
+TEST_F(CrowdedServer, OneOriginHasAQuarterOfTheConnections) {
+  const auto first = ConnectAndAsk("https://a.example"),
+             second = ConnectAndAsk("https://a.example");
+  const auto third = Connect("https://a.example");
+  third->Get("/health");
+  EXPECT_EQ(third->Status(), "503");
+  EXPECT_TRUE(third->IsEnded());
+  ConnectAndAsk("https://b.example");
+  std::vector<std::unique_ptr<Client>> own;
+  for (int i = 0; i < 4; ++i) own.push_back(ConnectAndAsk());
+  // A browser may use one connection for several pages, one after another.
+  own[0]->SetOrigin("https://b.example");
+  own[0]->Get("/health");
+  EXPECT_EQ(own[0]->Status(), "200");
+  own[1]->SetOrigin("https://a.example");
+  own[1]->Get("/health");
+  EXPECT_EQ(own[1]->Status(), "503");
+}
+
+TEST_F(ServerTest, OneOriginHasAQuarterOfTheWorkers) {
+  const unsigned workers = std::max(8u, 2 * std::thread::hardware_concurrency());
+  std::vector<std::unique_ptr<Client>> pages, programs;
+  for (unsigned i = 0; i < workers; ++i) {
+    pages.push_back(std::make_unique<Client>(port_));
+    pages.back()->SetOrigin("https://a.example");
+    pages.back()->Post("wait.\n");
+  }
+  ASSERT_TRUE(handler_.WaitUntilSoManyWait(workers / 4));
+  for (unsigned i = 0; i < workers - workers / 4; ++i) {
+    programs.push_back(std::make_unique<Client>(port_));
+    programs.back()->Post("wait.\n");
+  }
+  // Had a page's command more than its share, one of these would not run.
+  ASSERT_TRUE(handler_.WaitUntilSoManyWait(workers));
+  handler_.LetGo();
+  for (const auto* clients : {&pages, &programs}) {
+    for (const auto& client : *clients) EXPECT_EQ(client->Status(), "200");
+  }
 }
 
 TEST(QuickCommands, AreThoseThatCanRunNothingElse) {
