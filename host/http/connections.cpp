@@ -34,8 +34,17 @@ bool Connections::Deliver(int id, Reply reply) {
 bool FirstReply::Deliver(Reply reply) {
   const MutexLock lock(mutex_);
   if (reply_ || taken_) return false;
+  if (!share_.Resize(reply.text.size() + reply.data.size())) {
+    overflowed_ = true;
+    return false;
+  }
   reply_ = std::move(reply);
   return true;
+}
+
+bool FirstReply::overflowed() const {
+  const MutexLock lock(mutex_);
+  return overflowed_;
 }
 
 std::optional<Reply> FirstReply::Take() {
@@ -50,12 +59,14 @@ bool Outbox::Deliver(Reply reply) {
   {
     const MutexLock lock(mutex_);
     if (closed_) return false;
-    if (reply.text.size() + reply.data.size() > limit_ - bytes_) {
+    const std::size_t size = reply.text.size() + reply.data.size();
+    if (size > limit_ - bytes_ || !share_.Resize(bytes_ + size)) {
       frames_.clear();
-      bytes_ = 0;
+      bytes_ = writing_;
+      share_.Resize(bytes_);
       closed_ = overflowed_ = true;
     } else {
-      bytes_ += reply.text.size() + reply.data.size();
+      bytes_ += size;
       frames_.push_back({std::move(reply.text), false});
       if (!reply.data.empty()) frames_.push_back({std::move(reply.data), true});
       taken = true;
@@ -68,13 +79,15 @@ bool Outbox::Deliver(Reply reply) {
 
 std::optional<Outbox::Frame> Outbox::Next() {
   const MutexLock lock(mutex_);
+  bytes_ -= std::exchange(writing_, 0);
+  share_.Resize(bytes_);
   if (frames_.empty()) {
     writerAwake_ = false;
     return std::nullopt;
   }
   Frame frame = std::move(frames_.front());
   frames_.pop_front();
-  bytes_ -= frame.bytes.size();
+  writing_ = frame.bytes.size();
   return frame;
 }
 

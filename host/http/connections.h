@@ -11,6 +11,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "host/http/byte_budget.h"
 #include "os/mutex.h"
 
 namespace host {
@@ -61,13 +62,20 @@ class Registration {
 /// Keeps the first reply: an HTTP request has room for one.
 class FirstReply : public ReplyTarget {
  public:
+  /// The reply counts in the budget until this object's end.
+  explicit FirstReply(ByteBudget& budget) : share_(budget) {}
+
   bool Deliver(Reply reply) override;
   std::optional<Reply> Take();
+  /// Whether there was no room for a reply.
+  bool overflowed() const;
 
  private:
-  Mutex mutex_;
+  mutable Mutex mutex_;
+  BudgetShare share_ QV_GUARDED_BY(mutex_);
   std::optional<Reply> reply_ QV_GUARDED_BY(mutex_);
   bool taken_ QV_GUARDED_BY(mutex_) = false;
+  bool overflowed_ QV_GUARDED_BY(mutex_) = false;
 };
 
 /// The bounded queue of a WebSocket's outgoing frames. Filled by any thread, emptied by the one
@@ -80,11 +88,13 @@ class Outbox : public ReplyTarget {
   };
 
   /// `wake` is called outside the lock, by the thread that delivers.
-  Outbox(std::size_t limit, std::function<void()> wake) : limit_(limit), wake_(std::move(wake)) {}
+  Outbox(std::size_t limit, ByteBudget& budget, std::function<void()> wake)
+      : limit_(limit), wake_(std::move(wake)), share_(budget) {}
 
-  /// A reply that does not fit drops what waits and closes the queue: the client does not keep up.
+  /// A reply that does not fit drops what waits and closes the queue: the client does not keep up,
+  /// or all others together hold too much.
   bool Deliver(Reply reply) override;
-  /// The next frame; none puts the writer to rest.
+  /// The next frame, which counts as waiting until the next call; none puts the writer to rest.
   std::optional<Frame> Next();
   /// Takes nothing more; frames that wait are still handed out.
   void Close();
@@ -95,7 +105,9 @@ class Outbox : public ReplyTarget {
   const std::function<void()> wake_;
   mutable Mutex mutex_;
   std::deque<Frame> frames_ QV_GUARDED_BY(mutex_);
-  std::size_t bytes_ QV_GUARDED_BY(mutex_) = 0;
+  std::size_t bytes_ QV_GUARDED_BY(mutex_) = 0;  // of the frames and of the one being written
+  std::size_t writing_ QV_GUARDED_BY(mutex_) = 0;
+  BudgetShare share_ QV_GUARDED_BY(mutex_);
   bool writerAwake_ QV_GUARDED_BY(mutex_) = false;
   bool closed_ QV_GUARDED_BY(mutex_) = false;
   bool overflowed_ QV_GUARDED_BY(mutex_) = false;

@@ -22,6 +22,8 @@ using http::status;
 /// The page that is answered from the places kept free.
 constexpr std::string_view kHealthPage = "/health";
 
+constexpr const char* kTooMuchWaits = "Too many texts and replies are waiting: try again later.";
+
 std::string_view PathOf(const RequestFacts& facts) {
   return std::string_view(facts.target).substr(0, facts.target.find('?'));
 }
@@ -73,7 +75,10 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
     try {
       if (!secure_ || co_await wire_.Handshake()) {
         Next next = closing_ ? Next::HangUp : Next::Exchange;
-        while (next == Next::Exchange) next = co_await Exchange();
+        while (next == Next::Exchange) {
+          next = co_await Exchange();
+          if (std::exchange(wasLarge_, false)) core_.GiveMemoryBack();
+        }
         if (next == Next::HangUp) co_await wire_.HangUp();
       }
     } catch (const std::exception& problem) {
@@ -88,7 +93,7 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
 
   void End(Ending ending);
   Awaitable<Next> Exchange();
-  Awaitable<status> ReadBody(RequestReader& request, std::size_t limit);
+  Awaitable<status> ReadBody(RequestReader& request, std::size_t limit, BudgetShare& share);
   status HeaderStatus(const error_code& ec, bool begun) const;
   std::string RefuseForRoom(const RequestFacts& facts, const Entry& entry);
   Awaitable<Response> Answer(RequestReader& request, const Entry& entry);
@@ -106,6 +111,8 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
   HttpWire wire_;
   int port_ = 0;
   bool closing_ = false;
+  bool wasLarge_ = false;               // a text or a reply of the last exchange
+  std::shared_ptr<FirstReply> answer_;  // until its text has been sent
   std::shared_ptr<WebSocketSession> webSocket_;
 };
 
@@ -157,6 +164,8 @@ Awaitable<HttpSession::Next> HttpSession::Exchange() {
   const bool keep = request.done() && request.keep_alive() && entry.rights != Rights::None &&
                     facts.plainCoding && !closing_ && !place_->IsReserved();
   const bool sent = co_await wire_.Send(response, keep);
+  wasLarge_ = wasLarge_ || response.body().size() >= Limits::kLargeBytes;
+  answer_.reset();
   handler_.Answered();
   co_return sent&& keep ? Next::Exchange : Next::HangUp;
 }
@@ -247,10 +256,13 @@ Awaitable<Response> HttpSession::Post(RequestReader& request, const Entry& entry
     co_return say(status::service_unavailable,
                   "Other uploads are being received: try again later.");
   }
-  const status outcome = co_await ReadBody(request, limit);
+  BudgetShare share(core_.queues);
+  const status outcome = co_await ReadBody(request, limit, share);
   if (outcome == status::payload_too_large) co_return say(outcome, tooLarge);
+  if (outcome == status::service_unavailable) co_return say(outcome, kTooMuchWaits);
   if (outcome != status::ok) co_return say(outcome, "The body cannot be read.");
 
+  wasLarge_ = request.body().size() >= Limits::kLargeBytes;
   IncomingCommand command = MakeCommand(facts, entry);
   (upload ? command.payload : command.text) = std::move(request.body());
   if (command.text.find('\0') != command.text.npos) {
@@ -261,8 +273,8 @@ Awaitable<Response> HttpSession::Post(RequestReader& request, const Entry& entry
 
 Awaitable<Response> HttpSession::RunCommand(const RequestFacts& facts, const Entry& entry,
                                             IncomingCommand command) {
-  const auto answer = std::make_shared<FirstReply>();
-  const Registration registration(core_.parts.connections, answer);
+  answer_ = std::make_shared<FirstReply>(core_.queues);
+  const Registration registration(core_.parts.connections, answer_);
   command.connectionId = registration.id();
   std::string refusal;
   const auto job = [this, &entry, &command, &refusal] {
@@ -280,7 +292,10 @@ Awaitable<Response> HttpSession::RunCommand(const RequestFacts& facts, const Ent
     LogInfo("A command was refused: %s", refusal.c_str());
     co_return TextResponse(facts, entry.reader, status::forbidden, refusal);
   }
-  auto reply = answer->Take();
+  auto reply = answer_->Take();
+  if (answer_->overflowed()) {
+    co_return TextResponse(facts, entry.reader, status::service_unavailable, kTooMuchWaits);
+  }
   if (!reply) {
     co_return TextResponse(facts, entry.reader, status::internal_server_error,
                            "The command gave no reply.");
@@ -288,7 +303,8 @@ Awaitable<Response> HttpSession::RunCommand(const RequestFacts& facts, const Ent
   co_return ReplyResponse(facts, entry.reader, std::move(reply->text));
 }
 
-Awaitable<status> HttpSession::ReadBody(RequestReader& request, std::size_t limit) {
+Awaitable<status> HttpSession::ReadBody(RequestReader& request, std::size_t limit,
+                                        BudgetShare& share) {
   if (request.facts().expectsContinue && !request.done() && !wire_.HasBytes()) {
     co_await wire_.Write(kContinue);
   }
@@ -297,6 +313,7 @@ Awaitable<status> HttpSession::ReadBody(RequestReader& request, std::size_t limi
     if (ec == http::error::body_limit) co_return status::payload_too_large;
     if (wire_.TimedOut()) co_return status::request_timeout;
     if (ec) co_return status::bad_request;
+    if (!share.Resize(request.body().size())) co_return status::service_unavailable;
   }
   wire_.StopClock();
   co_return status::ok;

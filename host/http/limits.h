@@ -12,6 +12,10 @@ constexpr std::size_t ShareOf(std::size_t all) { return std::max<std::size_t>(1,
 
 struct Limits {
   static constexpr std::size_t kMiB = 1024 * 1024;
+  /// Longer texts take long to be read, whatever they run: never on a thread that serves sockets.
+  static constexpr std::size_t kQuickBytes = 4 * 1024;
+  /// After a text or a reply of this size free memory is given back to the system.
+  static constexpr std::size_t kLargeBytes = kMiB;
 
   std::size_t headerBytes = 32 * 1024;    ///< of a request; beyond it 431
   std::size_t textBytes = 16 * kMiB;      ///< of a command's text; beyond it 413 or close code 1009
@@ -22,6 +26,7 @@ struct Limits {
   std::size_t waitingMessages = 64;       ///< read ahead on a WebSocket while a command runs; then
   std::size_t waitingBytes = 16 * kMiB;   ///< the client's further messages wait in its socket
   std::size_t outboundBytes = 64 * kMiB;  ///< of replies not yet taken; beyond it close code 1013
+  std::size_t queueBytes = 256 * kMiB;  ///< of all texts and replies together; beyond it 503, 1013
 
   /// How long a client may be silent that owes us something: a header, the next 64 KiB of a body, a
   /// handshake, room for the next 64 KiB of our reply. A kept-alive connection is closed after it,

@@ -25,9 +25,7 @@ signed char SendBack(int connectionId, void* host, const char* text, const void*
 }  // namespace
 
 bool IsQuickCommand(std::string_view path, std::string_view text) {
-  // A text that is long takes long to be read, whatever it runs.
-  constexpr std::size_t kShort = 4096;
-  if (path.size() + text.size() > kShort) return false;
+  if (path.size() + text.size() > Limits::kQuickBytes) return false;
   const CommandEntry* entry = FindCommand(GlanceAtFunctionName(path, text));
   return entry != nullptr && entry->isQuick;
 }

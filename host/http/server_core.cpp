@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "environment/logging.h"
+#include "os/system.h"
 
 namespace host {
 
@@ -39,6 +40,7 @@ struct ServerCore::Thread {
 ServerCore::ServerCore(ServerParts serverParts)
     : parts(std::move(serverParts)),
       open(parts.limits),
+      queues(parts.limits.queueBytes),
       workers_(std::max(8u, 2 * std::thread::hardware_concurrency())),
       accepting_(std::make_unique<Thread>()) {
   const unsigned count = std::clamp(std::thread::hardware_concurrency(), 2u, 4u);
@@ -100,6 +102,14 @@ Awaitable<bool> ServerCore::RunOnWorker(std::string holder, std::function<void()
       },
       kAwait);
   co_return true;
+}
+
+void ServerCore::GiveMemoryBack() {
+  if (givingBack_.exchange(true)) return;
+  workers_.Run("", [this] {
+    givingBack_ = false;
+    os::GiveMemoryBack();
+  });
 }
 
 bool ServerCore::WaitForCommands(std::chrono::seconds time) {

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "host/http/byte_budget.h"
 #include "host/http/open_connections.h"
 #include "host/http/server_parts.h"
 #include "host/http/stream.h"
@@ -30,6 +31,7 @@ class ServerCore {
 
   const ServerParts parts;
   OpenConnections open;
+  ByteBudget queues;
   std::atomic<std::size_t> uploads = 0;  ///< those that are being received
 
   /// Of the thread that accepts.
@@ -42,6 +44,9 @@ class ServerCore {
   /// in the name of a holder (Workers), and comes back to the connection's.
   bool RunHere(const std::function<void()>& job);
   Awaitable<bool> RunOnWorker(std::string holder, std::function<void()> job);
+  /// Something large has been freed: what memory is free is given back to the system soon. Any
+  /// thread.
+  void GiveMemoryBack();
   void RefuseCommands() { refusing_ = true; }
   /// Waits for the running ones; false when time ran out before they ended.
   bool WaitForCommands(std::chrono::seconds time);
@@ -55,6 +60,7 @@ class ServerCore {
 
   std::atomic<std::size_t> commands_ = 0;
   std::atomic<bool> refusing_ = false;
+  std::atomic<bool> givingBack_ = false;
   Mutex mutex_;
   std::condition_variable_any changed_;
   std::size_t next_ = 0;

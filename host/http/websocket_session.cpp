@@ -20,6 +20,7 @@ namespace host {
 namespace {
 
 namespace websocket = boost::beast::websocket;
+constexpr const char* kTooMuchWaits = "Too many texts and replies are waiting: try again later.";
 using UpgradeRequest = http::request<http::empty_body>;
 
 UpgradeRequest MakeUpgradeRequest(const RequestFacts& facts) {
@@ -43,7 +44,8 @@ class BeastSession : public WebSocketSession, public std::enable_shared_from_thi
         ws_(*stream_),
         deadline_(stream_->socket()),
         toWrite_(stream_->get_executor()),
-        progress_(stream_->get_executor()) {
+        progress_(stream_->get_executor()),
+        share_(core.queues) {
     pattern_.kind = pattern_.path.starts_with(DIRECT_PATH) ? 0 : 1;
     if (pattern_.kind == 1) pattern_.path = DIRECT_PATH;
   }
@@ -88,10 +90,14 @@ class BeastSession : public WebSocketSession, public std::enable_shared_from_thi
     return inbound_.size() >= limits_.waitingMessages || inboundBytes_ >= limits_.waitingBytes;
   }
   Awaitable<void> Read();
+  Awaitable<error_code> ReadMessage(std::string& message);
+  /// Counts what has been received and is not through yet. False when there is no room for it.
+  bool CountInbound() { return share_.Resize(inboundBytes_ + readingBytes_ + runningBytes_); }
   void Take(std::string message);
   IncomingCommand MakeCommand(std::string text) const;
   void RunOrRefuse(const IncomingCommand& command);
   Awaitable<void> RunCommands();
+  Awaitable<bool> RunNext();
   Awaitable<void> Write();
   void Spawn(Awaitable<void> (BeastSession::*coroutine)());
 
@@ -109,6 +115,9 @@ class BeastSession : public WebSocketSession, public std::enable_shared_from_thi
   std::shared_ptr<Outbox> outbox_;
   std::deque<std::string> inbound_;
   std::size_t inboundBytes_ = 0;
+  std::size_t readingBytes_ = 0;  // of the message that is coming
+  std::size_t runningBytes_ = 0;  // of the one that runs
+  BudgetShare share_;
   bool open_ = false;
   bool readingEnded_ = false;
   bool running_ = false;
@@ -126,7 +135,7 @@ Awaitable<void> BeastSession::Run(const RequestFacts& upgrade) {
   co_await ws_.async_accept(request, Into(ec));
   if (ec) co_return;
 
-  outbox_ = std::make_shared<Outbox>(limits_.outboundBytes,
+  outbox_ = std::make_shared<Outbox>(limits_.outboundBytes, core_.queues,
                                      [weak = weak_from_this(), executor = stream_->get_executor()] {
                                        net::dispatch(executor, [weak] {
                                          if (const auto self = weak.lock()) self->toWrite_.Notify();
@@ -170,9 +179,11 @@ Awaitable<void> BeastSession::Read() {
       SetIdleTime(limits_.patience);
     }
     std::string message;
-    auto buffer = net::dynamic_buffer(message);
-    error_code ec;
-    co_await ws_.async_read(buffer, Into(ec));
+    const error_code ec = co_await ReadMessage(message);
+    if (ec == net::error::no_buffer_space) {
+      RequestClose(websocket::close_code::try_again_later, kTooMuchWaits);
+      co_return;
+    }
     if (ec) {
       if (!close_) Cut();
       co_return;
@@ -190,6 +201,20 @@ Awaitable<void> BeastSession::Read() {
   }
 }
 
+/// The error is no_buffer_space when all queues together hold too much.
+Awaitable<error_code> BeastSession::ReadMessage(std::string& message) {
+  constexpr std::size_t kPart = 64 * 1024;
+  auto buffer = net::dynamic_buffer(message);
+  error_code ec;
+  do {
+    co_await ws_.async_read_some(buffer, kPart, Into(ec));
+    readingBytes_ = message.size();
+    if (!ec && !CountInbound()) ec = net::error::no_buffer_space;
+  } while (!ec && !ws_.is_message_done());
+  readingBytes_ = 0;
+  co_return ec;
+}
+
 void BeastSession::Take(std::string message) {
   if (!running_) {
     place_.Rest();
@@ -201,6 +226,7 @@ void BeastSession::Take(std::string message) {
     message = std::move(command.text);
   }
   inboundBytes_ += message.size();
+  CountInbound();  // as much as while it came
   inbound_.push_back(std::move(message));
   if (!std::exchange(running_, true)) Spawn(&BeastSession::RunCommands);
 }
@@ -227,17 +253,9 @@ Awaitable<void> BeastSession::RunCommands() {
   const EndOfRunning end{*this};
   place_.Work();
   while (!inbound_.empty()) {
-    const IncomingCommand command = MakeCommand(std::move(inbound_.front()));
-    inbound_.pop_front();
-    inboundBytes_ -= command.text.size();
-    progress_.Notify();
-    const auto job = [this, &command] { RunOrRefuse(command); };
-    bool ran = false;
-    if (handler_.IsQuick(command)) {
-      ran = core_.RunHere(job);
-    } else {
-      ran = co_await core_.RunOnWorker(place_.holder(), job);
-    }
+    const bool ran = co_await RunNext();
+    if (std::exchange(runningBytes_, 0) >= Limits::kLargeBytes) core_.GiveMemoryBack();
+    CountInbound();
     if (!ran) {
       inbound_.clear();
       inboundBytes_ = 0;
@@ -246,12 +264,26 @@ Awaitable<void> BeastSession::RunCommands() {
   }
 }
 
+/// False when no command is run any more.
+Awaitable<bool> BeastSession::RunNext() {
+  const IncomingCommand command = MakeCommand(std::move(inbound_.front()));
+  inbound_.pop_front();
+  runningBytes_ = command.text.size();
+  inboundBytes_ -= runningBytes_;
+  progress_.Notify();
+  const auto job = [this, &command] { RunOrRefuse(command); };
+  if (handler_.IsQuick(command)) co_return core_.RunHere(job);
+  co_return co_await core_.RunOnWorker(place_.holder(), job);
+}
+
 /// From the beginning to the end of the connection.
 Awaitable<void> BeastSession::Write() {
   error_code ec;
   writing_ = true;
   for (;;) {
+    bool wasLarge = false;
     while (auto frame = outbox_->Next()) {
+      wasLarge = wasLarge || frame->bytes.size() >= Limits::kLargeBytes;
       ws_.binary(frame->binary);
       deadline_.Start(limits_.patience);
       sending_ = true;
@@ -260,6 +292,7 @@ Awaitable<void> BeastSession::Write() {
       deadline_.Stop();
       if (ec) break;
     }
+    if (wasLarge) core_.GiveMemoryBack();
     handler_.Answered();
     if (outbox_->overflowed() && !close_) {
       close_.emplace(websocket::close_code::try_again_later, "Replies are not taken.");

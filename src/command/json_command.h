@@ -12,8 +12,9 @@
 
 /// Every value of a reply stands on a line of its own, indented by its depth, so a small text of
 /// brackets within brackets makes a huge reply. The cost is that indentation summed over all values
-/// of the text: it also bounds how many values there are. Beyond this nothing is parsed.
-inline constexpr std::size_t MOST_JSON_COST = 4'000'000;
+/// of the text: it also bounds how many values there are. Beyond this, which is a list of 100,000
+/// parameters (each stands three deep), nothing is parsed.
+inline constexpr std::size_t MOST_JSON_COST = 300'000;
 
 /// Whether a text stays below that, seen in one pass that allocates nothing. Strings and comments
 /// count as what they are; the text need not be valid.

@@ -4,6 +4,7 @@
 #include <linux/magic.h>
 #include <linux/netlink.h>
 #include <linux/sock_diag.h>
+#include <malloc.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
@@ -201,6 +202,8 @@ std::uint64_t PhysicalFootprint() {
   }
   return resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
 }
+
+void GiveMemoryBack() { ::malloc_trim(0); }
 
 char** Environment() { return ::environ; }
 

@@ -4,6 +4,7 @@
 #include <libproc.h>
 #include <mach/mach.h>
 #include <mach/mach_time.h>
+#include <malloc/malloc.h>
 #include <net/if.h>
 #include <netinet/in.h>
 #include <pthread.h>
@@ -134,6 +135,8 @@ std::uint64_t PhysicalFootprint() {
                                            reinterpret_cast<task_info_t>(&information), &count);
   return result == KERN_SUCCESS ? information.phys_footprint : 0;
 }
+
+void GiveMemoryBack() { ::malloc_zone_pressure_relief(nullptr, 0); }
 
 char** Environment() { return *::_NSGetEnviron(); }
 

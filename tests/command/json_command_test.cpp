@@ -60,16 +60,16 @@ TEST(JsonCommand, RefusesTextsThatGrowWhenTheyAreWrittenBack) {
     return JsonCommand(R"({"method":"M","parameter":[)" + parameters + "]}").GetCommandType() ==
            COMMAND_METHOD;
   };
-  const std::string tower = Times(900, "[") + Times(900, "]");
+  const std::string tower = Times(700, "[") + Times(700, "]");
   const std::string towers = Times(20, tower + ",") + "1";
   const std::string brackets = Times(100000, "[");
-  for (const std::string& text : {tower, Times(1000000, "1,") + "1", '"' + brackets + '"',
+  for (const std::string& text : {tower, Times(99'900, "1,") + "1", '"' + brackets + '"',
                                   "\"\\\"" + brackets + '"', "/*" + brackets + "*/1"}) {
     EXPECT_TRUE(isCommand(text)) << text.substr(0, 20);
   }
   for (const std::string& text :
-       {towers, Times(900, "[") + Times(10000, "1,") + "1" + Times(900, "]"),
-        Times(1001, "[") + Times(1001, "]"), brackets, Times(4000000, "1,") + "1",
+       {towers, Times(600, "[") + Times(1000, "1,") + "1" + Times(600, "]"),
+        Times(1001, "[") + Times(1001, "]"), brackets, Times(100'000, "1,") + "1",
         "/*\"*/" + towers, "//\"\n" + towers, "//\r" + towers, "\"x\\\\\"," + towers}) {
     EXPECT_FALSE(isCommand(text)) << text.substr(0, 20);
   }

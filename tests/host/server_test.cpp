@@ -79,18 +79,22 @@ class Client {
   /// What follows is sent in the name of a page.
   void SetOrigin(const std::string& origin) { head_ += "Origin: " + origin + "\r\n"; }
   void Get(const std::string& path) { Send("GET " + path + head_ + "\r\n"); }
-  void Post(const std::string& text) {
-    Send("POST /x" + head_ + "Content-Length: " + std::to_string(text.size()) + "\r\n\r\n" + text);
+  void Post(const std::string& text, std::size_t sent = std::string::npos) {
+    Send("POST /x" + head_ + "Content-Length: " + std::to_string(text.size()) + "\r\n\r\n" +
+         text.substr(0, sent));
   }
   void Upgrade() {
     Send("GET /" + head_ +
          "Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
          "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n");
   }
-  /// A text of less than 126 bytes, masked with zeros.
+  /// A text, masked with zeros.
   void Message(const std::string& text) {
-    Send("\x81" + std::string(1, static_cast<char>(0x80 | text.size())) + std::string(4, '\0') +
-         text);
+    std::string size(1, static_cast<char>(0x80 | std::min<std::size_t>(text.size(), 127)));
+    if (text.size() >= 126) {
+      for (int shift = 56; shift >= 0; shift -= 8) size += static_cast<char>(text.size() >> shift);
+    }
+    Send("\x81" + size + std::string(4, '\0') + text);
   }
   /// Whether the other side ends the connection without a word.
   bool IsEnded() {
@@ -195,7 +199,9 @@ TEST_F(ServerTest, APageThatIsNotThereIsToldTheWayOfThisPortsCommands) {
 class CrowdedServer : public ServerTest {
  protected:
   static constexpr int kMost = 8;
-  CrowdedServer() : ServerTest({.connections = kMost, .reservedConnections = 2}) {}
+  static constexpr std::size_t kQueues = 1024 * 1024;
+  CrowdedServer()
+      : ServerTest({.connections = kMost, .reservedConnections = 2, .queueBytes = kQueues}) {}
 
   std::unique_ptr<Client> Connect(const std::string& origin = "") const {
     auto client = std::make_unique<Client>(port_);
@@ -268,6 +274,31 @@ TEST_F(CrowdedServer, OneOriginHasAQuarterOfTheConnections) {
   own[1]->SetOrigin("https://a.example");
   own[1]->Get("/health");
   EXPECT_EQ(own[1]->Status(), "503");
+}
+
+TEST_F(CrowdedServer, AllTextsTogetherHaveOneBudget) {
+  const std::string large = std::string(kQueues * 3 / 4, 'x') + ".\n";
+  const auto status = [&] {
+    Client client(port_);
+    client.Post(large);
+    return client.Status();
+  };
+  {
+    Client half(port_);
+    half.Post(large, large.size() - 1);
+    ASSERT_TRUE(WaitUntil([&] { return status() == "503"; })) << "until it has come";
+    Client socket(port_);
+    socket.Upgrade();
+    socket.ReadUntil("\r\n\r\n");
+    socket.Message("small");
+    socket.ReadUntil("small");
+    socket.Message(large);
+    socket.ReadUntil("Too many texts and replies are waiting");
+    Client small(port_);
+    small.Post("small.\n");
+    EXPECT_EQ(small.Status(), "200");
+  }
+  EXPECT_TRUE(WaitUntil([&] { return status() == "200"; }));
 }
 
 TEST_F(ServerTest, OneOriginHasAQuarterOfTheWorkers) {

@@ -24,9 +24,10 @@ TEST(WireText, OnlyValidUtf8LeavesTheService) {
 }
 
 TEST(Replies, GoToTheConnectionThatIsStillThere) {
+  host::ByteBudget budget(0);  // small replies need none
   host::Connections connections;
-  auto first = std::make_shared<host::FirstReply>();
-  auto second = std::make_shared<host::FirstReply>();
+  auto first = std::make_shared<host::FirstReply>(budget);
+  auto second = std::make_shared<host::FirstReply>(budget);
   const int one = connections.Add(first), two = connections.Add(second);
   EXPECT_TRUE(connections.Deliver(one, {"a", ""}));
   EXPECT_FALSE(connections.Deliver(one, {"b", ""})) << "a request has room for one reply";
@@ -37,7 +38,8 @@ TEST(Replies, GoToTheConnectionThatIsStillThere) {
 
 TEST(Replies, WakeARestingWriterOnceAndOverflowIsTold) {
   int woken = 0;
-  host::Outbox outbox(10, [&woken] { ++woken; });
+  host::ByteBudget budget(0);
+  host::Outbox outbox(10, budget, [&woken] { ++woken; });
   EXPECT_TRUE(outbox.Deliver({"1234", "56"}) && outbox.Deliver({"7", ""}));
   EXPECT_EQ(woken, 1);
   EXPECT_EQ(outbox.Next()->bytes, "1234");
@@ -50,10 +52,41 @@ TEST(Replies, WakeARestingWriterOnceAndOverflowIsTold) {
   EXPECT_TRUE(outbox.overflowed() && !outbox.Next()) << "what waited is dropped with it";
 }
 
+TEST(Replies, OfAllConnectionsHaveOneBudget) {
+  constexpr std::size_t kBytes = 100'000;
+  host::ByteBudget budget(2 * kBytes);
+  const auto fits = [&budget] {
+    host::FirstReply reply(budget);
+    return reply.Deliver({std::string(kBytes, 'x'), ""}) != reply.overflowed();
+  };
+  auto full = std::make_unique<host::Outbox>(1 << 20, budget, [] {});
+  EXPECT_TRUE(full->Deliver({std::string(kBytes, 'a'), ""}));
+  auto kept = std::make_unique<host::FirstReply>(budget);
+  EXPECT_TRUE(kept->Deliver({"", std::string(kBytes, 'b')}));
+  EXPECT_FALSE(fits());
+  kept->Take();
+  EXPECT_FALSE(fits()) << "its text is being sent";
+  kept.reset();
+  EXPECT_TRUE(fits());
+  EXPECT_TRUE(full->Deliver({std::string(kBytes, 'a'), ""}));
+  EXPECT_FALSE(full->Deliver({"a", ""})) << "beyond what is free for each";
+  EXPECT_TRUE(full->overflowed() && fits()) << "what waited is dropped with it";
+
+  full = std::make_unique<host::Outbox>(1 << 20, budget, [] {});
+  EXPECT_TRUE(full->Deliver({std::string(kBytes, 'a'), std::string(kBytes, 'b')}));
+  EXPECT_TRUE(full->Next());
+  EXPECT_FALSE(fits()) << "the first is being written";
+  EXPECT_TRUE(full->Next());
+  EXPECT_TRUE(fits());
+  full.reset();
+  EXPECT_TRUE(budget.Take(2 * kBytes)) << "all was given back";
+}
+
 TEST(Replies, ArriveFromManyThreadsOnceEach) {
   constexpr int kThreads = 4, kEach = 500;
   std::counting_semaphore<> woken(0);
-  host::Outbox outbox(1 << 20, [&woken] { woken.release(); });
+  host::ByteBudget budget(0);
+  host::Outbox outbox(1 << 20, budget, [&woken] { woken.release(); });
   std::vector<std::jthread> modules;
   for (int t = 0; t < kThreads; ++t) {
     modules.emplace_back([&] {
