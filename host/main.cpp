@@ -1,4 +1,6 @@
 // The program: its command line.
+#include <sys/stat.h>
+
 #include <charconv>
 #include <cstdio>
 #include <exception>
@@ -86,6 +88,8 @@ std::optional<CommandLine> Parse(int argc, const char* const* argv, std::string*
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Whatever the service or a module writes is its user's alone.
+  ::umask(S_IRWXG | S_IRWXO);
   try {
     std::string why;
     const auto line = Parse(argc, argv, &why);

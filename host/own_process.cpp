@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -22,6 +24,40 @@ namespace {
 std::string CurrentFolder() {
   std::error_code ignored;
   return std::filesystem::current_path(ignored).string();
+}
+
+/// Of our own environment what a program on a desktop needs. The rest, which may hold secrets, does
+/// not belong into a file.
+std::vector<std::string> DesktopEnvironment() {
+  static constexpr std::array<std::string_view, 8> kNames = {"PATH=",
+                                                             "HOME=",
+                                                             "USER=",
+                                                             "LANG=",
+                                                             "DBUS_SESSION_BUS_ADDRESS=",
+                                                             "DISPLAY=",
+                                                             "WAYLAND_DISPLAY=",
+                                                             "TZ="};
+  std::vector<std::string> kept = OwnEnvironment();
+  std::erase_if(kept, [](std::string_view variable) {
+    return !variable.starts_with("LC_") && !variable.starts_with("XDG_") &&
+           std::none_of(kNames.begin(), kNames.end(),
+                        [variable](auto name) { return variable.starts_with(name); });
+  });
+  return kept;
+}
+
+/// Takes the rights of all other accounts from what an earlier version left open to them. Those of
+/// a group are an operator's choice.
+void ClosePrivateFiles(const std::string& workFolder) {
+  using namespace work_folder;
+  for (const char* name : {kSettings, kUserSettings, kLog, kCert, kCache, kUpload}) {
+    const std::string path = workFolder + name;
+    struct stat status {};
+    if (::lstat(path.c_str(), &status) != 0 || S_ISLNK(status.st_mode)) continue;
+    const mode_t mode = status.st_mode & 07777;
+    if ((mode & S_IRWXO) == 0 || ::chmod(path.c_str(), mode & ~S_IRWXO) == 0) continue;
+    ReportWarning("Other accounts may read " + path + ": " + std::strerror(errno) + ".");
+  }
 }
 
 bool RemoveContent(FolderWalk& folder) {
@@ -73,7 +109,7 @@ OwnProcess::OwnProcess(std::string build, std::vector<std::string> arguments)
   record_.program = os::ExecutablePath();
   record_.folder = CurrentFolder();
   record_.arguments = std::move(arguments);
-  record_.environment = OwnEnvironment();
+  record_.environment = DesktopEnvironment();
 }
 
 bool OwnProcess::TakeFolder() {
@@ -82,6 +118,7 @@ bool OwnProcess::TakeFolder() {
     return false;
   }
   runFile_.Write(record_);
+  ClosePrivateFiles(GetWorkPath());
   if (!EndEarlierUpdate(true)) return false;
   if (runFile_.IsLocked()) RemoveInterruptedUploads(GetCachePath());
   return true;
@@ -91,6 +128,12 @@ void OwnProcess::TellPorts(int port, int sslPort) {
   record_.port = port;
   record_.sslPort = sslPort;
   record_.serving = port != 0 || sslPort != 0;
+  runFile_.Write(record_);
+}
+
+void OwnProcess::TellEnd() {
+  record_.environment.clear();
+  record_.serving = false;
   runFile_.Write(record_);
 }
 

@@ -38,6 +38,8 @@ class OwnProcess {
   bool TakeFolder();
   /// Tells updaters that the service serves, and where it answers; 0 for no port.
   void TellPorts(int port, int sslPort);
+  /// The service ends in order: what its user's session looks like need not stay in the run file.
+  void TellEnd();
   /// While the service runs, to be called every so often: ends what a killed updater has left, as
   /// far as that is possible without touching the programs. Returns whether the rest needs a start
   /// of the service: then StartAgain is due.

@@ -306,6 +306,7 @@ int RunService(const Options& options, const std::string& build) {
     ConsoleToken token(GetWorkPath() + work_folder::kConsoleToken);
     Service service(options, process, token);
     ending = service.Run();
+    if (ending == Ending::Stopped) process.TellEnd();
     if (service.HasRunningCommand()) {
       token.Remove();
       if (ending == Ending::StartAgain) process.StartAgain();

@@ -57,6 +57,7 @@ Exit UpdateService(const updater::UpdatePaths& paths) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  ::umask(S_IRWXG | S_IRWXO);
   std::error_code error;
   const auto work = std::filesystem::canonical(argc == 2 ? argv[1] : "", error);
   if (error || !std::filesystem::is_directory(work, error)) {

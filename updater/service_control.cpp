@@ -72,6 +72,7 @@ std::string RunningService::Stop() {
                        os::ProgramOf(record->pid) == record->program;
     if (known && record->pid != asked) {
       asked = record->pid;
+      environment_ = record->environment;
       ::kill(asked, SIGTERM);
     }
     if (Clock::now() < end) continue;
@@ -115,7 +116,8 @@ std::string RunningService::Launch(const RunRecord& last) {
   }
   words.insert(words.end(), last.arguments.begin(), last.arguments.end());
   os::ProcessOptions options;
-  options.environment = last.environment.empty() ? PlainEnvironment() : last.environment;
+  const auto& known = last.environment.empty() ? environment_ : last.environment;
+  options.environment = known.empty() ? PlainEnvironment() : known;
   options.folder = ::access(last.folder.c_str(), X_OK) == 0 ? last.folder : paths_.work;
   options.output = paths_.serviceOutput;
   options.detached = true;

@@ -51,6 +51,8 @@ class RunningService : public ServiceControl {
   const UpdatePaths& paths_;
   const std::chrono::seconds patience_;
   Descriptor lock_;  ///< on the run record; while it is held no service starts in the folder
+  /// Of the service that was ended; its record forgets it at the end.
+  std::vector<std::string> environment_;
   pid_t child_ = 0;  ///< started here and not known to have ended
   std::string end_;  ///< how the last child ended
 };

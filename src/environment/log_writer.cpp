@@ -1,7 +1,8 @@
 #include "environment/log_writer.h"
 
 #include <fcntl.h>
-#include <unistd.h>
+#include <sys/file.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -9,9 +10,14 @@
 #include <chrono>
 #include <system_error>
 
+#include "environment/configuration.h"
+#include "os/file.h"
+#include "platform/text.h"
 #include "util/cutil.h"
 
 namespace {
+
+constexpr int kOldLogFiles = 3;
 
 constexpr std::size_t kMostPendingBytes = 64 * 1024 * 1024;
 
@@ -50,16 +56,53 @@ class Writer {
 
 }  // namespace
 
-void WriteLogAsync(const std::string& filePath, std::string_view text) {
-  const int file = ::open(filePath.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
-  if (file < 0) return;
-  while (!text.empty()) {
-    const ssize_t written = ::write(file, text.data(), text.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) break;
-    text.remove_prefix(static_cast<std::size_t>(written));
+namespace {
+
+Descriptor OpenLog(const std::string& path) {
+  return Descriptor(::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666));
+}
+
+off_t MostLogBytes() {
+  constexpr int kMiB = 1024 * 1024, kMost = 1024, kDefault = 10;
+  const std::string stored = GetConfigurationfromInitFile("LogMaxMiB", "", DEFAULT_SECTION);
+  const int number = TextToInt(stored.c_str());
+  return static_cast<off_t>(number < 1 || number > kMost ? kDefault : number) * kMiB;
+}
+
+off_t SizeOf(const Descriptor& file) {
+  struct stat status {};
+  return ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode) ? status.st_size : 0;
+}
+
+/// Whether the path still names this file. Another process may have begun a new one.
+bool IsAt(const std::string& path, const Descriptor& file) {
+  struct stat named {
+  }, open{};
+  return ::stat(path.c_str(), &named) == 0 && ::fstat(file.get(), &open) == 0 &&
+         named.st_dev == open.st_dev && named.st_ino == open.st_ino;
+}
+
+/// Names a full file and its predecessors one further, the last of which goes. Several processes
+/// may write one log: the one that has the lock does it, the others write on.
+void Rotate(const std::string& path, const Descriptor& file) {
+  if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0 || !IsAt(path, file)) return;
+  const auto numbered = [&path](int number) { return path + "." + std::to_string(number); };
+  for (int number = kOldLogFiles; number > 1; --number) {
+    ::rename(numbered(number - 1).c_str(), numbered(number).c_str());
   }
-  ::close(file);
+  ::rename(path.c_str(), numbered(1).c_str());
+}
+
+}  // namespace
+
+void WriteLogAsync(const std::string& filePath, std::string_view text) {
+  Descriptor file = OpenLog(filePath);
+  const off_t size = file ? SizeOf(file) : 0;
+  if (size > 0 && size + static_cast<off_t>(text.size()) > MostLogBytes()) {
+    Rotate(filePath, file);
+    file = OpenLog(filePath);
+  }
+  if (file) WriteAll(file.get(), text);
 }
 
 bool CAsyncLogging::Log(std::initializer_list<std::string_view> entry, std::string_view filePath) {

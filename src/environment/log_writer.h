@@ -11,7 +11,8 @@
 #include <thread>
 
 /// Appends a batch to a file, which is opened and closed for it. A file that cannot be opened loses
-/// the batch.
+/// the batch. One that would grow beyond "LogMaxMiB" is named FILE.1 first, and a new one is begun;
+/// three old ones are kept.
 void WriteLogAsync(const std::string& filePath, std::string_view text);
 
 /// Collects lines and writes them with one background thread. Any thread may call.

@@ -1,10 +1,12 @@
 #include "environment/logging.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 #include <future>
 #include <regex>
 
@@ -128,6 +130,27 @@ TEST_F(LogFile, KeepsEveryLineOfManyThreadsInOrder) {
       ASSERT_NE(at, std::string::npos) << t << ":" << i << " is missing or out of order";
     }
   }
+}
+
+TEST_F(LogFile, BeginsANewFileBeforeItGrowsTooLarge) {
+  const std::string file = GetLogFile();
+  const auto old = [&file](int number) { return file + "." + std::to_string(number); };
+  Spit(GetInitFile(), "[QV]\nLogLevel=2\nLogMaxMiB=1\n");
+  for (const char batch : {'a', 'b', 'c', 'd', 'e'}) {
+    WriteLogAsync(file, std::string(700 * 1024, batch));
+    WriteLogAsync(file, ".");
+  }
+  EXPECT_EQ(Slurp(file).substr(700 * 1024 - 1), "e.");
+  for (const auto& [number, batch] : Table<int, char>{{1, 'd'}, {2, 'c'}, {3, 'b'}}) {
+    EXPECT_EQ(Slurp(old(number)), std::string(700 * 1024, batch) + ".") << number;
+  }
+  EXPECT_FALSE(std::filesystem::exists(old(4)));
+
+  // Whoever renames the files has the lock on the log; others write on.
+  const Descriptor other(::open(file.c_str(), O_RDONLY));
+  ASSERT_EQ(::flock(other.get(), LOCK_SH), 0);
+  WriteLogAsync(file, std::string(700 * 1024, 'f'));
+  EXPECT_EQ(Slurp(file).size(), 2 * 700 * 1024 + 1);
 }
 
 TEST(ForLog, BoundsAndMasksForeignBytes) {

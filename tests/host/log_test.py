@@ -3,6 +3,7 @@
 import os
 import re
 import unittest
+import unittest.mock
 
 from service import Service
 
@@ -46,6 +47,29 @@ class Logs(unittest.TestCase):
             self.run_service(s)
             written = list(s.path("log").glob("*.log"))
             self.assertEqual(len(written), 2, written)
+
+
+class PrivateFiles(unittest.TestCase):
+    def test_what_is_kept_is_its_users_alone(self):
+        secret = {"QV_SECRET": "hush", "LC_TIME": "C", "XDG_RUNTIME_DIR": "/run/user/0"}
+        with unittest.mock.patch.dict(os.environ, secret), Service("[QV]\nLogLevel=14\n") as s:
+            s.path("log").mkdir(mode=0o755)
+            s.ini.chmod(0o664)
+            s.start()
+            s.ask("SetServerInfo", "h", 1, 2, 3, 4)
+            record = s.path("service.run").read_text()
+            s.stop()
+            for variable in "LC_TIME=C", "XDG_RUNTIME_DIR=/run/user/0", "PATH=":
+                self.assertIn(variable, record)
+            self.assertNotIn("hush", record)
+            self.assertNotIn("LC_TIME", s.path("service.run").read_text(), "it has ended")
+            self.assertEqual(s.ini.stat().st_mode & 0o777, 0o660, "a group is the user's choice")
+            programs = {"marvique-service", os.environ["QV_MODULE"], "out", "err", s.ini.name}
+            for path in s.folder.rglob("*"):
+                if path.name not in programs:
+                    self.assertEqual(path.stat().st_mode & 0o007, 0, path)
+                    if path.parent != s.folder:
+                        self.assertEqual(path.stat().st_mode & 0o077, 0, path)
 
 
 if __name__ == "__main__":
