@@ -23,6 +23,7 @@ namespace {
 constexpr std::size_t kLeastRead = 16 * 1024;
 constexpr std::size_t kMostRead = 256 * 1024;
 constexpr mode_t kModeBits = 07777;
+constexpr mode_t kPrivate = S_IRUSR | S_IWUSR;
 
 /// Not waiting for writers keeps a pipe in place of a settings file from stopping the service.
 Descriptor OpenForReading(const char* path) {
@@ -108,10 +109,9 @@ std::string_view Start(std::string_view name, std::size_t length) {
 }
 
 /// The new content on its way to its place. Its name belongs to the target, and its writer holds a
-/// lock on it: writers of one target take turns, and a file that can be locked while its name still
-/// stands was left behind by a writer that was killed, and is removed. So at most one such file
-/// ever lies beside a target, until the next write. Where that name cannot be had in time, because
-/// something else stands there or somebody keeps it locked, a name that nobody else knows serves.
+/// lock on it: a file that can be locked while its name still stands was left behind by a writer
+/// that was killed. Nobody waits: where something has that name, left-behind files go first, and
+/// where it still cannot be had, a name that nobody else knows serves.
 class Replacement {
  public:
   explicit Replacement(const std::string& target)
@@ -123,16 +123,15 @@ class Replacement {
   }
 
   int Open(mode_t mode) {
-    const auto end = std::chrono::steady_clock::now() + kPatience;
-    do {
-      file_ = Create(mode);
-      if (!file_ && errno != EEXIST) return errno;
-      if (file_ && KeepsNameLocked(end)) return 0;
-      file_ = Descriptor();
-    } while (RemoveLeftBehind(end) && std::chrono::steady_clock::now() < end);
-    path_ = HiddenBeside(target_, std::string(".") + MakeIdentifier().data() + kEnding);
-    file_ = Create(mode);
-    return file_ ? 0 : errno;
+    // A walk of another writer may remove a file between its creation and its lock.
+    constexpr int kMostTries = 8;
+    int error = Create(mode);
+    if (error == EEXIST && RemoveLeftBehind()) error = Create(mode);
+    for (int i = 0; error == EEXIST && i < kMostTries; ++i) {
+      path_ = HiddenBeside(target_, std::string(".") + MakeIdentifier().data() + kEnding);
+      error = Create(mode);
+    }
+    return error;
   }
 
   int descriptor() const { return file_.get(); }
@@ -144,30 +143,46 @@ class Replacement {
   }
 
  private:
-  using Time = std::chrono::steady_clock::time_point;
-  static constexpr std::chrono::seconds kPatience{1};
   static constexpr const char* kEnding = ".replacement";
+  static constexpr std::chrono::steady_clock::time_point kNow{};
 
-  Descriptor Create(mode_t mode) const {
-    return Descriptor(
+  /// Returns 0, EEXIST when the name is another's, or another errno.
+  int Create(mode_t mode) {
+    Descriptor file(
         ::open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+    if (!file) return errno;
+    // Without locks on this file system, being the creator must do.
+    if (LockUntil(kNow, file.get()) == EWOULDBLOCK || !IsNamed(path_.c_str(), file.get())) {
+      return EEXIST;
+    }
+    file_ = std::move(file);
+    return 0;
   }
 
-  /// Another writer may have taken the file for one left behind before it was locked. Without locks
-  /// on this file system, being the creator must do.
-  bool KeepsNameLocked(Time end) const {
-    return LockUntil(end, file_.get()) != EWOULDBLOCK && IsNamed(path_.c_str(), file_.get());
-  }
-
-  /// Waits for the other writer and removes what it has left. False when that cannot be done, and
-  /// for another account's file, which may be locked for ever.
-  bool RemoveLeftBehind(Time end) const {
-    const Descriptor other(::open(path_.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (!other) return errno == ENOENT;
+  /// Removes all that writers of the target left behind. False when it is another account's file
+  /// that has the name; then there is no walk, which that account could make long.
+  bool RemoveLeftBehind() const {
     struct stat status {};
-    if (::fstat(other.get(), &status) != 0 || status.st_uid != ::geteuid()) return false;
-    return LockUntil(end, other.get()) == 0 &&
-           (!IsNamed(path_.c_str(), other.get()) || ::unlink(path_.c_str()) == 0);
+    if (::lstat(path_.c_str(), &status) != 0) return errno == ENOENT;
+    if (!S_ISREG(status.st_mode) || status.st_uid != ::geteuid()) return false;
+    const std::string folder = path_.substr(0, path_.rfind('/') + 1);
+    const std::string start = HiddenBeside(target_, "").substr(folder.size());
+    std::error_code error;
+    std::filesystem::directory_iterator entry(folder.empty() ? "." : folder, error);
+    for (; !error && entry != std::filesystem::directory_iterator(); entry.increment(error)) {
+      const std::string name = entry->path().filename().string();
+      if (name.starts_with(start) && name.ends_with(kEnding)) RemoveIfLeftBehind(folder + name);
+    }
+    return true;
+  }
+
+  static void RemoveIfLeftBehind(const std::string& path) {
+    const Descriptor other(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (!other || ::fstat(other.get(), &status) != 0 || status.st_uid != ::geteuid()) return;
+    if (LockUntil(kNow, other.get()) == 0 && IsNamed(path.c_str(), other.get())) {
+      ::unlink(path.c_str());
+    }
   }
 
   std::string target_;
@@ -210,15 +225,18 @@ int Replace(const char* path, mode_t modeIfNew, Flush flush, Write write) {
   const bool replaces = found == 0;
 
   Replacement replacement(target);
-  if (const int error = replacement.Open(replaces ? S_IRUSR | S_IWUSR : modeIfNew)) return error;
+  if (const int error = replacement.Open(replaces ? kPrivate : modeIfNew)) return error;
   const int file = replacement.descriptor();
+  // Until all of it is there, it is its writer's alone. What the process's mask leaves of a new
+  // file's mode is known only after the file was made with it.
+  struct stat made {};
+  if (::fstat(file, &made) != 0) return errno;
+  ::fchmod(file, kPrivate);  // where the file system has modes
   if (const int error = write(file)) return error;
-  if (replaces) {
-    if (const int error = TakeOver(file, old)) return error;
-  }
   if (flush == Flush::ToDisk) {
     if (const int error = os::FlushToDisk(file)) return error;
   }
+  if (const int error = TakeOver(file, replaces ? old : made)) return error;
   return replacement.MoveToTarget();
 }
 

@@ -100,10 +100,10 @@ enum class Flush { ToDisk, Later };
 /// group where rights allow), a link is followed, a file that the caller may not write and anything
 /// that is no file is refused. Returns 0 or an errno; on failure the old file is as it was and no
 /// temporary file stays. A writer that is killed in the act may leave one, ".<name>.replacement",
-/// which the next write of the same file removes; so at most one lies beside a file, ever. Any
-/// thread and process may call; writers of one file take turns. A writer that cannot have that
-/// name, because another account's file has it or its own account's is locked for a second, uses a
-/// random one.
+/// which the next write of the same file removes. Any thread and process may call, and none waits
+/// for another: while something else has that name, a random one serves
+/// (".<name>.<random>.replacement"), and the last of several writers to end is the one whose
+/// content stays.
 int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew,
                    Flush flush = Flush::ToDisk);
 
@@ -112,7 +112,8 @@ int WriteWholeFile(const char* path, std::string_view content, mode_t modeIfNew,
 int WriteWholeFile(const char* path, const Descriptor& content, mode_t modeIfNew, Flush flush);
 
 /// Writes over a file that must be there, for a file whose folder may not be written: a reader may
-/// see a part until this returns, and an end in between leaves a part. Returns 0 or an errno.
+/// see a part until this returns, and an end in between, or a failure, leaves a part. Returns 0 or
+/// an errno.
 int OverwriteFile(const char* path, std::string_view content);
 /// The same with a file's content from its position on.
 int OverwriteFile(const char* path, const Descriptor& content);

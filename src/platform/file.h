@@ -54,7 +54,8 @@ BOOL ReadFileByNameEx(const char* path, DWORD maxBytes, unsigned char** buffer, 
 
 /// Replaces `target` by a copy of `source` in one step: a program that has the old target open or
 /// mapped keeps it whole. The copy reaches the disk when the system writes it there. A target in a
-/// folder that may not be written is written over instead. `failIfExists` is ignored. Returns 1; 0
+/// folder that may not be written is written over instead; when that fails half-way, as on a full
+/// disk, a part of the copy stays: the old content is gone. `failIfExists` is ignored. Returns 1; 0
 /// when the source is empty or the target cannot be written. A source that cannot be read counts as
 /// nothing to copy: 1.
 BOOL CopyFile(const char* source, const char* target, BOOL failIfExists);

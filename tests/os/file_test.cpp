@@ -71,22 +71,46 @@ TEST_F(WholeFile, WritingKeepsModeAndLinks) {
   EXPECT_TRUE(fs::is_symlink(link));
 }
 
-TEST_F(WholeFile, NothingBesideItKeepsItFromBeingWritten) {
-  Spit(beside_, "left by a killed writer");
+TEST_F(WholeFile, NothingBesideItDelaysAWriteAndNothingLeftBehindStays) {
+  const std::string random = folder_ / ".file.0123.replacement";
+  for (const std::string& left : {beside_, random}) Spit(left, "left by a killed writer");
   EXPECT_EQ(Write("1"), 0);
-  EXPECT_FALSE(fs::exists(beside_));
+  EXPECT_FALSE(fs::exists(beside_) || fs::exists(random));
   fs::create_symlink("dangling", beside_);
   EXPECT_EQ(Write("2"), 0);
   fs::remove(beside_);
-  Spit(beside_, "locked for ever");
+  Spit(beside_, "another writer's");
   const Descriptor locked(::open(beside_.c_str(), O_RDONLY | O_CLOEXEC));
   ASSERT_EQ(::flock(locked.get(), LOCK_EX), 0);
-  EXPECT_EQ(Write("3"), 0);
-  EXPECT_EQ(Slurp(file_), "3");
+  const auto start = std::chrono::steady_clock::now();
+  for (const char* text : {"3", "4", "5", "6"}) EXPECT_EQ(Write(text), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3)) << "waited";
+  EXPECT_EQ(Slurp(file_) + Slurp(beside_), "6another writer's");
   EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 2);
 }
 
-TEST_F(WholeFile, WritersOfOneFileTakeTurns) {
+TEST_F(WholeFile, WhatReplacesAFileIsItsWritersAloneUntilTheEnd) {
+  const mode_t mask = ::umask(022);
+  for (const unsigned mode : {0644u, 0666u}) {  // a new file, and one that is there
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    const Descriptor content(ends[0]);
+    std::jthread writer(
+        [&] { EXPECT_EQ(WriteWholeFile(file_.c_str(), content, 0666, Flush::Later), 0); });
+    EXPECT_TRUE(WaitUntil([this] {
+      return fs::exists(beside_) && fs::status(beside_).permissions() == fs::perms(0600);
+    }));
+    EXPECT_EQ(::write(ends[1], "content", 7), 7);
+    ::close(ends[1]);
+    writer.join();
+    EXPECT_EQ(fs::status(file_).permissions(), fs::perms(mode));
+    EXPECT_EQ(Slurp(file_), "content");
+    fs::permissions(file_, fs::perms(0666));
+  }
+  ::umask(mask);
+}
+
+TEST_F(WholeFile, SeveralWritersLeaveOneWholeText) {
   std::vector<std::jthread> writers;
   for (char ch = 'a'; ch < 'e'; ++ch) {
     writers.emplace_back([this, ch] {
@@ -99,7 +123,7 @@ TEST_F(WholeFile, WritersOfOneFileTakeTurns) {
     EXPECT_EQ(seen, std::string(50'000, seen.front()));
   }
   writers.clear();
-  EXPECT_FALSE(fs::exists(beside_));
+  EXPECT_EQ(std::distance(fs::directory_iterator(folder_.path()), {}), 1);
 }
 
 TEST(Folder, AWalkStaysInItsFolderWhateverTakesItsPlace) {

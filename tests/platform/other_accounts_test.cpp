@@ -1,8 +1,11 @@
 // What another account may and may not do to settings files. Root plays both accounts.
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
+
+#include <csignal>
 
 #include "os/file.h"
 #include "platform/file.h"
@@ -95,6 +98,15 @@ TEST_F(OtherAccounts, WriteInPlaceWhereTheFolderIsNotTheirs) {
     }
   }
   Allow(folder_.path(), 0755);
+  const std::string kept = Slurp(file_);
+  const auto fillTheDisk = [&] {
+    std::signal(SIGXFSZ, SIG_IGN);
+    const rlimit full{4096, 4096};
+    ::setrlimit(RLIMIT_FSIZE, &full);
+    return Write(std::string(10'000, 'v').c_str());
+  };
+  EXPECT_EQ(ResultOf(StartAs(kStranger, fillTheDisk)), EFBIG);
+  EXPECT_EQ(Slurp(file_), kept) << "the half that could be written is taken back";
   const std::string source = folder_ / "source";
   Spit(source, "copied");
   const auto copy = [&] { return CopyFile(source.c_str(), file_.c_str(), 0); };
@@ -105,6 +117,26 @@ TEST_F(OtherAccounts, WriteInPlaceWhereTheFolderIsNotTheirs) {
   EXPECT_EQ(ResultOf(StartAs(kStranger, copy)), 0);
   EXPECT_EQ(ResultOf(StartAs(kStranger, [&] { return Write("new"); })), EACCES);
   EXPECT_EQ(Slurp(file_), "copied");
+}
+
+TEST_F(OtherAccounts, TakeTurnsWhereTheyWriteInPlace) {
+  Allow(folder_.path(), 0755);
+  Allow(file_, 0666);
+  constexpr int kKeys = 40;
+  std::vector<pid_t> writers;
+  for (const std::string name : {"a", "b"}) {
+    writers.push_back(StartAs(kStranger, [&] {
+      int failures = 0;
+      for (int i = 0; i < kKeys; ++i) {
+        const std::string key = name + std::to_string(i);
+        failures += WritePrivateProfileStringA("S", key.c_str(), "v", file_.c_str()) != 1;
+      }
+      return failures;
+    }));
+  }
+  for (const pid_t writer : writers) EXPECT_EQ(ResultOf(writer), 0);
+  const std::string text = Slurp(file_);
+  EXPECT_EQ(std::count(text.begin(), text.end(), '='), 2 + 2 * kKeys) << "a change was lost";
 }
 
 // The service's own account can hold the lock for long, too: a debugger stops a program in a write.
