@@ -39,8 +39,14 @@ bool IsAnswer(PacketBytes packet) {
 
 class BrowserRun {
  public:
-  BrowserRun(void* user, mdns_query_callback callback, MdnsNetwork& network)
-      : user_(user), callback_(callback), network_(network) {}
+  BrowserRun(void* user, mdns_query_callback callback, MdnsNetwork& network, BrowserMemory& memory)
+      : user_(user),
+        callback_(callback),
+        network_(network),
+        known_(memory.known),
+        log_(memory.log) {
+    known_.beginRound();
+  }
 
   bool open() {
     sockets_.refresh();
@@ -94,10 +100,12 @@ class BrowserRun {
       // What is sent to these sockets alone may come from far away (RFC 6762, 11).
       if (!received->toGroup && !sockets_.isOnLink(from)) continue;
       any = true;
-      if (!records_.isLeft(from)) continue;
+      if (!known_.isLeft(from) && !records_.isLeft(from)) continue;
       const std::string sender = log_.isWanted() ? from.text() : std::string();
       ParseReply(packet, kQueryId, {sender, &log_}, [&](const mdns_query_result& result) {
-        if (records_.take(from)) callback_(user_, result, MDNS_RECORD_FOUND);
+        if (!known_.take(from) && !records_.take(from)) return;
+        known_.note(from);
+        callback_(user_, result, MDNS_RECORD_FOUND);
       });
     }
     return any;
@@ -111,14 +119,16 @@ class BrowserRun {
   std::vector<int> readable_;
   std::array<std::uint8_t, MDNS_PACKET_BYTES> buffer_{};
   SourceBudget records_{kMostRecordsARun, kMostRecordsASource};
-  NeighbourLog log_;
+  KnownSources& known_;
+  NeighbourLog& log_;
 };
 
 }  // namespace
 
 int send_mdns_query_impl(std::string_view name, std::uint16_t type, const StopRequest& stop,
-                         void* user, mdns_query_callback callback, MdnsNetwork& network) {
-  BrowserRun run(user, callback, network);
+                         void* user, mdns_query_callback callback, MdnsNetwork& network,
+                         BrowserMemory& memory) {
+  BrowserRun run(user, callback, network, memory);
   if (!run.open()) return -1;
   run.send(name, type);
   run.read(stop);
@@ -127,11 +137,12 @@ int send_mdns_query_impl(std::string_view name, std::uint16_t type, const StopRe
 
 int send_mdns_query(std::string_view name, std::uint16_t type, const StopRequest& stop, void* user,
                     mdns_query_callback callback, MdnsNetwork& network) {
+  BrowserMemory memory;
   const mdns_query_result nothing;
   std::vector<int> none;
   while (!stop.made()) {
     callback(user, nothing, MDNS_CYCLE_BEGINS);
-    if (send_mdns_query_impl(name, type, stop, user, callback, network) != 0) return -1;
+    if (send_mdns_query_impl(name, type, stop, user, callback, network, memory) != 0) return -1;
     callback(user, nothing, MDNS_CYCLE_ENDS);
     mdns_log("Do next query after %d seconds\n", kPauseSlices);
     for (int slice = 0; slice < kPauseSlices && !stop.made(); ++slice) {

@@ -26,9 +26,13 @@ void mdns_log(const char* format, ...) {
 void NeighbourLog::look(Clock::time_point now) {
   if (now - looked_ < std::chrono::seconds(1)) return;
   looked_ = now;
-  if (leftOut_ > 0) mdns_log("Left out %u lines about packets of other machines\n", leftOut_);
+  tellLeftOut();
   wanted_ = (GetLogLevel() & LOG_LEVEL_DEBUG) != 0;
   written_ = leftOut_ = 0;
+}
+
+void NeighbourLog::tellLeftOut() {
+  if (leftOut_ > 0) mdns_log("Left out %u lines about packets of other machines\n", leftOut_);
 }
 
 bool NeighbourLog::mayWrite() {

@@ -21,6 +21,12 @@ class NeighbourLog {
   using Clock = std::chrono::steady_clock;
   static constexpr unsigned kMostLinesASecond = 50;
 
+  NeighbourLog() = default;
+  /// Tells what the last second left out.
+  ~NeighbourLog() { tellLeftOut(); }
+  NeighbourLog(const NeighbourLog&) = delete;
+  NeighbourLog& operator=(const NeighbourLog&) = delete;
+
   /// Call it with the time in every turn of a loop. Once a second it reads from a file whether such
   /// lines are kept, and begins to count anew.
   void look(Clock::time_point now);
@@ -30,6 +36,8 @@ class NeighbourLog {
   bool isWanted() const { return wanted_; }
 
  private:
+  void tellLeftOut();
+
   Clock::time_point looked_{};
   bool wanted_ = false;
   unsigned written_ = 0;

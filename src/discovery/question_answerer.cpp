@@ -8,9 +8,9 @@ namespace {
 
 using std::chrono::seconds;
 
-constexpr std::uint16_t kClassAny = 255;  // RFC 1035, 3.2.5
-constexpr seconds kBetweenMulticasts{1};  // RFC 6762, 6
-constexpr std::size_t kMostSources = 10;  // that share the unicast answers of a second
+constexpr std::uint16_t kClassAny = 255;    // RFC 1035, 3.2.5
+constexpr seconds kBetweenMulticasts{1};    // RFC 6762, 6
+constexpr std::size_t kFewestSources = 50;  // that can use up the unicast answers of a second
 constexpr std::uint32_t kKnownFor = MDNS_MULTICAST_ANSWER.ttl / 2;  // RFC 6762, 7.1
 
 /// The records of each of our names, which are answered together.
@@ -57,7 +57,7 @@ QuestionAnswerer::QuestionAnswerer(MdnsNetwork& network, SocketSet& sockets, Nei
     : network_(network),
       sockets_(sockets),
       log_(log),
-      unicast_(unicastASecond, std::max<std::size_t>(unicastASecond / kMostSources, 1)) {}
+      unicast_(unicastASecond, std::max<std::size_t>(unicastASecond / kFewestSources, 1)) {}
 
 void QuestionAnswerer::answer(const AdvertisedRecords& records, int socket, PacketBytes bytes,
                               const SocketAddress& from, bool toGroup) {

@@ -23,7 +23,7 @@ namespace mdns_wrapper {
 ///
 /// The group of a link is sent each record at most once a second (RFC 6762, 6): what is asked for
 /// again earlier waits for that second's end. Askers are sent so many answers a second in all, and
-/// each of them a tenth of that.
+/// each of them a fiftieth of that.
 class QuestionAnswerer {
  public:
   using Time = MdnsNetwork::Clock::time_point;

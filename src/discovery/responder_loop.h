@@ -38,8 +38,8 @@ class ResponderReport {
   State state_ QV_GUARDED_BY(mutex_);
 };
 
-/// Answers to single askers in one second; a tenth of them to each. Many times what a network of
-/// people and printers asks for.
+/// Answers to single askers in one second; a fiftieth of them to each. Many times what a network
+/// of people and printers asks for.
 inline constexpr std::size_t MDNS_UNICAST_ANSWERS_A_SECOND = 1000;
 
 /// Runs until a stop is requested; then 0. Ends at once with -1 when there is no socket to be had

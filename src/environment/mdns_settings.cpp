@@ -72,7 +72,7 @@ bool SetEnablemDNSService(bool enable, const char* alias, const char* tags, bool
 
 int GetmDNSAnswersPerSecond() {
   constexpr int kDefault = 1000;
-  constexpr int kMost = 1'000'000;
+  constexpr int kMost = 10'000'000;
   const int answers = ReadInt(kAnswersPerSecond, kDefault);
   return answers >= 1 && answers <= kMost ? answers : kDefault;
 }

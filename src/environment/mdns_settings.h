@@ -17,7 +17,7 @@ std::string GetmDNSServicePwd();
 bool SetEnablemDNSService(bool enable, const char* alias, const char* tags, bool, bool, bool,
                           int accessMode, const char* password);
 
-/// How many answers single askers are sent in one second, all together: 1 to 1,000,000; 1,000 when
+/// How many answers single askers are sent in one second, all together: 1 to 10,000,000; 1,000 when
 /// none or nonsense is stored.
 int GetmDNSAnswersPerSecond();
 

@@ -136,6 +136,27 @@ TEST_F(Browser, ListsAFewServicesOfAMachineThatFloodsAndThoseOfOthers) {
   EXPECT_EQ(std::count(told[0].begin(), told[0].end(), '@'), 256 / 3 + 40);
 }
 
+TEST_F(Browser, KeepsRoomForThoseThatAnsweredBefore) {
+  std::size_t cycles = 0;
+  const auto answer = [&] {
+    if (told.size() != cycles || network.openSockets() == 0) return;
+    // From the second cycle on, 19 senders with 300 records each come first.
+    for (int i = 0; cycles > 0 && i < 100 * 19; ++i) {
+      const std::string from = "10.0.0." + std::to_string(20 + i % 19);
+      reply(Reply(from.c_str(), std::to_string(i).c_str()), from.c_str());
+    }
+    reply(Reply("10.0.0.9", "Desk"), "10.0.0.9");
+    if (cycles == 1) reply(Reply("10.0.0.8", "Hall"), "10.0.0.8");
+    ++cycles;
+  };
+  std::map<int, std::function<void()>> steps;
+  for (int i = 0; i < 140; ++i) steps[i] = answer;
+  run(steps, 140);
+  ASSERT_GE(told.size(), 3U);
+  for (int i = 0; i < 3; ++i) EXPECT_NE(told[i].find(" Desk@10.0.0.9"), told[i].npos) << told[i];
+  EXPECT_EQ(told[1].find("Hall"), std::string::npos) << "there was room for all: the test is void";
+}
+
 TEST_F(Browser, TakesAServiceThatSaysGoodbyeOffTheList) {
   const std::string desk = Reply("10.0.0.9", "Desk");
   const std::string goodbye = Reply("10.0.0.9", "Desk", "twaindirect", MDNS_GOODBYE);

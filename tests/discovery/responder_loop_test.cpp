@@ -8,6 +8,7 @@
 
 #include "discovery/fake_network.h"
 #include "discovery/responder_loop.h"
+#include "discovery/socket_set.h"
 #include "support/testing.h"
 
 namespace {
@@ -259,8 +260,8 @@ TEST_F(Responder, AnswersLaterWhatIsAskedTooEarly) {
   EXPECT_EQ(Described(network.sent[2].packet).find("tags=red") == std::string::npos, false);
 }
 
-TEST_F(Responder, SendsAskersSoManyAnswersASecondAndEachATenth) {
-  for (const auto& [sources, answers] : Table<int, std::size_t>{{1, 100}, {5, 500}, {30, 1000}}) {
+TEST_F(Responder, SendsAskersSoManyAnswersASecondAndEachAFiftieth) {
+  for (const auto& [sources, answers] : Table<int, std::size_t>{{1, 20}, {30, 600}, {60, 1000}}) {
     const auto flood = [&, sources = sources] {
       for (int i = 0; i < 6000; ++i) {
         const std::string from = "10.0.0." + std::to_string(20 + i % sources);
@@ -372,6 +373,17 @@ TEST_F(Responder, OpensASocketAnInterfaceAndTellsAddressesThatComeLater) {
   EXPECT_EQ(run({[&] { network.list.push_back(ipv6); }, nullptr}), 0);
   EXPECT_EQ(network.ports.size(), 2U);
   EXPECT_EQ(sentWith("me.local. 28 8001 60"), "4@10 6@10 4@20 6@20 ");
+
+  network.list.clear();
+  network.ports.clear();
+  for (unsigned i = 0; i < 2 * MDNS_MOST_SOCKETS; ++i) {
+    network.list.push_back(FakeNetwork::Interface(100 + i, "10.0.0.5"));
+  }
+  std::size_t most = 0;
+  run({[&] { most = network.ports.size(); }, [&] { network.list.erase(network.list.begin()); },
+       nullptr});
+  EXPECT_EQ(most, MDNS_MOST_SOCKETS);
+  EXPECT_EQ(network.ports.size(), MDNS_MOST_SOCKETS + 1) << "none takes the place of one that went";
 }
 
 TEST_F(Responder, AnnouncesAgainWhereItWasNotPossibleYet) {

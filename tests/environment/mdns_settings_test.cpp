@@ -34,8 +34,8 @@ class DiscoverySettings : public ::testing::Test {
 TEST_F(DiscoverySettings, BoundTheAnswersOfASecond) {
   for (const auto& [stored, answers] : Table<const char*, int>{{"", 1000},
                                                                {"1", 1},
-                                                               {"1000000", 1000000},
-                                                               {"1000001", 1000},
+                                                               {"10000000", 10000000},
+                                                               {"10000001", 1000},
                                                                {"-1", 1000},
                                                                {"x", 1000}}) {
     SetConfigurationToInitFile("mDNSAnswersPerSecond", stored, DEFAULT_SECTION);
