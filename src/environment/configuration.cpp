@@ -110,10 +110,15 @@ bool SetConfigurationToInitFile(const char* key, int value, const char* section)
   return SetConfigurationToInitFile(key, std::to_string(value).c_str(), section);
 }
 
-bool SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section) {
+bool SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section,
+                                const char* file) {
   ProfileTexts texts;
   for (const auto& [key, value] : entries) texts.emplace_back(key, value);
-  return Store(texts, section, GetInitFileCString());
+  return Store(texts, section, file);
+}
+
+bool SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section) {
+  return SetConfigurationToInitFile(entries, section, GetInitFileCString());
 }
 
 bool ChangeConfiguration(const ProfileChange& change) {

@@ -28,14 +28,17 @@ std::string GetConfigurationfromInitFile(const char* key, const char* def, const
 bool GetConfigurationfromInitFile(const char* key, const char* def);
 
 /// Store a value, or several values of one section in one step. Return whether they were stored;
-/// otherwise the old file stays, errno tells why, and so do a Debug line and an Error line. They
-/// wait for other writers, for some seconds at most, with no lock of this process held.
+/// otherwise the old file stays, errno tells why, and so do a Debug line and an Error line, which
+/// is in the log whatever its filter says. They wait for other writers, for some seconds at most,
+/// with no lock of this process held.
 bool SetConfigurationToInitFile(const char* key, const char* value, const char* section,
                                 const char* file);
 bool SetConfigurationToInitFile(const char* key, const char* value, const char* section);
 bool SetConfigurationToInitFile(const char* key, int value, const char* section);
 /// Booleans are stored as "TRUE" and "FALSE": say which text is meant.
 bool SetConfigurationToInitFile(const char* key, bool value, const char* section) = delete;
+bool SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section,
+                                const char* file);
 bool SetConfigurationToInitFile(std::span<const ProfileEntry> entries, const char* section);
 
 /// Reads section "QV" of the main configuration file and stores what `change` makes of it, in one

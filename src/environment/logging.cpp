@@ -51,18 +51,21 @@ int Number(const ProfileView& settings, const char* key, int other) {
 
 int Filter(const ProfileView& settings) { return Number(settings, "LogLevel", LOG_LEVEL_NULL); }
 
+enum class Kept { IfWanted, Always };
+
 // One call of a logging function: whether its line is kept, and what the line tells of the moment
 // of the call. One look at the configuration file tells the filter and the work mode. At the end
 // errno is the caller's again.
 class LogCall {
  public:
-  explicit LogCall(int level) : error_(errno), level_(level) {
+  explicit LogCall(int level, Kept kept = Kept::IfWanted) : error_(errno), level_(level) {
     const bool isFull = GetFullLogging();
+    const bool always = kept == Kept::Always;
     if (IsReceivedAnyway()) {
       isKept_ = true;
-    } else if (!g_closed && (!isFull || (LOG_LEVEL_FULL & level) != 0)) {
+    } else if (!g_closed && (always || !isFull || (LOG_LEVEL_FULL & level) != 0)) {
       const ProfileView settings(GetInitFileCString());
-      isKept_ = isFull || (Filter(settings) & level) != 0;
+      isKept_ = always || isFull || (Filter(settings) & level) != 0;
       if (isKept_) serviceMode_ = Number(settings, "WorkMode", 0);
     }
   }
@@ -245,7 +248,7 @@ __attribute__((format(printf, 1, 0))) void WritePlatformLine(const char* format,
 
 __attribute__((format(printf, 1, 0))) void WritePlatformFailure(const char* format,
                                                                 std::va_list arguments) {
-  WriteLog(LOG_LEVEL_ERROR, format, arguments);
+  FormatAndQueue(LogCall(LOG_LEVEL_ERROR, Kept::Always), format, arguments);
 }
 
 }  // namespace

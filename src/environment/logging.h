@@ -64,7 +64,7 @@ using LogReceiver = void (*)(int level, std::string_view text);
 void SetLogReceiver(LogReceiver receiver);
 bool HasLogReceiver();
 
-/// Makes the platform layer's Log write here.
+/// Makes the platform layer's Log write here, and its LogFailure, whose lines no filter leaves out.
 void ConnectPlatformLog();
 
 /// Stores the level as "LogLevel" and switches full logging on for 14, off for any other. Returns

@@ -1,6 +1,7 @@
 #include "environment/ports.h"
 
 #include <algorithm>
+#include <span>
 #include <utility>
 
 #include "environment/configuration.h"
@@ -74,10 +75,6 @@ bool SetOwnPort(PortMap& map, const char* baseKey, int port, const std::string& 
 
 std::string UserKey(const std::string& name, bool isSecure) {
   return isSecure ? name + "_ssl" : name;
-}
-
-void SetInUserFile(const char* section, const std::string& key, const std::string& value) {
-  SetConfigurationToInitFile(key.c_str(), value.c_str(), section, GetUserConfigFile().c_str());
 }
 
 }  // namespace
@@ -163,12 +160,14 @@ int GetPort(const char* section, const std::string& name, bool isDefault, bool i
   return ReadInt(key, section, GetUserConfigFile());
 }
 
-void SavePort(const char* section, const std::string& name, bool alsoDefault, bool isSecure,
+bool SavePort(const char* section, const std::string& name, bool alsoDefault, bool isSecure,
               int port) {
   const std::string key = UserKey(name, isSecure);
+  const std::string defaultKey = key + "_def";
   const std::string value = std::to_string(port);
-  SetInUserFile(section, key, value);
-  if (alsoDefault) SetInUserFile(section, key + "_def", value);
+  const ProfileEntry entries[] = {{key, value}, {defaultKey, value}};
+  return SetConfigurationToInitFile(std::span(entries).first(alsoDefault ? 2 : 1), section,
+                                    GetUserConfigFile().c_str());
 }
 
 std::vector<int> ReadUserSSLPort() {
@@ -182,8 +181,9 @@ std::vector<int> ReadUserSSLPort() {
   return ports;
 }
 
-void SetUserProcessExitFlag(const char* section, bool flag) {
-  SetInUserFile(section, "ExitFlag", BoolToText(flag));
+bool SetUserProcessExitFlag(const char* section, bool flag) {
+  return SetConfigurationToInitFile("ExitFlag", BoolToText(flag), section,
+                                    GetUserConfigFile().c_str());
 }
 
 bool GetUserProcessExitFlag(const char* section) {

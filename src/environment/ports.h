@@ -63,16 +63,17 @@ bool StoreOpenedPorts(const std::vector<OpenedPort>& opened);
 /// Entries left over from a larger map stay in the file behind it.
 bool SavePort(const PortMap& map, const char* baseKey);
 
-/// One user's port of a module (0 if none), in the section that the caller names.
+/// One user's port of a module (0 if none), in the section that the caller names. It is stored in
+/// one step, for the default as well if wanted. Returns whether it was stored.
 int GetPort(const char* section, const std::string& name, bool isDefault, bool isSecure);
-void SavePort(const char* section, const std::string& name, bool alsoDefault, bool isSecure,
+bool SavePort(const char* section, const std::string& name, bool alsoDefault, bool isSecure,
               int port);
 
 /// The secure ports of a per-user process, this module's first; empty in other work modes.
 std::vector<int> ReadUserSSLPort();
 
-/// Asks a user's process to end.
-void SetUserProcessExitFlag(const char* section, bool flag);
+/// Asks a user's process to end. Returns whether that was stored.
+bool SetUserProcessExitFlag(const char* section, bool flag);
 bool GetUserProcessExitFlag(const char* section);
 
 /// Whether the port's decimal text occurs anywhere in the file (80 is found in 8080).

@@ -77,7 +77,7 @@ int ManagerClient::Function(HttpParamRequest* request) {
   const std::string& id = request->GetClientId();
   if (request->IsTraced()) {
     LogDebug("2. Before command actually start cost: %ums. id = [%s].",
-             GetTickCount() - request->GetRecTime(), id.c_str());
+             GetTickCount() - request->GetRecTime(), ForLog(id).c_str());
   }
   if (request->GetBowserType() == 0) {
     request->GetBOOLResultStruct(false, nullptr, 0, QTP_INVALID_BROWSER, QTP_InvalidBrowserStr);
@@ -87,7 +87,7 @@ int ManagerClient::Function(HttpParamRequest* request) {
   const unsigned int started = request->GetLastTime();
   if (request->IsTraced()) {
     LogDebug("3. Command process cost: %ums. cmd = [%s]. id = [%s].", GetTickCount() - started,
-             request->GetFunName().c_str(), id.c_str());
+             ForLog(request->GetFunName()).c_str(), ForLog(id).c_str());
   }
   if (result == nullptr) {
     LogDebug("No valid value to return. result = NULL.");
@@ -97,7 +97,7 @@ int ManagerClient::Function(HttpParamRequest* request) {
   const unsigned int processed = result->GetLastTime();
   if (request->IsTraced()) {
     LogDebug("4. Command send back result cost: %ums. id = [%s].\n", GetTickCount() - processed,
-             id.c_str());
+             ForLog(id).c_str());
   }
   return sent;
 }
@@ -106,7 +106,7 @@ ManagerClient::Result ManagerClient::FunctionInner(HttpParamRequest* request) {
   const std::string& name = request->GetFunName();
   const CommandEntry* entry = FindCommand(name);
   if (entry == nullptr) {
-    LogErr("Invalid function name: %s.", name.c_str());
+    LogErr("Invalid function name: %s.", ForLog(name).c_str());
     return request->GetBOOLResultStruct(false, nullptr, 0, QTP_FUNCTION_NOT_FOUND,
                                         QTP_FunNotFoundStr);
   }

@@ -52,7 +52,7 @@ class ManagerClient {
   /// One user's ports of both modules as they are stored.
   PortsByModule GetAllListenPorts(const std::string& user);
   /// Asks a user's process to end.
-  void CloseUserProcess(const std::string& user);
+  bool CloseUserProcess(const std::string& user);
   /// The hash of a user id that pages get to see: times 33 plus byte, in 32 bits.
   static int GetHashCode(const std::string& text);
 

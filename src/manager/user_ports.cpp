@@ -37,8 +37,8 @@ ManagerClient::PortsByModule ManagerClient::GetAllListenPorts(const std::string&
   return ports;
 }
 
-void ManagerClient::CloseUserProcess(const std::string& user) {
-  SetUserProcessExitFlag(user.c_str(), true);
+bool ManagerClient::CloseUserProcess(const std::string& user) {
+  return SetUserProcessExitFlag(user.c_str(), true);
 }
 
 int ManagerClient::GetHashCode(const std::string& text) {

@@ -4,8 +4,8 @@
 #include <cstdarg>
 
 /// Receives the lines of Log and LogFailure: `debugEnabled` tells whether Debug lines are kept now,
-/// `write` takes one formatted by printf rules, and `writeFailure` an Error line, kept or not. All
-/// may be called from any thread; the last one may be missing.
+/// `write` takes one formatted by printf rules, and `writeFailure` an Error line that is always to
+/// be kept. All may be called from any thread; the last one may be missing.
 struct LogSink {
   bool (*debugEnabled)();
   void (*write)(const char* format, std::va_list arguments);
@@ -18,7 +18,8 @@ void SetLogSink(const LogSink* sink);
 
 /// Writes a Debug line, whatever `level` says, when Debug lines are kept.
 void Log(int level, const char* format, ...) __attribute__((format(printf, 2, 3)));
-/// Writes an Error line, when such lines are kept.
+/// Writes an Error line, whatever lines are kept: of what a user loses, as a setting that could not
+/// be stored.
 void LogFailure(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /// Whether this is the scanning process, which logs to the second log file; false at load.

@@ -70,7 +70,7 @@ TEST_F(Configuration, KeepsWhatIsNamedByAFunction) {
 }
 
 TEST_F(Configuration, TellsAndLogsWhatCannotBeStored) {
-  Spit(GetInitFile(), "[QV]\nLogLevel=2\n");
+  Spit(GetInitFile(), "[QV]\nLogLevel=1\n");  // keeps no other line
   const std::string noFile = GetWorkPath() + "no-file.ini";
   fs::create_directory(noFile);
   EXPECT_FALSE(SetConfigurationToInitFile("AccessPwd", "secret", nullptr, noFile.c_str()));

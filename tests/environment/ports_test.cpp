@@ -69,6 +69,10 @@ TEST_F(Ports, OfAUserAndItsWishToEndAreKeptInItsSection) {
   EXPECT_EQ(GetPort("u", "qtp", false, false), 0);
   for (const char* user : {"u", "v", "w"}) EXPECT_EQ(GetUserProcessExitFlag(user), user[0] == 'u');
   EXPECT_EQ(Slurp(GetInitFile()), "");
+  fs::remove(GetUserConfigFile());
+  fs::create_directory(GetUserConfigFile());
+  EXPECT_FALSE(SavePort("u", "hvn", true, false, 4) || SetUserProcessExitFlag("u", true));
+  fs::remove(GetUserConfigFile());
 }
 
 TEST_F(Ports, OfAUsersProcessAreItsOwnInTwoModesOnly) {
