@@ -67,7 +67,8 @@ int HttpParamRequest::SendBackResult() {
     return 0;
   }
   if (clientId_.empty()) {
-    LogDebug("Invalid json command format. cmd = [%s][%d].", commandText_.c_str(), connectionId_);
+    LogDebug("Invalid json command format. cmd = [%s][%d].", ForLog(commandText_).c_str(),
+             connectionId_);
   }
   JsonCommand::AppendCommandId(json, cmdId_);
   if (IsTraced()) LogDebug("result json = [%s].", json.c_str());

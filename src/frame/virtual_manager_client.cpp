@@ -80,13 +80,13 @@ int VirtualManagerClient::DistributeCommand(HttpParamRequest* request) {
     return 0;
   }
   const BusyMark busy(*this);
-  if (request->IsTraced()) LogDebug("Receive Command: %s", request->GetCMDString().c_str());
+  if (request->IsTraced()) LogDebug("Receive Command: %s", ForLog(request->GetCMDString()).c_str());
   try {
     return manager_->Function(request);
   } catch (const std::exception& error) {
-    LogErr("Command %s failed: %s", request->GetFunName().c_str(), error.what());
+    LogErr("Command %s failed: %s", ForLog(request->GetFunName()).c_str(), error.what());
   } catch (...) {
-    LogErr("Command %s failed.", request->GetFunName().c_str());
+    LogErr("Command %s failed.", ForLog(request->GetFunName()).c_str());
   }
   return 0;
 }
@@ -115,7 +115,7 @@ int VirtualManagerClient::DistributeHttpCommand(
                            sendBack, get1, set, get2, std::move(payload), payloadLen, true);
   if (request.IsTraced()) {
     LogDebug("Url encode json command succeed. Processing...");
-    LogDebug("cmd = [%s]", command.text.c_str());
+    LogDebug("cmd = [%s]", ForLog(command.text).c_str());
   }
   return DistributeCommand(&request);
 }

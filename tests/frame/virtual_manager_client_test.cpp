@@ -1,5 +1,6 @@
 #include "frame/virtual_manager_client.h"
 
+#include "environment/logging.h"
 #include "support/host_double.h"
 #include "support/testing.h"
 
@@ -46,6 +47,26 @@ TEST(VirtualManagerClient, IsBusyWhileACommandRunsHoweverLongTheLastIsAgo) {
   client.DistributeHttpCommand(3, &asking, "/qtp/", R"({"id":"1","method":"GetLocalIP"})", 0,
                                &Asking::Take, 0, "", nullptr, 0, nullptr, nullptr, nullptr);
   EXPECT_EQ(asking.timeout, 1);
+}
+
+TEST(VirtualManagerClient, LogsAtMostTwoKibibytesOfATextAndNoForgedLine) {
+  InitProgramInfo();
+  SetFullLogging(true);
+  VirtualManagerClient client(&FakeTime);
+  HostDouble host;
+  const std::string method = "x\\u000aforged " + std::string(50'000, 'y');
+  const std::string command = "{\"id\":\"1\",\n\"method\":\"" + method + "\"}";
+  client.DistributeHttpCommand(3, &host, "/qtp/", command, 1, &HostDouble::Take, 0, "", nullptr, 0,
+                               nullptr, nullptr, nullptr);
+  const auto log = [] { return Slurp(GetLogFile()); };
+  EXPECT_TRUE(WaitUntil([&] { return log().find("4. Command send back") != std::string::npos; }));
+  SetFullLogging(false);
+  const std::string masked = "{\"id\":\"1\",?\"method\":\"x";
+  EXPECT_NE(log().find("]: Receive Command: " + masked), std::string::npos);
+  EXPECT_NE(log().find("]: cmd = [" + masked), std::string::npos);
+  EXPECT_NE(log().find("]: Invalid function name: x?forged y"), std::string::npos);
+  const std::string before = log().substr(0, log().find("]: result json = "));
+  EXPECT_EQ(before.find(std::string(2049, 'y')), std::string::npos);
 }
 
 TEST(VirtualManagerClient, HandsAPayloadOnOnlyWhereThePathTakesOne) {
