@@ -54,4 +54,16 @@ TEST_F(ListeningPorts, StoresWhatACallOpenedUnlessTheSettingsChangedMeanwhile) {
   EXPECT_EQ(Stored(), (std::vector{plain, ports_.Snapshot()[1].actual}));
 }
 
+TEST_F(ListeningPorts, ARestartOnTheDefaultPortReplacesAStoredNumberThatIsNoPort) {
+  const host::Server::Listening probe = server_.Open(0, false, handler_);
+  server_.Close(probe.id);
+  ports_.Add("qtp", false, std::nullopt, probe.port, handler_);
+  ports_.Open("");
+  for (const int nonsense : {70000, 0, -1}) {
+    Store(nonsense, 0);
+    ports_.Reopen("");
+    EXPECT_EQ(Stored()[0], probe.port) << nonsense;
+  }
+}
+
 }  // namespace

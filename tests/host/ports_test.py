@@ -1,9 +1,12 @@
 """Ports: chosen, stored, moved by a restart, in use by another program."""
 
+import contextlib
+import fcntl
 import socket
 import unittest
+from concurrent.futures import ThreadPoolExecutor
 
-from service import Service, ServiceTest, wait_until
+from service import Service, ServiceTest, command, wait_until
 
 
 def taken_port():
@@ -66,6 +69,33 @@ class Ports(ServiceTest):
             s.secure = s.listening("https", number_of_lines)
             self.assertIn([s.plain, s.secure], (first[:2], last[:2]))
             self.assertEqual(self.stored(), last)
+
+    def test_commands_that_hang_hold_up_neither_pages_nor_a_restart(self):
+        s = self.service
+        plain = free_port()
+        s.ask("SetServerInfo", "", plain, s.secure, 20100, 20101)
+        with open(s.path(".QVConfiguration.ini.lock")) as lock, ThreadPoolExecutor(9) as pool:
+            fcntl.flock(lock, fcntl.LOCK_EX)  # a write of a setting waits four seconds for it
+            text = command("SetmDNSService", False, "", "", False, False, False, 0, False, "")
+
+            def hang(count):
+                hanging.extend(pool.submit(s.request, "POST", "/qtp/", text) for _ in range(count))
+                wait_until(lambda: s.health()["connections"] > len(hanging), "they came in")
+            hanging = []
+            hang(2)
+            s.ask("Reboot")
+            s.plain = plain
+            wait_until(self.answers, "the new port is open")
+            hang(7)  # more than there are workers
+            self.assertEqual(s.ask("GetLocalIP"), [])
+            self.assertFalse([one for one in hanging if one.done()], "they do not hang any more")
+            fcntl.flock(lock, fcntl.LOCK_UN)
+            for one in hanging:
+                self.assertEqual(one.result()[0], 200)
+
+    def answers(self):
+        with contextlib.suppress(ConnectionRefusedError):
+            return self.service.health()
 
     def test_a_port_that_cannot_be_had_leaves_the_old_one(self):
         s = self.service
