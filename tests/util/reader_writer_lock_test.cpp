@@ -52,12 +52,17 @@ TYPED_TEST(AnyLock, SharesReadsAndExcludesWrites) {
 
 TYPED_TEST(AnyLock, LetsAWaitingWriterGoBeforeNewReaders) {
   auto& lock = this->lock_;
-  ASSERT_TRUE(lock.AcquireReaderLock(0));
-  auto writer = Try(lock, true, INFINITE);
-  while (OthersMay(lock) != "") std::this_thread::yield();
-  lock.ReleaseReaderLock();
-  EXPECT_TRUE(writer.get());
-  EXPECT_EQ(OthersMay(lock), "readwrite");
+  for (const unsigned int timeoutMs : {20'000u, INFINITE}) {
+    ASSERT_TRUE(lock.AcquireReaderLock(0));
+    const auto start = std::chrono::steady_clock::now();
+    auto writer = Try(lock, true, timeoutMs);
+    while (OthersMay(lock) != "") std::this_thread::yield();
+    lock.ReleaseReaderLock();
+    EXPECT_TRUE(writer.get());
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(950))
+        << "it was not woken, but looked by itself after a second";
+    EXPECT_EQ(OthersMay(lock), "readwrite");
+  }
 }
 
 TYPED_TEST(AnyLock, GuardsDataUnderLoadAndLosesNoThread) {
@@ -137,6 +142,23 @@ TEST(RecursiveLock, CountsHoldsOfAThread) {
   lock.ReleaseAllLocks();
   EXPECT_EQ(state(), 0u);
   EXPECT_EQ(OthersMay(lock), "readwrite");
+}
+
+TEST(RecursiveLock, TakesSoManyHoldsOfAKindAndNoMore) {
+  for (const bool writes : {false, true}) {
+    CReaderWriterLock lock;
+    const auto acquire = [&] {
+      return writes ? lock.AcquireWriterLock(0) : lock.AcquireReaderLock(0);
+    };
+    int holds = 0;
+    while (holds <= 65535 && acquire()) ++holds;
+    EXPECT_EQ(holds, 65535);
+    EXPECT_EQ(lock.GetCurrentThreadStatus(), writes ? 0xFFFF0000u : 0xFFFFu);
+    writes ? lock.ReleaseWriterLock() : lock.ReleaseReaderLock();
+    EXPECT_TRUE(acquire());
+    lock.ReleaseAllLocks();
+    EXPECT_EQ(OthersMay(lock), "readwrite");
+  }
 }
 
 TEST(RecursiveLock, LetsTwoReadersUpgradeOneAfterTheOther) {
