@@ -135,16 +135,10 @@ TEST(MdnsReader, ReadsWhatTheWriterWroteAtEveryLength) {
   EXPECT_EQ(before, 5U);
 }
 
-/// The log once it has a line; `again` writes one more, since lines that wait for a running write
-/// are written by a later call.
-std::string LogWith(std::string_view line, const std::function<void()>& again) {
-  std::string text;
-  for (int i = 0; i < 5000 && text.find(line) == std::string::npos; ++i) {
-    again();
-    std::this_thread::sleep_for(std::chrono::milliseconds(2));
-    text = Slurp(GetLogFile());
-  }
-  return text;
+/// The log once it has a line.
+std::string LogWith(std::string_view line) {
+  WaitUntil([&] { return Slurp(GetLogFile()).find(line) != std::string::npos; });
+  return Slurp(GetLogFile());
 }
 
 TEST(MdnsReader, LogsFewLinesASecondOfWhatOthersSend) {
@@ -163,7 +157,8 @@ TEST(MdnsReader, LogsFewLinesASecondOfWhatOthersSend) {
     time += std::chrono::milliseconds(500);
   }
   log.emplace();  // the end of the first one tells of its last second
-  std::string text = LogWith("another\n", [] { mdns_log("another\n"); });
+  mdns_log("another\n");
+  const std::string text = LogWith("another\n");
   const std::string line = "Left out 950 lines about packets of other machines\n";
   int told = 0;
   for (std::size_t at = 0; (at = text.find(line, at)) != text.npos; at += line.size()) ++told;
@@ -179,13 +174,11 @@ TEST(MdnsReader, LogsNoForgedLine) {
   const std::string packet = "\3b\n\x7F\0"s + Fields(12, 0x8001, 60, 3) + "\1c\0"s;
   const std::string_view line = ": [::1]:5 : authority b??. PTR c. rclass 0x8001 ttl 60 length 3\n";
   NeighbourLog log;
-  NeighbourLog::Clock::time_point time{};
-  const std::string text = LogWith(line, [&] {
-    std::size_t offset = 0;
-    log.look(time += std::chrono::seconds(2));
-    mdns_records_parse(Bytes(packet), offset, mdns_entry_type::authority, 1, {"[::1]:5", &log},
-                       [](const auto&) {});
-  });
+  log.look(NeighbourLog::Clock::now());
+  std::size_t offset = 0;
+  mdns_records_parse(Bytes(packet), offset, mdns_entry_type::authority, 1, {"[::1]:5", &log},
+                     [](const auto&) {});
+  const std::string text = LogWith(line);
   SetFullLogging(false);
   EXPECT_NE(text.find(line), text.npos) << text;
 }

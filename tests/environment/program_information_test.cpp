@@ -111,13 +111,13 @@ TEST(ProgramInformation, KeepsNamesAndFlagsAsTheyAreSet) {
   const auto flags = [] {
     return std::vector{GetIfServiceStopped(), GetIfServicePaused(), GetIfServiceRestarted()};
   };
-  SetIfServiceStopped(false);
-  SetIfServicePaused(true);
-  EXPECT_EQ(flags(), (std::vector{false, true, GetIfServiceRestarted()}));
+  const bool restarted = GetIfServiceRestarted();
+  for (const bool stopped : {true, false}) {
+    SetIfServiceStopped(stopped);
+    SetIfServicePaused(!stopped);
+    EXPECT_EQ(flags(), (std::vector{stopped, !stopped, restarted}));
+  }
   SetIfServicePaused(false);
-  SetIfServiceStopped(true);
-  EXPECT_EQ(flags(), (std::vector{true, false, GetIfServiceRestarted()}));
-  SetIfServiceStopped(false);
   RestartService();
   EXPECT_EQ(flags(), (std::vector{true, false, true}));
 }

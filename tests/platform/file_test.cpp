@@ -106,24 +106,22 @@ TEST_F(FileCalls, MoveAboutInAFile) {
 
   int ends[2];
   ASSERT_EQ(::pipe(ends), 0);
-  for (const int i : {1, 0}) {
-    file = ::fdopen(ends[i], i == 0 ? "rb" : "wb");
-    DWORD count = 7;
-    char byte = 0;
-    unsigned char* block = nullptr;
-    EXPECT_EQ(GetFileSize(file, nullptr), 0xFFFFFFFF);
-    EXPECT_EQ(ReadFileEx(file, 10, &block, &count), 1);
-    EXPECT_EQ(ReadFile(file, &byte, 1, &count, nullptr), i == 0 ? 1 : 0) << "the end is no error";
-    EXPECT_EQ(count, 0u);
-    CloseFile(file);
-  }
+  FileHandle pipe = ::fdopen(ends[0], "rb"), sink = ::fdopen(ends[1], "wb");
   DWORD count = 7;
-  EXPECT_EQ(SetFilePointer(nullptr, 0, nullptr, SEEK_SET), 0xFFFFFFFF);
-  EXPECT_EQ(GetFileSize(nullptr, nullptr), 0u);
+  char byte = 0;
+  unsigned char* block = nullptr;
+  EXPECT_EQ(ReadFile(sink, &byte, 1, &count, nullptr), 0) << "it is there to be written";
+  CloseFile(sink);
+  EXPECT_EQ(GetFileSize(pipe, nullptr), 0xFFFFFFFF);
+  EXPECT_EQ(ReadFileEx(pipe, 10, &block, &count), 1);
+  EXPECT_EQ(ReadFile(pipe, &byte, 1, &count, nullptr), 1) << "the end is no error";
+  EXPECT_EQ(count, 0u);
   EXPECT_EQ(ReadFile(nullptr, nullptr, 1, &count, nullptr), 0);
   EXPECT_EQ(WriteFile(nullptr, "x", 1, &count, nullptr), 0);
-  EXPECT_EQ(count, 0u);
-  EXPECT_EQ(CloseFile(nullptr), 1);
+  EXPECT_EQ(SetFilePointer(nullptr, 0, nullptr, SEEK_SET), 0xFFFFFFFF);
+  EXPECT_EQ(GetFileSize(nullptr, nullptr), 0u);
+  for (FileHandle closed : {pipe, static_cast<FileHandle>(nullptr)})
+    EXPECT_EQ(CloseFile(closed), 1);
   FileHandle full = Open("/dev/full");
   EXPECT_EQ(WriteFile(full, "x", 1, nullptr, nullptr), 1) << "the stream holds it back";
   EXPECT_EQ(CloseFile(full), 0);
@@ -140,28 +138,18 @@ TEST_F(FileCalls, ReadAFileIntoOneBlock) {
     Spit(file_, content);
     FileHandle file = Open(file_);
     SetFilePointer(file, 5, nullptr, SEEK_SET);
-    for (int way = 0; way < 4; ++way) {
-      const bool isWhole = way % 2 == 1;
-      unsigned char* block = nullptr;
-      DWORD length = 7;
-      switch (way) {
-        case 0:
-          EXPECT_EQ(ReadFileEx(file, limit, &block, &length), 0);
-          break;
-        case 1:
-          EXPECT_EQ(ReadFile(file, &block, &length), 0);
-          break;
-        case 2:
-          EXPECT_EQ(ReadFileByNameEx(file_.c_str(), limit, &block, &length), 1);
-          break;
-        default:
-          EXPECT_EQ(ReadFileByName(file_.c_str(), &block, &length), 1);
-      }
-      const std::string& expected = isWhole ? content : read;
-      ASSERT_EQ(length, expected.size()) << way;
-      EXPECT_EQ(std::memcmp(block, expected.c_str(), length + 1), 0) << "with its NUL";
+    unsigned char* block = nullptr;
+    DWORD length = 0;
+    const auto holds = [&](const std::string& expected) {
+      const bool same = length == expected.size() &&
+                        std::memcmp(block, expected.c_str(), length + 1) == 0;  // with its NUL
       std::free(block);
-    }
+      return same;
+    };
+    EXPECT_TRUE(ReadFileEx(file, limit, &block, &length) == 0 && holds(read)) << limit;
+    EXPECT_TRUE(ReadFile(file, &block, &length) == 0 && holds(content)) << limit;
+    EXPECT_TRUE(ReadFileByNameEx(file_.c_str(), limit, &block, &length) == 1 && holds(read));
+    EXPECT_TRUE(ReadFileByName(file_.c_str(), &block, &length) == 1 && holds(content)) << limit;
     CloseFile(file);
   }
   unsigned char* block = nullptr;
@@ -285,14 +273,12 @@ TEST_F(FileCalls, SweepTheFoldersOfEarlierDays) {
   EXPECT_TRUE(Exists("p/today/x"));
 }
 
-TEST(File, CopyLeavesALibraryThatIsInUseWhole) {
-  const TempFolder folder;
-  const std::string target = folder / "target";
-  Spit(folder / "source", "new");
-  Spit(target, "old and longer");
-  std::ifstream inUse(target);
-  EXPECT_EQ(CopyFile((folder / "source").c_str(), target.c_str(), 1), 1);
-  EXPECT_EQ(Slurp(target), "new");
+TEST_F(FileCalls, CopyLeavesALibraryThatIsInUseWhole) {
+  Make("source");
+  Spit(file_, "old and longer");
+  std::ifstream inUse(file_);
+  EXPECT_EQ(CopyFile((folder_ / "source").c_str(), file_.c_str(), 1), 1);
+  EXPECT_EQ(Slurp(file_), "x");
   std::string line;
   EXPECT_TRUE(std::getline(inUse, line));
   EXPECT_EQ(line, "old and longer");

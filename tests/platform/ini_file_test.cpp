@@ -1,7 +1,6 @@
 #include "platform/ini_file.h"
 
 #include <clocale>
-#include <functional>
 #include <sstream>
 
 #include "support/testing.h"
@@ -38,111 +37,60 @@ void EditAndCompare() {
   const TempFolder folder;
   const String path = w(folder / "x.ini");
   File file;
-  String expected;
-  Stream stream;
   const auto section = [&](const char* name) { return file.GetSection(w(name)); };
-  const auto load = [&](const char* text, bool merge) {
-    stream = Stream(w(text));
-    merge ? stream >> typename File::Merge(file) : stream >> file;
-    return true;
-  };
-  using Step = std::function<bool()>;
-  for (const auto& [what, step, result, text] : Table<const char*, Step, bool, const char*>{
-           {"a value makes section and key",
-            [&] {
-              file.SetKeyValue(w(" s\t"), w("\tb "), w(" v "));
-              return file.AddSection(w("t")) != nullptr;
-            },
-            true, "[s]\nb= v \n[t]\n"},
-           {"what is there is not made again",
-            [&] {
-              return file.AddSection(w("s\t")) == section(" s") &&
-                     section("s")->AddKey(w(" b")) == section("s")->GetKey(w("b\t"));
-            },
-            true, nullptr},
-           {"nothing is found", [&] { return section("x") || section("s")->GetKey(w("x")); }, false,
-            nullptr},
-           {"to its own name", [&] { return file.RenameKey(w("s"), w("b"), w(" b")); }, false,
-            nullptr},
-           {"no section", [&] { return file.RenameKey(w("x"), w("b"), w("c")); }, false, nullptr},
-           {"no key", [&] { return file.RenameKey(w("s"), w("x"), w("c")); }, false, nullptr},
-           {"a second key", [&] { return section("s")->AddKey(w("c"))->GetValue().empty(); }, true,
-            "[s]\nb= v \nc=\n[t]\n"},
-           {"onto another key", [&] { return file.RenameKey(w("s"), w("b"), w("c")); }, false,
-            nullptr},
-           {"in order again", [&] { return file.RenameKey(w("s"), w("b"), w(" d ")); }, true,
-            "[s]\nc=\nd= v \n[t]\n"},
-           {"found by its new name alone",
-            [&] { return section("s")->GetKey(w("d")) && !section("s")->GetKey(w("b")); }, true,
-            nullptr},
-           {"onto another section", [&] { return file.RenameSection(w("s"), w("t")); }, false,
-            nullptr},
-           {"no section", [&] { return file.RenameSection(w("x"), w("y")); }, false, nullptr},
-           {"a section", [&] { return file.RenameSection(w("t"), w("\ta")); }, true,
-            "[a]\n[s]\nc=\nd= v \n"},
-           {"an empty value is one",
-            [&] { return file.GetKeyValue(w("s"), w("c"), w("x")).empty(); }, true, nullptr},
-           {"a default",
-            [&] {
-              return file.GetKeyValue(w("s"), w("x"), w("y")) == w("y") &&
-                     file.GetKeyValue(w("x"), w("c"), w("y")) == w("y") &&
-                     (file.GetKeyValue(w("s"), w("x")) + section("s")->GetKeyValue(w("x"))).empty();
-            },
-            true, nullptr},
-           {"saved and merged",
-            [&] {
-              if (!file.Save(path)) return false;
-              load("[s]\nc=1\n[b]\n", true);
-              return file.Load(path, true);
-            },
-            true, "[a]\n[b]\n[s]\nc=\nd= v \n"},
-           {"loaded instead", [&] { return file.Load(path); }, true, "[a]\n[s]\nc=\nd= v \n"},
-           {"nothing to load", [&] { return file.Load(path + w("x")); }, false, nullptr},
-           {"nowhere to save", [&] { return file.Save(w(folder.path())); }, false, nullptr},
-           {"removed by name, once",
-            [&] {
-              section("s")->RemoveKey(w("\tc "));
-              section("s")->RemoveKey(w("c"));
-              section("s")->RemoveKey(nullptr);
-              file.RemoveSection(w(" a"));
-              file.RemoveSection(w("a"));
-              file.RemoveSection(nullptr);
-              return true;
-            },
-            true, "[s]\nd= v \n"},
-           {"a key of another section",
-            [&] {
-              section("s")->RemoveKey(file.AddSection(w("z"))->AddKey(w("d")));
-              return true;
-            },
-            true, "[s]\nd= v \n[z]\nd=\n"},
-           {"removed by pointer",
-            [&] {
-              section("z")->RemoveKey(section("z")->GetKey(w("d")));
-              file.RemoveSection(section("s"));
-              return true;
-            },
-            true, "[z]\n"},
-           {"all keys",
-            [&] {
-              load("[k]\na=1\nb=2\n", false);
-              EXPECT_EQ(section("k")->GetKeys().size(), 2u);
-              section("k")->RemoveAllKeys();
-              return file.GetSections().size() == 1;
-            },
-            true, "[k]\n"},
-           {"all sections",
-            [&] {
-              file.RemoveAllSections();
-              return file.GetSections().empty();
-            },
-            true, ""}}) {
-    EXPECT_EQ(step(), result) << what;
-    stream = Stream();
+  const auto holds = [&](const char* text) {
+    Stream stream;
     stream << file;
-    if (text != nullptr) expected = w(text);
-    EXPECT_TRUE(stream.str() == expected) << what << ", wants " << (text ? text : "no change");
+    return stream.str() == w(text);
+  };
+  file.SetKeyValue(w(" s\t"), w("\tb "), w(" v "));
+  EXPECT_NE(file.AddSection(w("t")), nullptr);
+  EXPECT_TRUE(holds("[s]\nb= v \n[t]\n"));
+  EXPECT_EQ(file.AddSection(w("s\t")), section(" s")) << "what is there is not made again";
+  EXPECT_EQ(section("s")->AddKey(w(" b")), section("s")->GetKey(w("b\t")));
+  EXPECT_FALSE(section("x") || section("s")->GetKey(w("x")));
+
+  EXPECT_TRUE(section("s")->AddKey(w("c"))->GetValue().empty());
+  for (const auto& [in, from, to] : Table<const char*, const char*, const char*>{
+           {"s", "b", " b"}, {"s", "b", "c"}, {"s", "x", "d"}, {"x", "b", "d"}}) {
+    EXPECT_FALSE(file.RenameKey(w(in), w(from), w(to))) << from << to;
   }
+  EXPECT_TRUE(file.RenameKey(w("s"), w("b"), w(" d ")));
+  EXPECT_TRUE(section("s")->GetKey(w("d")) && !section("s")->GetKey(w("b")));
+  EXPECT_FALSE(file.RenameSection(w("s"), w("t")) || file.RenameSection(w("x"), w("y")));
+  EXPECT_TRUE(file.RenameSection(w("t"), w("\ta")));
+  EXPECT_TRUE(holds("[a]\n[s]\nc=\nd= v \n")) << "in order again";
+
+  EXPECT_TRUE(file.GetKeyValue(w("s"), w("c"), w("x")).empty()) << "an empty value is one";
+  EXPECT_TRUE(file.GetKeyValue(w("s"), w("x"), w("y")) == w("y"));
+  EXPECT_TRUE(file.GetKeyValue(w("x"), w("c"), w("y")) == w("y"));
+  EXPECT_TRUE((file.GetKeyValue(w("s"), w("x")) + section("s")->GetKeyValue(w("x"))).empty());
+
+  EXPECT_TRUE(file.Save(path));
+  EXPECT_FALSE(file.Save(w(folder.path())) || file.Load(path + w("x")));
+  Stream(w("[s]\nc=1\n[b]\n")) >> typename File::Merge(file);
+  EXPECT_TRUE(file.Load(path, true));
+  EXPECT_TRUE(holds("[a]\n[b]\n[s]\nc=\nd= v \n")) << "merged";
+  EXPECT_TRUE(file.Load(path));
+  EXPECT_TRUE(holds("[a]\n[s]\nc=\nd= v \n")) << "loaded instead";
+
+  for (int i = 0; i < 2; ++i) {  // the second time there is nothing to remove
+    section("s")->RemoveKey(w("\tc "));
+    file.RemoveSection(w(" a"));
+  }
+  section("s")->RemoveKey(nullptr);
+  file.RemoveSection(nullptr);
+  section("s")->RemoveKey(file.AddSection(w("z"))->AddKey(w("d")));
+  EXPECT_TRUE(holds("[s]\nd= v \n[z]\nd=\n")) << "a key of another section";
+  section("z")->RemoveKey(section("z")->GetKey(w("d")));
+  file.RemoveSection(section("s"));
+  EXPECT_TRUE(holds("[z]\n"));
+  Stream(w("[k]\na=1\nb=2\n")) >> file;
+  EXPECT_EQ(section("k")->GetKeys().size(), 2u);
+  section("k")->RemoveAllKeys();
+  EXPECT_TRUE(holds("[k]\n"));
+  file.RemoveAllSections();
+  EXPECT_TRUE(file.GetSections().empty() && holds(""));
 }
 
 TEST(IniFile, IsEditedAlikeInBothWidths) {
@@ -164,30 +112,24 @@ TEST(IniFile, WideNamesHaveCaseAndAreEqualToTheirBeginnings) {
 
 TEST(IniFile, TextsAreTrimmedAndConverted) {
   for (const auto& [text, left, right, both] :
-       Table<std::string, std::string, std::string, std::string>{
+       Table<std::string, const char*, const char*, const char*>{
            {" a b\t", "a b\t", " a b", "a b"}, {"\t ", "", "", ""}, {"", "", "", ""}}) {
-    const auto trimmed = [&text = text](auto trim) {
-      std::string copy = text;
-      trim(copy);
-      return copy;
-    };
-    EXPECT_EQ(trimmed([](std::string& copy) { LTrim(copy, " \t"); }), left);
-    EXPECT_EQ(trimmed([](std::string& copy) { RTrim(copy, " \t"); }), right);
-    EXPECT_EQ(trimmed([](std::string& copy) { Trim(copy, " \t"); }), both);
+    std::string first = text, last = text, all = text;
+    LTrim(first, " \t");
+    RTrim(last, " \t");
+    Trim(all, " \t");
+    EXPECT_EQ((std::vector{first, last, all}), (std::vector<std::string>{left, right, both}));
   }
   const std::string before = std::setlocale(LC_CTYPE, nullptr);
   ASSERT_NE(std::setlocale(LC_CTYPE, "C.UTF-8"), nullptr);
-  for (const auto& [wide, narrow] : Table<std::wstring, std::string>{{L"abc", "abc"},
-                                                                     {L"\u00e4bc",
-                                                                      "\xC3\xA4"
-                                                                      "b"},
-                                                                     {L"a\u00e4", "a"},
-                                                                     {L"", ""}}) {
+  const std::string aeB =
+      "\xC3\xA4"
+      "b";
+  for (const auto& [wide, narrow] : Table<std::wstring, std::string>{
+           {L"abc", "abc"}, {L"\u00e4bc", aeB}, {L"a\u00e4", "a"}, {L"", ""}}) {
     EXPECT_EQ(wstr_to_str(wide), narrow) << "cut where the units end";
   }
-  EXPECT_EQ(str_to_wstr("\xC3\xA4"
-                        "b"),
-            L"\u00e4b");
+  EXPECT_EQ(str_to_wstr(aeB), L"\u00e4b");
   EXPECT_EQ(str_to_wstr("a\xFF"), L"");
   std::setlocale(LC_CTYPE, before.c_str());
 }

@@ -1,52 +1,8 @@
 // Calls of the platform layer when memory runs out, at each place where they ask for some.
-#include <cstdlib>
-#include <new>
-
 #include "platform/file.h"
 #include "platform/profile.h"
+#include "support/scarce_memory.h"
 #include "support/testing.h"
-
-namespace {
-
-/// How many more requests of this thread succeed; negative for all.
-thread_local int g_left = -1;
-
-}  // namespace
-
-[[gnu::noinline]] void* operator new(std::size_t size) {
-  if (g_left == 0) throw std::bad_alloc();
-  if (g_left > 0) --g_left;
-  if (void* block = std::malloc(size)) return block;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-  return std::malloc(size);  // of those who expect a failure none is tried here
-}
-[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
-[[gnu::noinline]] void operator delete(void* block, std::size_t) noexcept { std::free(block); }
-
-namespace {
-
-/// Runs the call with no memory, then with one request granted, and so on until it succeeds. Tells
-/// how often it failed, -1 if anything was thrown.
-template <class Call>
-int FailuresOf(Call call) {
-  for (int granted = 0; granted < 10'000; ++granted) {
-    bool good = false;
-    g_left = granted;
-    try {
-      good = call();
-    } catch (...) {
-      g_left = -1;
-      return -1;
-    }
-    g_left = -1;
-    if (good) return granted;
-  }
-  return -2;
-}
-
-}  // namespace
 
 TEST(Memory, ItsLackIsAFailureThatTheCallReturns) {
   const TempFolder folder;

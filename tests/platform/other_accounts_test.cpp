@@ -1,11 +1,8 @@
 // What another account may and may not do to settings files. Root plays both accounts.
 #include <fcntl.h>
 #include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
-
-#include <csignal>
 
 #include "os/file.h"
 #include "platform/file.h"
@@ -99,13 +96,8 @@ TEST_F(OtherAccounts, WriteInPlaceWhereTheFolderIsNotTheirs) {
   }
   Allow(folder_.path(), 0755);
   const std::string kept = Slurp(file_);
-  const auto fillTheDisk = [&] {
-    std::signal(SIGXFSZ, SIG_IGN);
-    const rlimit full{4096, 4096};
-    ::setrlimit(RLIMIT_FSIZE, &full);
-    return Write(std::string(10'000, 'v').c_str());
-  };
-  EXPECT_EQ(ResultOf(StartAs(kStranger, fillTheDisk)), EFBIG);
+  const auto writeMuch = [&] { return Write(std::string(10'000, 'v').c_str()); };
+  EXPECT_EQ(ResultOf(StartAs(kStranger, OnAFullDisk(writeMuch))), EFBIG);
   EXPECT_EQ(Slurp(file_), kept) << "the half that could be written is taken back";
   const std::string source = folder_ / "source";
   Spit(source, "copied");

@@ -12,18 +12,19 @@ namespace {
 
 struct Seen {
   std::atomic<bool> started{false}, wentOn{false};
-  DWORD thread = 0;
+  DWORD thread = 0, again = 0;
 };
 
 void* Look(void* argument) {
   auto* seen = static_cast<Seen*>(argument);
   seen->thread = GetCurrentThreadId();
+  seen->again = GetCurrentThreadId();
   seen->started = true;
   return nullptr;
 }
 
 void* EndEarly(void* argument) {
-  static_cast<Seen*>(argument)->started = true;
+  Look(argument);
   endthread(3);
   static_cast<Seen*>(argument)->wentOn = true;
 }
@@ -43,13 +44,12 @@ TEST(Threads, RunAndAreJoined) {
       Seen seen;
       const ThreadHandle handle = CreateThread(nullptr, 0, start, &seen, 0, nullptr, given);
       ASSERT_NE(handle, nullptr);
-      if (given != nullptr) {
-        EXPECT_EQ(handle, given);
-      }
+      EXPECT_TRUE(given == nullptr || handle == given);
       EXPECT_EQ(WaitForThread(handle, INFINITE), 0);
       EXPECT_TRUE(seen.started) << "not waited for";
       EXPECT_FALSE(seen.wentOn);
-      EXPECT_NE(seen.thread, GetCurrentThreadId());
+      EXPECT_NE(seen.thread, GetCurrentThreadId()) << "each has a number of its own";
+      EXPECT_EQ(seen.thread, seen.again);
       if (given == nullptr) CloseThread(handle);
     }
   }
@@ -69,18 +69,6 @@ TEST(Threads, AreCancelledByALimitedWaitAndByTermination) {
   }
   EXPECT_EQ(WaitForThread(nullptr, INFINITE), -1);
   EXPECT_EQ(TerminateThread(nullptr, 1), 0);
-}
-
-TEST(Threads, HaveNumbersOfTheirOwn) {
-  const DWORD own = GetCurrentThreadId();
-  DWORD other = own, again = own;
-  std::thread([&] {
-    other = GetCurrentThreadId();
-    again = GetCurrentThreadId();
-  }).join();
-  EXPECT_NE(other, own);
-  EXPECT_EQ(again, other);
-  EXPECT_EQ(GetCurrentThreadId(), own);
 }
 
 TEST(Processes, TellAboutThemselves) {

@@ -2,9 +2,11 @@
 #pragma once
 
 #include <grp.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <vector>
 
@@ -19,6 +21,17 @@ pid_t Start(Work work) {
 inline int ResultOf(pid_t child) {
   int status = 0;
   return ::waitpid(child, &status, 0) == child && WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/// What `work` does on a disk that has no room for files of more than a page.
+template <class Work>
+auto OnAFullDisk(Work work) {
+  return [work] {
+    constexpr rlimit kFull{4096, 4096};
+    std::signal(SIGXFSZ, SIG_IGN);
+    ::setrlimit(RLIMIT_FSIZE, &kFull);
+    return work();
+  };
 }
 
 /// An account by its number, which needs no entry anywhere, and its further groups.

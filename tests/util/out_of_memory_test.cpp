@@ -1,46 +1,12 @@
 // What is left when memory ends: no helper throws, each tells by its result. Every call is tried
 // with the first allocation failing, then the second, until it needs no more.
-#include <cstdlib>
-#include <new>
-
+#include "support/scarce_memory.h"
 #include "support/testing.h"
 #include "util/cutil.h"
 #include "util/mem_buffer.h"
 #include "util/reader_writer_lock.h"
 
 namespace {
-
-thread_local int t_left =
-    -1;  // allocations that this thread still gets; negative: as many as it likes
-
-void* Allocate(std::size_t size) {
-  if (t_left == 0) return nullptr;
-  if (t_left > 0) --t_left;
-  return std::malloc(size > 0 ? size : 1);
-}
-
-}  // namespace
-
-void* operator new(std::size_t size) {
-  if (void* memory = Allocate(size)) return memory;
-  throw std::bad_alloc();
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept { return Allocate(size); }
-// Not inline: the compiler would take the call of free for one that does not match the new.
-[[gnu::noinline]] void operator delete(void* memory) noexcept { std::free(memory); }
-[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-
-namespace {
-
-// Returns how many times the call failed before it had what it needs.
-int FailuresOf(auto call) {
-  for (int allocations = 0;; ++allocations) {
-    t_left = allocations;
-    const bool done = call();
-    t_left = -1;
-    if (done) return allocations;
-  }
-}
 
 TEST(OutOfMemory, FailsWithoutThrowing) {
   const TempFolder temp;
