@@ -60,17 +60,6 @@ TEST_F(WholeFile, ALockFileIsItsOwnersAndHasOneHolder) {
   EXPECT_FALSE(fs::exists(folder_ / "elsewhere"));
 }
 
-TEST_F(WholeFile, WritingKeepsModeAndLinks) {
-  const std::string link = folder_ / "link";
-  fs::create_symlink("file", link);
-  for (const fs::perms mode : {fs::perms(0600), fs::perms(0604)}) {
-    EXPECT_EQ(WriteWholeFile(link.c_str(), "content", 0600), 0);
-    EXPECT_EQ(fs::status(file_).permissions(), mode);
-    fs::permissions(file_, fs::perms(0604));
-  }
-  EXPECT_TRUE(fs::is_symlink(link));
-}
-
 TEST_F(WholeFile, NothingBesideItDelaysAWriteAndNothingLeftBehindStays) {
   const std::string random = folder_ / ".file.0123.replacement";
   for (const std::string& left : {beside_, random}) Spit(left, "left by a killed writer");
