@@ -1,5 +1,9 @@
 #include "manager/manager_client.h"
 
+#include <pthread.h>
+
+#include <memory>
+
 #include "environment/logging.h"
 #include "manager/messages.h"
 #include "platform/system_time.h"
@@ -8,24 +12,48 @@
 namespace {
 
 struct LastError {
-  int code;
-  char message[1024];
+  int code = 0;
+  char message[1024] = "";
 };
 
-// No destructor: a thread that ran a command must not keep the module in memory.
-thread_local LastError t_lastError;
+// A last error for each thread, by a key of its own: a `thread_local` variable would keep the
+// module in memory on macOS. The key ends with the module.
+class LastErrors {
+ public:
+  LastErrors() : works_(::pthread_key_create(&key_, &Delete) == 0) {}
+  ~LastErrors() {
+    if (works_) ::pthread_key_delete(key_);
+  }
+  LastErrors(const LastErrors&) = delete;
+  LastErrors& operator=(const LastErrors&) = delete;
 
-// A handler's callback into the host may run another command on the same thread; the last error of
-// the outer one is back when it ends.
+  // The calling thread's, null when it has none.
+  LastError* Own() const {
+    return works_ ? static_cast<LastError*>(::pthread_getspecific(key_)) : nullptr;
+  }
+  bool SetOwn(LastError* error) const { return works_ && ::pthread_setspecific(key_, error) == 0; }
+
+ private:
+  // A thread that ends runs no command, so what it has is no command's.
+  static void Delete(void* error) { delete static_cast<LastError*>(error); }
+
+  pthread_key_t key_{};
+  const bool works_;
+};
+const LastErrors g_lastErrors;
+
+// A command has an error of its own for as long as it runs. A handler's callback into the host may
+// run another one on the same thread; the error of the outer one is back when it ends.
 class LastErrorScope {
  public:
-  LastErrorScope() = default;
-  ~LastErrorScope() { t_lastError = outer_; }
+  LastErrorScope() { g_lastErrors.SetOwn(&own_); }
+  ~LastErrorScope() { g_lastErrors.SetOwn(outer_); }
   LastErrorScope(const LastErrorScope&) = delete;
   LastErrorScope& operator=(const LastErrorScope&) = delete;
 
  private:
-  const LastError outer_ = t_lastError;
+  LastError* const outer_ = g_lastErrors.Own();
+  LastError own_;
 };
 
 }  // namespace
@@ -117,13 +145,25 @@ ManagerClient::Result ManagerClient::FunctionInner(HttpParamRequest* request) {
 }
 
 void ManagerClient::SetErrorInfo(int code, const char* message) {
-  t_lastError.code = code;
-  lstrcpyn(t_lastError.message, message, sizeof t_lastError.message);
+  LastError* error = g_lastErrors.Own();
+  if (error == nullptr) {  // no command runs on this thread
+    auto made = std::make_unique<LastError>();
+    if (!g_lastErrors.SetOwn(made.get())) return;
+    error = made.release();  // the thread's end deletes it
+  }
+  error->code = code;
+  lstrcpyn(error->message, message, sizeof error->message);
 }
 
-int ManagerClient::GetErrorCode() { return t_lastError.code; }
+int ManagerClient::GetErrorCode() {
+  const LastError* error = g_lastErrors.Own();
+  return error != nullptr ? error->code : 0;
+}
 
-const char* ManagerClient::GetErrorMessage() { return t_lastError.message; }
+const char* ManagerClient::GetErrorMessage() {
+  const LastError* error = g_lastErrors.Own();
+  return error != nullptr ? error->message : "";
+}
 
 bool ManagerClient::HasParameters(HttpParamRequest* request, int needed) {
   const int count = request->GetParameterCount();
