@@ -6,9 +6,17 @@
 
 namespace host {
 
+namespace {
+
+/// Of docs/commands.schema.json, which says when it is raised.
+constexpr int kApiVersion = 1;
+
+}  // namespace
+
 std::string HealthText(const Health& health) {
   using std::chrono::duration_cast, std::chrono::seconds, std::chrono::system_clock;
   Json::Value root(Json::objectValue);
+  root["apiVersion"] = kApiVersion;
   root["name"] = health.name;
   root["version"] = health.version;
   root["build"] = health.build;

@@ -40,7 +40,8 @@ BUILD_PACKAGES=(cmake g++ libboost1.81-dev libidn2-dev libjsoncpp-dev libminizip
   libssl-dev ninja-build pkg-config zlib1g-dev)
 # What its tests need beside that.
 TEST_PACKAGES=(avahi-daemon avahi-utils binutils chromium clang clang-format clang-tidy curl dbus iproute2
-  libgtest-dev openssl python3 python3-websockets python3-zeroconf tshark zip)
+  libgtest-dev openssl python3 python3-jsonschema
+  python3-websockets python3-zeroconf tshark zip)
 # What tools/macos_check needs beside that, and npm.
 MACOS_PACKAGES=(lld-14)
 BENCH_PACKAGES=(avahi-daemon avahi-utils dbus iproute2 libbenchmark-dev python3 python3-websockets)

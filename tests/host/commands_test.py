@@ -4,6 +4,7 @@ import asyncio
 import json
 import unittest
 
+import contract
 from service import ServiceTest, command
 
 
@@ -45,8 +46,10 @@ class Commands(ServiceTest):
             one % (len(t := command("Nope", i)), "Connection: close\r\n" if i == 9 else "", t)
             for i in range(10))
         replies = self.service.raw(requests.encode()).decode().split("HTTP/1.1 200 OK\r\n")[1:]
-        self.assertEqual([json.loads(r.split("\r\n\r\n", 1)[1])["result"][0] for r in replies],
-                         list(range(10)))
+        replies = [reply.split("\r\n\r\n", 1)[1] for reply in replies]
+        self.assertEqual([json.loads(reply)["result"][0] for reply in replies], list(range(10)))
+        for reply in replies:
+            contract.check_reply(command("Nope"), reply)
 
     def test_sockets_are_served_side_by_side_and_each_in_order(self):
         async def one(number, path):

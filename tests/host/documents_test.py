@@ -4,6 +4,7 @@ With --update the replies in the document are replaced by those of this run."""
 
 import contextlib
 import http.server
+import json
 import os
 import pathlib
 import re
@@ -16,6 +17,7 @@ import threading
 import unittest
 import urllib.parse
 
+import contract
 import service
 import zips
 
@@ -73,6 +75,30 @@ class Documents(service.ServiceTest):
         for command, rights in commands:
             self.assertIn(f"**{command}**", text)
             self.assertEqual(command in re.findall(r"\w+", asked), rights == "Ask", command)
+        self.assertEqual(set(contract.COMMANDS), {command for command, _ in commands})
+
+    def test_the_document_tells_what_the_schema_tells(self):
+        text = DOCUMENT.read_text()
+        for command, entry in contract.COMMANDS.items():
+            told = re.search(rf"\*\*{command}\*\*(?: \(([^)]*)\))?", text)[1]
+            items = entry["properties"]["parameter"].get("prefixItems", [])
+            self.assertEqual(re.split(r",\s+", told) if told else [],
+                             [item["description"] for item in items], command)
+        for example, reply in EXAMPLE.findall(text):
+            sent, path = re.search(r"-d '(.*?)'", example), re.search(r":\d+(/[^\s']*)", example)[1]
+            if sent or "--data-binary" in example:
+                if not reply.startswith("The origin"):  # a refusal by HTTP status
+                    contract.check_reply(sent[1] if sent else "", reply.rstrip("\n"), path)
+            else:
+                contract.check_page(path, reply)
+        errors = {}
+        for code, told in re.findall(r"^\| (-2\d\d\d) \| ([^|]*) \|", text, re.M):
+            errors.setdefault(int(code), []).append(told.split(" ...")[0].rstrip("."))
+        forms = contract.SCHEMA["$defs"]["Failure"]["oneOf"]
+        self.assertEqual(list(errors), [form["properties"]["exception"]["const"] for form in forms])
+        for form in forms:
+            for told in errors[form["properties"]["exception"]["const"]]:
+                self.assertIn(told, json.dumps(form["properties"]["description"]))
 
     @unittest.skipUnless(BROWSER, "chromium is not installed")
     def test_the_page_works_in_a_browser(self):

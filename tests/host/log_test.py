@@ -20,6 +20,7 @@ class Logs(unittest.TestCase):
         service.plain = ports["qtp"]
         service.ask("GetServerInfo")
         service.plain = ports["one"]
+        service.checked = False
         self.assertIn("get -1", service.request("POST", "/qtp/", "nonsense")[2].decode())
         service.stop()
         lines = service.errors().splitlines()

@@ -39,6 +39,7 @@ class Modules(unittest.TestCase):
     def test_all_three_callbacks_answer(self):
         with Service() as s:
             self.start(s, "one")
+            s.checked = False
             for request, expected in (
                     ("startmDNS", "get 0 , set 0, get 0 "),
                     ("restartService", "get 0 , set 0, get 0 "),

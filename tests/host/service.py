@@ -1,5 +1,6 @@
 """The program under test in a folder of its own: started, spoken to, and stopped in good order."""
 
+import collections
 import contextlib
 import http.client
 import json
@@ -15,6 +16,8 @@ import time
 import unittest
 
 import websockets
+
+import contract
 
 BIN = pathlib.Path(os.environ["QV_BIN"])
 MODULE = os.environ["QV_MODULE"]
@@ -35,6 +38,67 @@ def wait_until(condition, what):
     raise AssertionError("waited in vain until " + what)
 
 
+class CheckedResponse(http.client.HTTPResponse):
+    """A response whose body is held against the contract as soon as it has been read whole."""
+
+    asked = None  # method, path and body of the request
+
+    def read(self, *amount):
+        body = super().read(*amount)
+        method, path, sent = self.asked or ("HEAD", "", None)
+        if self.status == 200 and not amount:
+            if method == "POST":
+                contract.check_reply(sent, body, path)
+            elif method == "GET":
+                contract.check_page(path, body)
+        return body
+
+
+class Checked:
+    """What makes a client's connection hold each response against the contract."""
+
+    response_class = CheckedResponse
+    sent = None
+
+    def request(self, method, path, body=None, headers={}, **more):
+        if body is not None and not isinstance(body, (str, bytes)):
+            body = list(body)
+        whole = b"".join(body) if isinstance(body, list) else body
+        self.sent = method, path, whole
+        super().request(method, path, iter(body) if isinstance(body, list) else body, headers,
+                        **more)
+
+    def getresponse(self):
+        response = super().getresponse()
+        response.asked = self.sent
+        return response
+
+
+class CheckedConnection(Checked, http.client.HTTPConnection):
+    pass
+
+
+class CheckedSecureConnection(Checked, http.client.HTTPSConnection):
+    pass
+
+
+class CheckedSocket(websockets.WebSocketClientProtocol):
+    """A WebSocket that holds each reply against the contract: they come in the commands' order."""
+
+    def __init__(self, *words, **more):
+        super().__init__(*words, **more)
+        self.open_commands = collections.deque()
+
+    async def send(self, message):
+        self.open_commands.append(message)
+        await super().send(message)
+
+    async def recv(self):
+        reply = await super().recv()
+        contract.check_reply(self.open_commands.popleft(), reply)
+        return reply
+
+
 class Service:
     """A context: the folder is made on entry and removed on exit, where the program, if it still
     runs, must end with code 0 and without a word of the sanitizers."""
@@ -52,6 +116,7 @@ class Service:
         self.arguments = list(arguments)
         self.account = account  # that the program runs as, by its number; needs root
         self.process = self.plain = self.secure = None
+        self.checked = True  # replies against the contract; off for modules of other commands
 
     def __enter__(self):
         return self
@@ -124,8 +189,9 @@ class Service:
 
     def http(self, secure=False):
         if not secure:
-            return http.client.HTTPConnection("127.0.0.1", self.plain, timeout=PATIENCE)
-        return http.client.HTTPSConnection(
+            kind = CheckedConnection if self.checked else http.client.HTTPConnection
+            return kind("127.0.0.1", self.plain, timeout=PATIENCE)
+        return CheckedSecureConnection(
             "127.0.0.1", self.secure, context=self.tls(), timeout=PATIENCE)
 
     def connect(self, port=None, timeout=PATIENCE):
@@ -156,7 +222,8 @@ class Service:
         if secure:
             options["ssl"] = self.tls()
         scheme, port = ("wss", self.secure) if secure else ("ws", self.plain)
-        return websockets.connect(f"{scheme}://localhost:{port}{path}", **options)
+        return websockets.connect(
+            f"{scheme}://localhost:{port}{path}", create_protocol=CheckedSocket, **options)
 
     def request(self, method, path, body=None, headers=None, secure=False):
         """Status, headers and body of one request."""
