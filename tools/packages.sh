@@ -44,4 +44,6 @@ TEST_PACKAGES=(avahi-daemon avahi-utils binutils chromium clang clang-format cla
   python3-websockets python3-zeroconf tshark zip)
 # What tools/macos_check needs beside that, and npm.
 MACOS_PACKAGES=(lld-14)
+# Node from elsewhere brings npm and conflicts with Debian's.
+command -v npm >/dev/null || TEST_PACKAGES+=(nodejs npm)
 BENCH_PACKAGES=(avahi-daemon avahi-utils dbus iproute2 libbenchmark-dev python3 python3-websockets)
