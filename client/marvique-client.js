@@ -156,7 +156,8 @@ async function ask(one, signal) {
   const url = one.url + "/health";
   try {
     const response = await fetch(url, how);
-    Object.assign(one, judge(response.status, await response.text()));
+    const answer = judge(response.status, await response.text());
+    if (one.answer === "pending") Object.assign(one, answer);
   } catch (error) {
     // Node tells; browsers do not.
     if (/CERT|SIGNED/.test(/** @type {any} */ (error)?.cause?.code)) one.untrusted = true;
@@ -164,9 +165,9 @@ async function ask(one, signal) {
     // fails here, too.
     try {
       if (!signal.aborted) await fetch(url, { ...how, mode: "no-cors" });
-      if (!signal.aborted) one.answer = "opaque";
+      if (!signal.aborted && one.answer === "pending") one.answer = "opaque";
     } catch {
-      if (!signal.aborted) one.answer = "failed";
+      if (!signal.aborted && one.answer === "pending") one.answer = "failed";
     }
   }
 }
@@ -191,6 +192,7 @@ function askBySocket(one, settings, signal) {
     };
     socket.onclose = ({ code }) => {
       if (code === 1015) one.untrusted = true; // RFC 6455, 7.4.1: the TLS handshake failed
+      else one.socketClosed = true;
       resolve(null);
     };
     // An engine may leave out the close event; where there is one it comes right behind.
@@ -200,12 +202,11 @@ function askBySocket(one, settings, signal) {
 
 /**
  * Asks all addresses at once, until the first good answer or until each has told what it can.
- * @param {Settings} settings
+ * @param {Settings} settings @param {Promise<string | undefined>} permission
  * @returns {Promise<{ found: Types.Asked | null, socket: WebSocket | null, asked: Types.Asked[] }>}
  */
-async function search(settings) {
-  /** A browser that asks its user holds fetch back; some let a WebSocket through meanwhile. */
-  const hesitation = 700;
+async function search(settings, permission) {
+  const hesitation = 700; // milliseconds; the service answers within some
   const ended = new AbortController();
   const timer = setTimeout(() => ended.abort(), settings.patience);
   /** @type {Types.Asked[]} */
@@ -219,8 +220,12 @@ async function search(settings) {
     const answered = ask(one, ended.signal).then(() => null);
     await Promise.race([answered, pause(hesitation, ended.signal)]);
     let socket = null;
-    if (one.answer === "pending") {
-      socket = await Promise.race([answered, askBySocket(one, settings, ended.signal)]);
+    // While a browser asks its user it holds fetch back, or lets it fail; in some of them a WebSocket
+    // gets through.
+    const isHeld = one.answer === "pending";
+    if (isHeld || (one.answer === "failed" && (await permission) === "prompt")) {
+      const opening = askBySocket(one, settings, ended.signal);
+      socket = await (isHeld ? Promise.race([answered, opening]) : opening);
       if (one.answer === "pending") await answered;
     }
     if (one.answer !== "ok") throw one;
@@ -234,6 +239,17 @@ async function search(settings) {
     clearTimeout(timer);
     ended.abort();
   }
+}
+
+/**
+ * The search, and once more when the user answered the browser's question meanwhile.
+ * @param {Settings} settings
+ */
+async function find(settings) {
+  const permission = permissionState();
+  const result = await search(settings, permission);
+  if (result.found || (await permission) !== "prompt") return result;
+  return (await permissionState()) === "granted" ? search(settings, permissionState()) : result;
 }
 
 /** The browser's permission to reach this machine, undefined where there is none. */
@@ -267,7 +283,11 @@ async function explain(asked, settings) {
 
   const permission = await permissionState();
   const mayLack = permission === "prompt" || permission === "denied";
-  if (told("pending") && mayLack) return named("permission");
+  if (told("pending") && mayLack) {
+    // Something listens. Where a WebSocket needs no permission it was the service that closed it.
+    const isClosed = asked.some((one) => one.socketClosed);
+    return isClosed ? named("permission", "origin-refused") : named("permission");
+  }
 
   const secure = asked.filter((one) => one.secure);
   const limit = AbortSignal.timeout(3000);
@@ -544,7 +564,7 @@ class ServiceClient {
       // Not all pages of a machine at the same moment.
       await pause(length * (0.5 + Math.random() / 2), this.#closed.signal);
       if (this.#closed.signal.aborted) return;
-      const { found, socket } = await search(this.#settings);
+      const { found, socket } = await find(this.#settings);
       if (this.#closed.signal.aborted) return socket?.close();
       if (!found) continue;
       this.#use(found, socket);
@@ -589,7 +609,7 @@ function readReply(method, text) {
  */
 export async function connect(options = {}) {
   const settings = complete(options);
-  const { found, socket, asked } = await search(settings);
+  const { found, socket, asked } = await find(settings);
   if (found) return /** @type {Service} */ (new ServiceClient(settings, found, socket));
   const causes = await explain(asked, settings);
   const message = causes.map((cause) => cause.sentence).join(" Or: ");
@@ -603,7 +623,7 @@ export async function connect(options = {}) {
  */
 export async function diagnose(options = {}) {
   const settings = complete(options);
-  const { found, socket, asked } = await search(settings);
+  const { found, socket, asked } = await find(settings);
   socket?.close();
   const causes = found ? [] : await explain(asked, settings);
   return { causes, url: found?.url ?? null, health: found?.health ?? null, asked };

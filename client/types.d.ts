@@ -45,6 +45,8 @@ export interface Asked {
   health?: Health;
   /** The certificate was refused, where an engine tells that. */
   untrusted?: boolean;
+  /** A WebSocket was tried and closed. */
+  socketClosed?: boolean;
 }
 
 export interface Diagnosis {
