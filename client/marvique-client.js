@@ -281,12 +281,13 @@ async function explain(asked, settings) {
   if (told("opaque")) return named("origin-refused");
   if (told("other-user")) return named("other-user");
 
+  const { location, navigator } = globalThis;
   const permission = await permissionState();
   const mayLack = permission === "prompt" || permission === "denied";
   if (told("pending") && mayLack) {
-    // Something listens. Where a WebSocket needs no permission it was the service that closed it.
+    // Firefox asks for fetch alone: there it was the service that closed a WebSocket.
     const isClosed = asked.some((one) => one.socketClosed);
-    return isClosed ? named("permission", "origin-refused") : named("permission");
+    return isClosed && navigator.vendor === "" ? named("permission", "origin-refused") : named("permission");
   }
 
   const secure = asked.filter((one) => one.secure);
@@ -297,7 +298,6 @@ async function explain(asked, settings) {
   if (permission === "denied") return named("permission");
   if (secure.some((one) => one.untrusted)) return named("certificate");
 
-  const { location, navigator } = globalThis;
   const plainIsBlocked = location?.protocol === "https:" && /^Apple/.test(navigator.vendor);
   if (plainIsBlocked && secure.length === 0) return named("mixed-content");
   /** @type {Types.Cause[]} */
@@ -481,7 +481,11 @@ class ServiceClient {
   /** @param {Entry} entry @param {number} status @param {string} text */
   #answer(entry, status, text) {
     if (status === 200) return entry.take(text);
-    entry.fail(new ServiceError("refused", text.trim() || `HTTP status ${status}`, { status, text }));
+    // A WebSocket would have this refusal as a reply with that code.
+    const isForbidden = status === 403;
+    const details = { status, text, exception: isForbidden ? -2205 : undefined };
+    const kind = isForbidden ? "failed" : "refused";
+    entry.fail(new ServiceError(kind, text.trim() || `HTTP status ${status}`, details));
   }
 
   /** @param {string} path */

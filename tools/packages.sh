@@ -39,9 +39,9 @@ fail() {
 BUILD_PACKAGES=(cmake g++ libboost1.81-dev libidn2-dev libjsoncpp-dev libminizip-dev
   libssl-dev ninja-build pkg-config zlib1g-dev)
 # What its tests need beside that.
-TEST_PACKAGES=(avahi-daemon avahi-utils binutils chromium clang clang-format clang-tidy curl dbus iproute2
-  libgtest-dev openssl python3 python3-jsonschema
-  python3-websockets python3-zeroconf tshark zip)
+TEST_PACKAGES=(avahi-daemon avahi-utils binutils chromium clang clang-format clang-tidy curl dbus firefox-esr iproute2
+  libgtest-dev libnss3-tools openssl python3 python3-jsonschema python3-websockets python3-zeroconf
+  tshark webkit2gtk-driver xvfb zip)
 # What tools/macos_check needs beside that, and npm.
 MACOS_PACKAGES=(lld-14)
 # Node from elsewhere brings npm and conflicts with Debian's.

@@ -220,16 +220,16 @@ describe("with a server that misbehaves", () => {
       await waiting;
     }));
 
-  test("a refusal by HTTP carries its status and its sentence", async () => {
-    const other = await listen((request, response) =>
-      request.method === "GET" ? sendsJson(HEALTH)(request, response)
-        : sends(403, "The origin may not run Reboot.\n")(request, response));
-    const client = await connect({ ports: [other.port], securePorts: [], WebSocket: null });
-    const error = await fails(client.reboot(), "refused", { status: 403 });
-    assert.equal(error.message, "The origin may not run Reboot.");
-    client.close();
-    await other.close();
-  });
+  for (const [status, kind, exception] of [[403, "failed", -2205], [503, "refused", undefined]]) {
+    test(`the status ${status} and its sentence are told`, async () => {
+      const other = await listen((request, response) =>
+        (request.method === "GET" ? sendsJson(HEALTH) : sends(status, "A sentence.\n"))(request, response));
+      const client = await connect({ ports: [other.port], securePorts: [], WebSocket: null });
+      await fails(client.reboot(), kind, { status, exception, message: "A sentence." });
+      client.close();
+      await other.close();
+    });
+  }
 });
 
 test("the module is small and tells one version", () => {

@@ -10,14 +10,17 @@ constexpr std::string_view kMethods = "POST, GET, HEAD, OPTIONS";
 
 }  // namespace
 
-Response::Response(const RequestFacts& facts, const Origin& origin, http::status status)
+Response::Response(const RequestFacts& facts, const Origin& origin, http::status status,
+                   std::string_view caching)
     : version_(facts.version) {
   head_.reserve(320);
   head_ = version_ == 11 ? "HTTP/1.1 " : "HTTP/1.0 ";
   head_ += std::to_string(static_cast<unsigned>(status)) + " ";
   head_ += std::string_view(http::obsolete_reason(status));
+  head_ += "\r\nCache-Control: ";
+  head_ += caching;
   head_ +=
-      "\r\nCache-Control: no-store\r\nX-Content-Type-Options: nosniff"
+      "\r\nX-Content-Type-Options: nosniff"
       // The answer to one origin must never be taken for the answer to another.
       "\r\nVary: Origin\r\n";
   if (origin) Set("Access-Control-Allow-Origin", *origin);

@@ -25,6 +25,7 @@ struct RequestFacts {
   std::string userAgent;
   std::string requestedHeaders;  ///< those that a page's browser asks about
   bool asksPrivateNetwork = false;
+  std::string knownTags;   ///< If-None-Match: what the client has already
   std::string token;       ///< of the console
   bool crossSite = false;  ///< sent by a page of another site, as browsers say
   bool expectsContinue = false;
@@ -36,8 +37,10 @@ struct RequestFacts {
 
 class Response {
  public:
-  /// Without a body; `origin` is that of the page that may read it, if any.
-  Response(const RequestFacts& facts, const Origin& origin, http::status status);
+  /// Without a body; `origin` is that of the page that may read it, if any, `caching` the value of
+  /// Cache-Control.
+  Response(const RequestFacts& facts, const Origin& origin, http::status status,
+           std::string_view caching = "no-store");
 
   void Set(std::string_view name, std::string_view value);
   /// Leaves the text out where only its length is asked for.

@@ -9,6 +9,7 @@
 #include "environment/logging.h"
 #include "environment/users.h"
 #include "host/http/http_wire.h"
+#include "host/http/static_files.h"
 #include "host/http/websocket_session.h"
 #include "host/http/wire_text.h"
 #include "os/system.h"
@@ -225,6 +226,9 @@ Awaitable<Response> HttpSession::Answer(RequestReader& request, const Entry& ent
       break;
     default:
       co_return say(status::method_not_allowed, "Commands are sent by POST.");
+  }
+  if (const StaticFile* file = FindStaticFile(PathOf(facts))) {
+    co_return FileResponse(facts, entry.reader, *file);
   }
   const auto& pages = core_.parts.pages;
   const auto page = pages.find(PathOf(facts));

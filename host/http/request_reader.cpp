@@ -64,6 +64,9 @@ void RequestReader::on_field_impl(http::field name, View text, View value, error
     case http::field::access_control_request_headers:
       facts_.requestedHeaders = value;
       break;
+    case http::field::if_none_match:
+      facts_.knownTags = value;
+      break;
     case http::field::connection:
     case http::field::upgrade:
     case http::field::sec_websocket_key:

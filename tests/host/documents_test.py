@@ -22,6 +22,7 @@ import service
 import zips
 
 DOCUMENT = pathlib.Path(__file__).resolve().parents[2] / "docs" / "commands.md"
+CLIENT = DOCUMENT.parents[1] / "client" / "marvique-client.js"
 EXAMPLE = re.compile(r"^```console\n\$ (curl [^\n]*)\n(.*?)```$", re.M | re.S)
 BROWSER = shutil.which("chromium")
 
@@ -106,7 +107,8 @@ class Documents(service.ServiceTest):
         page, shown = re.search(
             r"^```html\n(.*?)```$.*?^```text\n(.*?)```$", text, re.M | re.S).groups()
         plain = str(self.service.plain)
-        PageHandler.page = (page.replace("18625", plain) + WATCHER).encode()
+        page = page.replace("18625", plain).replace("18626", str(self.service.secure))
+        PageHandler.page = (page + WATCHER).encode()
         with http.server.ThreadingHTTPServer(("127.0.0.1", 0), PageHandler) as server:
             threading.Thread(target=server.serve_forever, daemon=True).start()
             self.addCleanup(server.shutdown)
@@ -119,9 +121,8 @@ class Documents(service.ServiceTest):
 
 # Tells the test what the page shows once that changes.
 WATCHER = """<script>
-  const first = out.textContent;
   setInterval(() => {
-    if (out.textContent !== first) fetch("/shown?" + encodeURIComponent(out.textContent));
+    if (out.textContent !== "asking") fetch("/shown?" + encodeURIComponent(out.textContent));
   }, 50);
 </script>"""
 
@@ -137,10 +138,11 @@ class PageHandler(http.server.BaseHTTPRequestHandler):
     def do_GET(self):
         if self.path.startswith("/shown?"):
             PageHandler.shown = urllib.parse.unquote(self.path.partition("?")[2])
+        is_client = self.path == "/" + CLIENT.name
         self.send_response(200)
-        self.send_header("Content-Type", "text/html; charset=utf-8")
+        self.send_header("Content-Type", "text/javascript" if is_client else "text/html; charset=utf-8")
         self.end_headers()
-        self.wfile.write(self.page)
+        self.wfile.write(CLIENT.read_bytes() if is_client else self.page)
 
 
 @contextlib.contextmanager

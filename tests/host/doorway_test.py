@@ -2,12 +2,14 @@
 
 import asyncio
 import json
+import pathlib
 import unittest
 
 import websockets
 
 from service import ServiceTest, command
 
+CLIENT = pathlib.Path(__file__).resolve().parents[2] / "client/marvique-client.js"
 ASK = {"Origin": "https://ask.example"}
 MANAGE = {"Origin": "https://manage.example.com"}
 CUT = {"Origin": "https://manage.example.c"}  # what other settings would keep of a list as long
@@ -116,6 +118,21 @@ class Doorway(ServiceTest):
             [204, ASK["Origin"], "POST, GET, OPTIONS", "content-type, x-a", "true"], b""))
         self.assertIsNone(preflight(ASK, "a\"b")[0][3])
         self.assertEqual(preflight(FOREIGN, "x-a")[0][:2], [403, None])
+
+    def test_the_page_client_is_for_pages_that_may_ask(self):
+        for headers in (ASK, {}):
+            status, answer, body = self.service.request("GET", "/client.js?x", None, headers)
+            self.assertEqual([status, body] + [answer[name] for name in (
+                "Access-Control-Allow-Origin", "Vary", "Content-Type", "Cache-Control")],
+                [200, CLIENT.read_bytes(), headers.get("Origin"), "Origin",
+                 "text/javascript; charset=utf-8", "no-cache"])
+        tag = answer["ETag"]
+        for known, expected in (tag, 304), (f'"x", W/{tag}', 304), ('"x"', 200):
+            status, again, body = self.service.request(
+                "GET", "/client.js", None, {**ASK, "If-None-Match": known})
+            self.assertEqual((status, again["ETag"], body == b""), (expected, tag, status == 304))
+        self.assertEqual(self.service.request("GET", "/client.js", None, FOREIGN)[0], 403)
+        self.assertEqual(self.service.request("HEAD", "/client.js")[::2], (200, b""))
 
     def test_edited_lists_take_effect_in_the_running_service(self):
         def statuses():
