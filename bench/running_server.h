@@ -51,7 +51,7 @@ class RunningServer {
   EchoHandler workerEcho_{connections_, false};
   host::Door door_{[] { return host::OriginLists(); }};
   host::Accounts accounts_{[] { return host::Accounts::Settings(); }};
-  host::Server server_{{{}, door_, accounts_, connections_, [] { return nullptr; }, {}}};
+  host::Server server_{{{}, door_, accounts_, connections_, [] { return nullptr; }, "", {}}};
   int echoPort_ = 0;
   int workerEchoPort_ = 0;
   int modulePort_ = 0;

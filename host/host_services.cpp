@@ -28,6 +28,9 @@ struct AnnouncedText {
 };
 thread_local AnnouncedText announced;
 
+/// Where the upload can be opened whose command runs on this thread, "" for none.
+thread_local std::string uploadPath;
+
 /// Calls the living object. What it throws must not reach the module.
 template <class Call>
 int Guarded(const char* request, Call call) {
@@ -51,6 +54,10 @@ int Refuse(const char* request) {
 HostServices::HostServices(Discovery& discovery) : discovery_(discovery) { current = this; }
 
 HostServices::~HostServices() { current = nullptr; }
+
+HostServices::UploadScope::UploadScope(std::string path) { uploadPath = std::move(path); }
+
+HostServices::UploadScope::~UploadScope() { uploadPath.clear(); }
 
 int HostServices::Get(const char*, const char*, const char* name, void* out, unsigned int* length) {
   return Guarded(name, [&](HostServices& services) {
@@ -85,6 +92,7 @@ bool HostServices::Perform(std::string_view request) {
 std::optional<std::string> HostServices::TextFor(std::string_view request) {
   if (request == "getServiceInfo") return discovery_.EncodedServices();
   if (request == "getBinaryFileInfo") return BinaryFileInfo();
+  if (request == "getUploadFile") return uploadPath;
   return std::nullopt;
 }
 

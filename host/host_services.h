@@ -39,6 +39,16 @@ class HostServices {
   /// no request that there is takes data. Returns as Get does.
   static int Set(const char*, const char*, const char* name, const void* data, unsigned int length);
 
+  /// While it lives, "getUploadFile" tells this path on the thread that made it: there the command
+  /// runs that the upload belongs to.
+  class UploadScope {
+   public:
+    explicit UploadScope(std::string path);
+    ~UploadScope();
+    UploadScope(const UploadScope&) = delete;
+    UploadScope& operator=(const UploadScope&) = delete;
+  };
+
   /// Whether a restart was asked for since the last call. Any thread.
   bool TakeRestart() { return restart_.load() && restart_.exchange(false); }
 

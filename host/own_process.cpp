@@ -13,6 +13,7 @@
 
 #include "environment/paths.h"
 #include "host/host_log.h"
+#include "host/http/upload_file.h"
 #include "os/folder.h"
 #include "os/process.h"
 #include "os/system.h"
@@ -181,7 +182,8 @@ void RemoveInterruptedUploads(const std::string& cacheFolder) {
     struct stat status {};
     if (!cache.Status(entry, &status)) continue;
     bool removed = true;
-    if (S_ISREG(status.st_mode) && name.starts_with("module_") && name.ends_with(".zip")) {
+    if (S_ISREG(status.st_mode) && ((name.starts_with("module_") && name.ends_with(".zip")) ||
+                                    name.starts_with(kUploadPrefix))) {
       removed = cache.RemoveFile(entry);
     } else if (S_ISDIR(status.st_mode) &&
                (name.starts_with("Unzip_") || name.starts_with("Update_"))) {

@@ -66,7 +66,8 @@ Limits LimitsFrom(const Options& options) {
   // Settings are files: what commands and the log need must not be eaten up by connections.
   constexpr std::size_t kForFiles = 64;
   const std::size_t descriptors = DescriptorLimit();
-  const std::size_t left = descriptors > 2 * kForFiles ? descriptors - kForFiles : descriptors / 2;
+  const std::size_t others = kForFiles + 2 * limits.reservedConnections;
+  const std::size_t left = descriptors > 2 * others ? descriptors - others : descriptors / 2;
   limits.connections = std::min(limits.connections, left);
   limits.patience = options.patience.value_or(limits.patience);
   return limits;
@@ -146,6 +147,7 @@ Service::Service(const Options& options, OwnProcess& process, const ConsoleToken
                accounts_,
                connections_,
                [this] { return identity_.Context(); },
+               GetCachePath(),
                {{"/health", [this] { return HealthNow(); }},
                 {"/services", [this] { return discovery_.ServicesText(); }}}}),
       ports_(server_, door_) {}

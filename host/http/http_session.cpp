@@ -4,6 +4,7 @@
 #include <boost/asio/detached.hpp>
 #include <boost/asio/ssl/context.hpp>
 #include <boost/beast/http/error.hpp>
+#include <cstring>
 
 #include "command/command_text.h"
 #include "environment/logging.h"
@@ -23,6 +24,7 @@ using http::status;
 /// The page that is answered from the places kept free.
 constexpr std::string_view kHealthPage = "/health";
 
+constexpr const char* kStopping = "The service is stopping.";
 constexpr const char* kTooMuchWaits = "Too many texts and replies are waiting: try again later.";
 
 std::string_view PathOf(const RequestFacts& facts) {
@@ -31,16 +33,12 @@ std::string_view PathOf(const RequestFacts& facts) {
 
 /// A place among the uploads, for the time of a scope.
 struct UploadPlace {
-  UploadPlace(std::atomic<std::size_t>& counter, bool wanted) : taken(wanted ? &counter : nullptr) {
-    if (taken != nullptr) number = ++*taken;
-  }
-  ~UploadPlace() {
-    if (taken != nullptr) --*taken;
-  }
+  explicit UploadPlace(std::atomic<std::size_t>& counter) : taken(counter), number(++taken) {}
+  ~UploadPlace() { --taken; }
   UploadPlace(const UploadPlace&) = delete;
   UploadPlace& operator=(const UploadPlace&) = delete;
-  std::atomic<std::size_t>* taken;
-  std::size_t number = 0;
+  std::atomic<std::size_t>& taken;
+  const std::size_t number;
 };
 
 class HttpSession : public std::enable_shared_from_this<HttpSession> {
@@ -94,11 +92,17 @@ class HttpSession : public std::enable_shared_from_this<HttpSession> {
 
   void End(Ending ending);
   Awaitable<Next> Exchange();
-  Awaitable<status> ReadBody(RequestReader& request, std::size_t limit, BudgetShare& share);
+  Awaitable<void> InviteBody(const RequestReader& request);
+  Awaitable<status> ReadText(RequestReader& request, BudgetShare& share);
+  Awaitable<status> ReadUpload(RequestReader& request, UploadFile& file, int* error);
+  status BodyStatus(const error_code& ec) const;
   status HeaderStatus(const error_code& ec, bool begun) const;
   std::string RefuseForRoom(const RequestFacts& facts, const Entry& entry);
   Awaitable<Response> Answer(RequestReader& request, const Entry& entry);
   Awaitable<Response> Post(RequestReader& request, const Entry& entry);
+  Awaitable<Response> PostUpload(RequestReader& request, const Entry& entry);
+  static Response RefuseBody(const RequestFacts& facts, const Entry& entry, status why,
+                             std::size_t limit);
   Awaitable<Response> RunCommand(const RequestFacts& facts, const Entry& entry,
                                  IncomingCommand command);
   IncomingCommand MakeCommand(const RequestFacts& facts, const Entry& entry);
@@ -242,37 +246,66 @@ Awaitable<Response> HttpSession::Answer(RequestReader& request, const Entry& ent
 
 Awaitable<Response> HttpSession::Post(RequestReader& request, const Entry& entry) {
   const RequestFacts& facts = request.facts();
+  const bool isUpload = TakesBinaryBody(facts.target);
+  const std::size_t limit = isUpload ? limits_.uploadBytes : limits_.textBytes;
+  if (const auto length = request.content_length(); length && *length > limit) {
+    co_return RefuseBody(facts, entry, status::payload_too_large, limit);
+  }
+  if (isUpload) co_return co_await PostUpload(request, entry);
+
+  BudgetShare share(core_.queues);
+  const status outcome = co_await ReadText(request, share);
+  if (outcome != status::ok) co_return RefuseBody(facts, entry, outcome, limit);
+  wasLarge_ = request.body().size() >= Limits::kLargeBytes;
+  IncomingCommand command = MakeCommand(facts, entry);
+  command.text = std::move(request.body());
+  if (command.text.find('\0') != command.text.npos) {
+    co_return TextResponse(facts, entry.reader, status::bad_request,
+                           "The text of a command holds no NUL.");
+  }
+  co_return co_await RunCommand(facts, entry, std::move(command));
+}
+
+Awaitable<Response> HttpSession::PostUpload(RequestReader& request, const Entry& entry) {
+  const RequestFacts& facts = request.facts();
   const auto say = [&facts, &entry](status code, std::string text) {
     return TextResponse(facts, entry.reader, code, std::move(text));
   };
-  const bool upload = TakesBinaryBody(facts.target);
-  const std::size_t limit = upload ? limits_.uploadBytes : limits_.textBytes;
-  const std::string tooLarge = "A body may have " + std::to_string(limit) + " bytes here at most.";
-  if (const auto length = request.content_length(); length && *length > limit) {
-    co_return say(status::payload_too_large, tooLarge);
-  }
-  if (upload) {
-    std::string refusal = core_.parts.door.RefuseUpload(entry.caller, entry.rights);
-    if (!refusal.empty()) co_return say(status::forbidden, std::move(refusal));
-  }
-  const UploadPlace place(core_.uploads, upload);
+  std::string refusal = core_.parts.door.RefuseUpload(entry.caller, entry.rights);
+  if (!refusal.empty()) co_return say(status::forbidden, std::move(refusal));
+  const UploadPlace place(core_.uploads);
   if (place.number > limits_.uploadsAtOnce) {
     co_return say(status::service_unavailable,
                   "Other uploads are being received: try again later.");
   }
-  BudgetShare share(core_.queues);
-  const status outcome = co_await ReadBody(request, limit, share);
-  if (outcome == status::payload_too_large) co_return say(outcome, tooLarge);
-  if (outcome == status::service_unavailable) co_return say(outcome, kTooMuchWaits);
-  if (outcome != status::ok) co_return say(outcome, "The body cannot be read.");
-
-  wasLarge_ = request.body().size() >= Limits::kLargeBytes;
-  IncomingCommand command = MakeCommand(facts, entry);
-  (upload ? command.payload : command.text) = std::move(request.body());
-  if (command.text.find('\0') != command.text.npos) {
-    co_return say(status::bad_request, "The text of a command holds no NUL.");
+  UploadFile file;
+  int error = file.Make(core_.parts.uploadFolder);
+  if (error == 0) {
+    const status outcome = co_await ReadUpload(request, file, &error);
+    if (outcome == status::service_unavailable) co_return say(outcome, kStopping);
+    if (outcome != status::ok) {
+      co_return RefuseBody(facts, entry, outcome, limits_.uploadBytes);
+    }
   }
+  if (error == 0) error = file.Map();
+  if (error != 0) {
+    co_return say(status::insufficient_storage,
+                  std::string("The upload cannot be stored: ") + std::strerror(error) + ".");
+  }
+  IncomingCommand command = MakeCommand(facts, entry);
+  command.upload = &file;
   co_return co_await RunCommand(facts, entry, std::move(command));
+}
+
+/// Why a body was not taken.
+Response HttpSession::RefuseBody(const RequestFacts& facts, const Entry& entry, status why,
+                                 std::size_t limit) {
+  std::string text = "The body cannot be read.";
+  if (why == status::service_unavailable) text = kTooMuchWaits;
+  if (why == status::payload_too_large) {
+    text = "A body may have " + std::to_string(limit) + " bytes here at most.";
+  }
+  return TextResponse(facts, entry.reader, why, std::move(text));
 }
 
 Awaitable<Response> HttpSession::RunCommand(const RequestFacts& facts, const Entry& entry,
@@ -289,8 +322,7 @@ Awaitable<Response> HttpSession::RunCommand(const RequestFacts& facts, const Ent
   const bool ran = handler_.IsQuick(command) ? core_.RunHere(job)
                                              : co_await core_.RunOnWorker(place_->holder(), job);
   if (!ran) {
-    co_return TextResponse(facts, entry.reader, status::service_unavailable,
-                           "The service is stopping.");
+    co_return TextResponse(facts, entry.reader, status::service_unavailable, kStopping);
   }
   if (!refusal.empty()) {
     LogInfo("A command was refused: %s", refusal.c_str());
@@ -307,20 +339,47 @@ Awaitable<Response> HttpSession::RunCommand(const RequestFacts& facts, const Ent
   co_return ReplyResponse(facts, entry.reader, std::move(reply->text));
 }
 
-Awaitable<status> HttpSession::ReadBody(RequestReader& request, std::size_t limit,
-                                        BudgetShare& share) {
-  if (request.facts().expectsContinue && !request.done() && !wire_.HasBytes()) {
-    co_await wire_.Write(kContinue);
-  }
+Awaitable<void> HttpSession::InviteBody(const RequestReader& request) {
+  if (!request.facts().expectsContinue || request.done() || wire_.HasBytes()) co_return;
+  co_await wire_.Write(kContinue);
+}
+
+Awaitable<status> HttpSession::ReadText(RequestReader& request, BudgetShare& share) {
+  co_await InviteBody(request);
   while (!request.done()) {
-    const error_code ec = co_await wire_.ReadBodyPart(request, limit);
-    if (ec == http::error::body_limit) co_return status::payload_too_large;
-    if (wire_.TimedOut()) co_return status::request_timeout;
-    if (ec) co_return status::bad_request;
+    const error_code ec = co_await wire_.ReadBodyPart(request, limits_.textBytes);
+    if (ec) co_return BodyStatus(ec);
     if (!share.Resize(request.body().size())) co_return status::service_unavailable;
   }
   wire_.StopClock();
   co_return status::ok;
+}
+
+/// `error` is why it cannot be stored, with the status ok.
+Awaitable<status> HttpSession::ReadUpload(RequestReader& request, UploadFile& file, int* error) {
+  constexpr std::size_t kPiece = 1024 * 1024;
+  request.ReadInPieces();
+  co_await InviteBody(request);
+  while (!request.done()) {
+    const error_code ec = co_await wire_.ReadBodyPart(request, limits_.uploadBytes);
+    if (ec) co_return BodyStatus(ec);
+    if (request.body().size() < kPiece && !request.done()) continue;
+    // A disk may be slow, and this thread serves others.
+    wire_.StopClock();
+    const auto store = [&] { *error = file.Append(request.body()); };
+    const bool ran = co_await core_.RunOnWorker(place_->holder(), store);
+    if (!ran) co_return status::service_unavailable;
+    if (*error != 0) break;
+    request.body().clear();
+  }
+  wire_.StopClock();
+  co_return status::ok;
+}
+
+/// How a body that could not be read is answered.
+status HttpSession::BodyStatus(const error_code& ec) const {
+  if (ec == http::error::body_limit) return status::payload_too_large;
+  return wire_.TimedOut() ? status::request_timeout : status::bad_request;
 }
 
 }  // namespace

@@ -20,9 +20,10 @@ struct Limits {
   std::size_t headerBytes = 32 * 1024;    ///< of a request; beyond it 431
   std::size_t textBytes = 16 * kMiB;      ///< of a command's text; beyond it 413 or close code 1009
   std::size_t uploadBytes = 512 * kMiB;   ///< of a binary body; beyond it 413
-  std::size_t uploadsAtOnce = 2;          ///< each is held in memory; beyond it 503
+  std::size_t uploadsAtOnce = 2;          ///< each is a file of that size; beyond it 503
   std::size_t connections = 256;          ///< open at once; beyond it the longest idle one goes
-  std::size_t reservedConnections = 32;   ///< beyond them, while all work: GET /health, else 503
+  std::size_t reservedConnections = 32;   ///< beyond them, while all work: GET /health, else 503;
+                                          ///< and as many more that are just being closed
   std::size_t waitingMessages = 64;       ///< read ahead on a WebSocket while a command runs; then
   std::size_t waitingBytes = 16 * kMiB;   ///< the client's further messages wait in its socket
   std::size_t outboundBytes = 64 * kMiB;  ///< of replies not yet taken; beyond it close code 1013

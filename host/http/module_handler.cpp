@@ -31,7 +31,7 @@ bool IsQuickCommand(std::string_view path, std::string_view text) {
 }
 
 bool ModuleHandler::IsQuick(const IncomingCommand& command) const {
-  return own_ && command.payload.empty() && IsQuickCommand(command.path, command.text);
+  return own_ && command.upload == nullptr && IsQuickCommand(command.path, command.text);
 }
 
 void ModuleHandler::Run(const IncomingCommand& command) {
@@ -41,13 +41,15 @@ void ModuleHandler::Run(const IncomingCommand& command) {
     ~Count() { --running; }
   } const count(running_);
   const bool direct = command.kind == 1;
-  const bool payload = !command.payload.empty();
+  const UploadFile* const upload = command.upload;
+  const HostServices::UploadScope scope(upload != nullptr ? upload->path() : "");
   module_.functions().distributeCommand(
       command.connectionId, &connections_, command.kind,
       direct ? command.text.c_str() : command.path.c_str(), direct ? "" : command.text.c_str(),
-      payload ? command.payload.data() : nullptr, static_cast<unsigned int>(command.payload.size()),
-      command.browserType, &SendBack, command.socket, command.domain.c_str(), &HostServices::Get,
-      &HostServices::Set, &HostServices::Get);
+      upload != nullptr ? upload->data() : nullptr,
+      upload != nullptr ? static_cast<unsigned int>(upload->size()) : 0, command.browserType,
+      &SendBack, command.socket, command.domain.c_str(), &HostServices::Get, &HostServices::Set,
+      &HostServices::Get);
 }
 
 void ModuleHandler::Answered() {

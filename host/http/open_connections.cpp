@@ -13,12 +13,14 @@ OpenConnections::~OpenConnections() = default;
 
 std::unique_ptr<OpenConnections::Place> OpenConnections::Enter(const std::string& holder, End end) {
   const MutexLock lock(mutex_);
+  if (HasItsShare(holder)) return nullptr;
   bool isReserved = false;
   if (entries_.size() - countEnding_ >= most_) {
     const Entry* ended = EndLongestIdle();
     isReserved = ended == nullptr || ended->isReserved;
   }
-  if (entries_.size() >= most_ + reserved_) {
+  if (entries_.size() - countEnding_ >= most_ + reserved_) return nullptr;
+  if (countEnding_ > reserved_) {
     // Those that went have had their time to say goodbye.
     for (const auto& [number, entry] : entries_) {
       if (entry.isEnding) entry.end(Ending::AtOnce);
@@ -26,10 +28,7 @@ std::unique_ptr<OpenConnections::Place> OpenConnections::Enter(const std::string
     return nullptr;
   }
   Entry& entry = entries_[++lastNumber_];
-  if (!Hold(entry, holder)) {
-    entries_.erase(lastNumber_);
-    return nullptr;
-  }
+  Hold(entry, holder);
   entry.end = std::move(end);
   entry.isReserved = isReserved;
   entry.idleSince = Clock::now();
@@ -37,15 +36,15 @@ std::unique_ptr<OpenConnections::Place> OpenConnections::Enter(const std::string
   return std::make_unique<Place>(*this, lastNumber_, entry);
 }
 
-/// Makes the entry the holder's. False, and nothing changed, when that has its share.
-bool OpenConnections::Hold(Entry& entry, const std::string& holder) {
-  if (!holder.empty() && ++holders_[holder] > ShareOf(most_)) {
-    Release(holder);
-    return false;
-  }
+bool OpenConnections::HasItsShare(const std::string& holder) const {
+  const auto held = holders_.find(holder);
+  return held != holders_.end() && held->second >= ShareOf(most_);
+}
+
+void OpenConnections::Hold(Entry& entry, const std::string& holder) {
+  if (!holder.empty()) ++holders_[holder];
   Release(entry.holder);
   entry.holder = holder;
-  return true;
 }
 
 void OpenConnections::Release(const std::string& holder) {
@@ -98,7 +97,8 @@ void OpenConnections::EndAll(Ending ending) {
 bool OpenConnections::Place::LetIn(const std::string& holder) {
   if (!holder.empty() && holder != holder_) {
     const MutexLock lock(table_.mutex_);
-    if (!table_.Hold(entry_, holder)) return false;
+    if (table_.HasItsShare(holder)) return false;
+    table_.Hold(entry_, holder);
     holder_ = holder;
   }
   entry_.isIn = true;

@@ -53,7 +53,9 @@ class OpenConnections {
   static constexpr Clock::time_point kWorking = Clock::time_point::max();
 
   void Leave(int number);
-  bool Hold(Entry& entry, const std::string& holder) QV_REQUIRES(mutex_);
+  bool HasItsShare(const std::string& holder) const QV_REQUIRES(mutex_);
+  /// Makes the entry the holder's.
+  void Hold(Entry& entry, const std::string& holder) QV_REQUIRES(mutex_);
   void Release(const std::string& holder) QV_REQUIRES(mutex_);
   const Entry* EndLongestIdle() QV_REQUIRES(mutex_);
 

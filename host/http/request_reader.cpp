@@ -23,16 +23,17 @@ std::size_t RequestReader::TakeBody(boost::asio::const_buffer bytes, std::size_t
 }
 
 std::size_t RequestReader::Append(View part, error_code& ec) {
-  if (part.size() > bodyLimit_ - body_.size()) {
+  if (part.size() > bodyLimit_ - received_) {
     ec = http::error::body_limit;
     return 0;
   }
   // A length is believed once its first part has come: no length that a client claims reserves
   // memory. Growing by doubling would hold up to twice as much.
-  if (!body_.empty()) {
+  if (!body_.empty() && !inPieces_) {
     body_.reserve(std::min<std::uint64_t>(content_length().value_or(0), bodyLimit_));
   }
   body_.append(part.data(), part.size());
+  received_ += part.size();
   return part.size();
 }
 

@@ -32,6 +32,8 @@ class RequestReader : private http::basic_parser<true> {
   std::size_t TakeBody(boost::asio::const_buffer bytes, std::size_t limit,
                        boost::system::error_code& ec);
   std::string& body() { return body_; }
+  /// From now on the body is what has come of it since it was last cleared.
+  void ReadInPieces() { inPieces_ = true; }
 
  private:
   using View = boost::beast::string_view;
@@ -54,6 +56,8 @@ class RequestReader : private http::basic_parser<true> {
   RequestFacts facts_;
   std::string body_;
   std::size_t bodyLimit_ = 0;
+  std::size_t received_ = 0;  // of the whole body
+  bool inPieces_ = false;
   bool codings_ = false;  // a Transfer-Encoding has been seen
 };
 

@@ -11,6 +11,7 @@
 #include "host/door.h"
 #include "host/http/connections.h"
 #include "host/http/limits.h"
+#include "host/http/upload_file.h"
 
 namespace boost::asio::ssl {
 class context;
@@ -24,7 +25,7 @@ struct IncomingCommand {
   int kind = 0;
   std::string path;  ///< with its query; for kind 1 the path of direct messages
   std::string text;
-  std::string payload;  ///< binary body, "" for none
+  const UploadFile* upload = nullptr;  ///< the binary body, if there is one
   int browserType = 0;
   int socket = -1;
   std::string domain;
@@ -57,6 +58,8 @@ struct ServerParts {
   Connections& connections;
   /// The certificate for the next secure connection; null closes it. Any thread calls.
   std::function<std::shared_ptr<boost::asio::ssl::context>()> tls;
+  /// Where uploads are kept while they come; it ends in "/".
+  std::string uploadFolder;
   /// What GET answers, as JSON text, by its path. Threads of the server call, which must not wait.
   std::map<std::string, std::function<std::string()>, std::less<>> pages;
 };

@@ -38,9 +38,11 @@ typedef signed char (*SendBackFunc)(int connectionId, void* host, const char* te
  *   restartService                      listen anew once the reply is out; out and len are null
  *   stopmDNSQuery, startmDNSQuery       browsing for other services; out and len are null
  *   stopmDNS, startmDNS                 announcing this service; out and len are null
- *   getBinaryFileInfo, getServiceInfo   a text, asked for twice: with a null out the host stores
- * its size through len; then *len is the room in out, and the host stores how much of it it filled.
- * No terminator. Both calls are about one text, if the same thread makes one after the other.
+ *   getBinaryFileInfo, getServiceInfo, getUploadFile   a text, asked for twice: with a null out the
+ * host stores its size through len; then *len is the room in out, and the host stores how much of
+ * it it filled. No terminator. Both calls are about one text, if the same thread makes one after
+ * the other. The last is the path of a file that holds the data of the command that runs on this
+ * thread, until it ends; an empty text where there is none.
  *
  * No name takes data yet. The result is 0 for done and negative for refused, as any other name is;
  * the module goes on either way. */

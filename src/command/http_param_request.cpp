@@ -14,8 +14,7 @@ HttpParamRequest::HttpParamRequest(int connectionId, void* host, const std::stri
                                    int browserType, int socket, const std::string& domain,
                                    SendBackWrapper wrapper, SendBackFunc sendBack,
                                    HostDataGetFunc get1, HostDataSetFunc set, HostDataGetFunc get2,
-                                   std::unique_ptr<const unsigned char[]> payload, long payloadLen,
-                                   bool flag)
+                                   HttpParamResponse::Payload payload, long payloadLen, bool flag)
     : connectionId_(connectionId),
       host_(host),
       commandText_(commandText),

@@ -16,7 +16,10 @@ using SendBackWrapper = signed char (*)(SendBackFunc fn, int connectionId, void*
 /// The payload that came with a request and the reply's JSON text.
 class HttpParamResponse {
  public:
-  HttpParamResponse(std::unique_ptr<const unsigned char[]> data, int len, bool flag)
+  /// Memory of its own, or memory that outlives the command.
+  using Payload = std::shared_ptr<const unsigned char[]>;
+
+  HttpParamResponse(Payload data, int len, bool flag)
       : data_(std::move(data)), len_(len), flag_(flag) {}
   virtual ~HttpParamResponse() = default;
 
@@ -25,11 +28,15 @@ class HttpParamResponse {
   /// The payload, null when there is none; valid as long as the request.
   const unsigned char* GetData() const { return data_.get(); }
   int GetDataLen() const { return len_; }
+  /// A file that holds the payload, "" where the host keeps none.
+  const std::string& GetFile() const { return file_; }
+  void SetFile(std::string path) { file_ = std::move(path); }
   bool GetFlag() const { return flag_; }
 
  private:
   std::string json_;
-  std::unique_ptr<const unsigned char[]> data_;
+  Payload data_;
+  std::string file_;
   int len_;
   bool flag_;
 };
@@ -39,8 +46,8 @@ class HttpParamRequest {
   HttpParamRequest(int connectionId, void* host, const std::string& commandText, int browserType,
                    int socket, const std::string& domain, SendBackWrapper wrapper,
                    SendBackFunc sendBack, HostDataGetFunc get1, HostDataSetFunc set,
-                   HostDataGetFunc get2, std::unique_ptr<const unsigned char[]> payload,
-                   long payloadLen, bool flag);
+                   HostDataGetFunc get2, HttpParamResponse::Payload payload, long payloadLen,
+                   bool flag);
   virtual ~HttpParamRequest() = default;
   HttpParamRequest(const HttpParamRequest&) = delete;
   HttpParamRequest& operator=(const HttpParamRequest&) = delete;

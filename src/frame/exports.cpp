@@ -92,11 +92,9 @@ int DistributeCommand(int connectionId, void* host, int kind, const char* text1,
       LogErr("DistributeCommand was given a null text or too many bytes.");
       return 0;
     }
-    std::unique_ptr<unsigned char[]> payload;
-    if (data != nullptr) {
-      payload = std::make_unique_for_overwrite<unsigned char[]>(dataLen);
-      std::copy_n(static_cast<const unsigned char*>(data), dataLen, payload.get());
-    }
+    // The host's own memory: the command has ended when this call returns.
+    HttpParamResponse::Payload payload(HttpParamResponse::Payload(),
+                                       static_cast<const unsigned char*>(data));
     return VirtualManagerClient::GetInstance()->DistributeHttpCommand(
         connectionId, host, path, text, browserType, sendBack, socket, domain, std::move(payload),
         static_cast<long>(data == nullptr ? 0 : dataLen), get1, set, get2);

@@ -94,8 +94,8 @@ int VirtualManagerClient::DistributeCommand(HttpParamRequest* request) {
 int VirtualManagerClient::DistributeHttpCommand(
     int connectionId, void* host, const std::string& path, const std::string& requestText,
     int browserType, SendBackFunc sendBack, int socket, const std::string& domain,
-    std::unique_ptr<const unsigned char[]> payload, long payloadLen, HostDataGetFunc get1,
-    HostDataSetFunc set, HostDataGetFunc get2) {
+    HttpParamResponse::Payload payload, long payloadLen, HostDataGetFunc get1, HostDataSetFunc set,
+    HostDataGetFunc get2) {
   const CommandText command = BuildCommandText(path, requestText);
   if (command.text.empty()) {
     return SendBack(sendBack, connectionId, host, "Invalid command", nullptr, 0, nullptr);

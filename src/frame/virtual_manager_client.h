@@ -49,7 +49,7 @@ class VirtualManagerClient : public ImageMap {
   int DistributeHttpCommand(int connectionId, void* host, const std::string& path,
                             const std::string& requestText, int browserType, SendBackFunc sendBack,
                             int socket, const std::string& domain,
-                            std::unique_ptr<const unsigned char[]> payload, long payloadLen,
+                            HttpParamResponse::Payload payload, long payloadLen,
                             HostDataGetFunc get1, HostDataSetFunc set, HostDataGetFunc get2);
   std::string GetQVVersionFromRequestString(const std::string& path) const;
 

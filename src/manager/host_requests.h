@@ -18,15 +18,16 @@ enum HostRequest : int {
   HOST_GET_SERVICE_INFO,
   HOST_GET_BINARY_FILE_INFO,
   HOST_RESTART_SERVICE,
+  HOST_GET_UPLOAD_FILE,
   HOST_REQUEST_COUNT
 };
 
 /// The names by HostRequest, one slot of 64 characters each. The first two are also what the host
 /// itself asks this module for.
 inline constexpr char RESERVED_CMD[HOST_REQUEST_COUNT][64] = {
-    "fileInHVNWhiteList", "addFileToWhiteList", "createProcess",     "/verify?id=",
-    "startmDNSQuery",     "stopmDNSQuery",      "startmDNS",         "stopmDNS",
-    "reloadNginx",        "getServiceInfo",     "getBinaryFileInfo", "restartService"};
+    "fileInHVNWhiteList", "addFileToWhiteList", "createProcess", "/verify?id=", "startmDNSQuery",
+    "stopmDNSQuery",      "startmDNS",          "stopmDNS",      "reloadNginx", "getServiceInfo",
+    "getBinaryFileInfo",  "restartService",     "getUploadFile"};
 
 /// Asks the host of this request for a service without input and output. Returns the host's
 /// result, -1 when it gave no callback.

@@ -8,12 +8,14 @@
 #include <cstdlib>
 #include <filesystem>
 #include <mutex>
+#include <optional>
 #include <thread>
 
 #include "environment/configuration.h"
 #include "environment/logging.h"
 #include "environment/module_identity.h"
 #include "environment/paths.h"
+#include "manager/host_requests.h"
 #include "manager/manager_client.h"
 #include "manager/messages.h"
 #include "manager/unzip.h"
@@ -172,16 +174,20 @@ std::string FindRefusedName(const std::string& folder) {
 
 /// Unpacks the archive that a request carries. `tick` makes the archive's name its own.
 bool UnpackBody(const HttpParamResponse& body, unsigned int tick, const std::string& folder) {
-  const ScratchFile archive(
-      Formatted("%smodule_%d.zip", GetCachePath().c_str(), static_cast<int>(tick)));
-  const int saved = CUtil::SaveDataToFileInner(archive.path().c_str(), body.GetData(),
-                                               static_cast<unsigned int>(body.GetDataLen()), 0);
-  if (saved != 0) {
-    LogErr("Failed to SaveFile file %s, %d, %d", archive.path().c_str(), saved, GetLastError());
+  std::optional<ScratchFile> copy;
+  int saved = 0;
+  if (body.GetFile().empty()) {
+    copy.emplace(Formatted("%smodule_%d.zip", GetCachePath().c_str(), static_cast<int>(tick)));
+    saved = CUtil::SaveDataToFileInner(copy->path().c_str(), body.GetData(),
+                                       static_cast<unsigned int>(body.GetDataLen()), 0);
+    if (saved != 0) {
+      LogErr("Failed to SaveFile file %s, %d, %d", copy->path().c_str(), saved, GetLastError());
+    }
   }
   const int saveError = GetLastError();
+  const std::string& archive = copy ? copy->path() : body.GetFile();
   Compress compress;
-  if (compress.Unzip(archive.path().c_str(), folder.c_str())) return true;
+  if (compress.Unzip(archive.c_str(), folder.c_str())) return true;
   // The extractor would name the file in the cache, which says nothing to who sent it.
   if (saved != 0) {
     Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, "The upload cannot be stored", saveError);
@@ -307,7 +313,9 @@ ManagerClient::Result ManagerClient::LoadZipFromBytes(HttpParamRequest* request)
     kind = ZIP_MODULE_FILES;
     version.clear();
   }
-  const HttpParamResponse& body = *request->GetHttpParamResponse();
+  HttpParamResponse& body = *request->GetHttpParamResponse();
+  // A payload that the host keeps in a file need not be copied into another.
+  if (body.GetData() != nullptr) body.SetFile(AskHostForText(*request, HOST_GET_UPLOAD_FILE));
   if (kind != ZIP_SERVICE) {
     const bool certificates = kind == ZIP_CERTIFICATES;
     return BoolResult(request, InstallZip(body, certificates ? GetCertPath() : ModuleFolder()));

@@ -44,6 +44,9 @@ int AddStartFolder(posix_spawn_file_actions_t* actions, const char* folder);
 bool FillRandom(void* target, std::size_t size);
 /// Makes a file's written bytes reach the disk. Returns 0 or an errno.
 int FlushToDisk(int descriptor);
+/// A path by which this process can open once more, from its beginning, what is open for reading as
+/// a descriptor, also a file that has no name any more.
+std::string PathOfDescriptor(int descriptor);
 /// The modification time in a file's status, and the time of its last change of any kind.
 std::timespec ModificationTime(const struct stat& status);
 std::timespec ChangeTime(const struct stat& status);

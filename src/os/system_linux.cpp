@@ -215,6 +215,10 @@ bool FillRandom(void* target, std::size_t size) { return ::getentropy(target, si
 
 int FlushToDisk(int descriptor) { return ::fdatasync(descriptor) == 0 ? 0 : errno; }
 
+std::string PathOfDescriptor(int descriptor) {
+  return "/proc/self/fd/" + std::to_string(descriptor);
+}
+
 std::timespec ModificationTime(const struct stat& status) { return status.st_mtim; }
 std::timespec ChangeTime(const struct stat& status) { return status.st_ctim; }
 

@@ -156,6 +156,12 @@ int FlushToDisk(int descriptor) {
   return ::fsync(descriptor) == 0 ? 0 : errno;
 }
 
+// Who opens this path shares the descriptor's place in the file.
+std::string PathOfDescriptor(int descriptor) {
+  ::lseek(descriptor, 0, SEEK_SET);
+  return "/dev/fd/" + std::to_string(descriptor);
+}
+
 std::timespec ModificationTime(const struct stat& status) { return status.st_mtimespec; }
 std::timespec ChangeTime(const struct stat& status) { return status.st_ctimespec; }
 

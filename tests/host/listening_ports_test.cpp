@@ -31,7 +31,7 @@ class ListeningPorts : public ::testing::Test {
   host::Door door_{[] { return host::OriginLists{}; }};
   NoCommands handler_;
   host::Accounts accounts_{[] { return host::Accounts::Settings(); }};
-  host::Server server_{{{}, door_, accounts_, connections_, [] { return nullptr; }, {}}};
+  host::Server server_{{{}, door_, accounts_, connections_, [] { return nullptr; }, "", {}}};
   host::ListeningPorts ports_{server_, door_};
 };
 

@@ -57,7 +57,9 @@ TEST(Replies, OfAllConnectionsHaveOneBudget) {
   host::ByteBudget budget(2 * kBytes);
   const auto fits = [&budget] {
     host::FirstReply reply(budget);
-    return reply.Deliver({std::string(kBytes, 'x'), ""}) != reply.overflowed();
+    const bool isTaken = reply.Deliver({std::string(kBytes, 'x'), ""});
+    EXPECT_NE(isTaken, reply.overflowed());
+    return isTaken;
   };
   auto full = std::make_unique<host::Outbox>(1 << 20, budget, [] {});
   EXPECT_TRUE(full->Deliver({std::string(kBytes, 'a'), ""}));
