@@ -25,6 +25,7 @@
 #include "host/modules.h"
 #include "host/own_process.h"
 #include "host/tls_identity.h"
+#include "os/system.h"
 
 namespace host {
 
@@ -298,6 +299,7 @@ std::string Service::HealthNow() const {
 int RunService(const Options& options, const std::string& build) {
   // A client that goes away must not end the service.
   std::signal(SIGPIPE, SIG_IGN);
+  os::KeepLittleMemory();
   SendLogToStandardError();
   InitProgramInfo();
   OwnProcess process(build, options.arguments);

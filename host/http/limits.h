@@ -15,7 +15,7 @@ struct Limits {
   /// Longer texts take long to be read, whatever they run: never on a thread that serves sockets.
   static constexpr std::size_t kQuickBytes = 4 * 1024;
   /// After a text or a reply of this size free memory is given back to the system.
-  static constexpr std::size_t kLargeBytes = kMiB;
+  static constexpr std::size_t kLargeBytes = 128 * 1024;
 
   std::size_t headerBytes = 32 * 1024;    ///< of a request; beyond it 431
   std::size_t textBytes = 16 * kMiB;      ///< of a command's text; beyond it 413 or close code 1009

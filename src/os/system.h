@@ -29,8 +29,10 @@ std::uint32_t ThreadNumber();
 std::uint32_t TickCount();
 /// The process's physical footprint in bytes, 0 when unknown.
 std::uint64_t PhysicalFootprint();
-/// Gives what memory this process has freed back to the system, which takes up to some
-/// milliseconds.
+/// From now on large blocks of memory that are freed go back to the system at once. While the
+/// process has one thread.
+void KeepLittleMemory();
+/// Gives what else this process has freed back to the system, which takes up to some milliseconds.
 void GiveMemoryBack();
 /// Name and home folder of the user this process runs as, "" when unknown. The folder is $HOME if
 /// that is a full path, else the user record's, without a trailing "/" (but "/" itself).

@@ -203,6 +203,13 @@ std::uint64_t PhysicalFootprint() {
   return resident * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
 }
 
+void KeepLittleMemory() {
+  // Unless they are set, both grow with what is freed: then each of many heaps keeps up to 64 MiB
+  // at its end, which malloc_trim does not take.
+  ::mallopt(M_MMAP_THRESHOLD, 256 * 1024);
+  ::mallopt(M_TRIM_THRESHOLD, 1024 * 1024);
+}
+
 void GiveMemoryBack() { ::malloc_trim(0); }
 
 char** Environment() { return ::environ; }

@@ -136,6 +136,8 @@ std::uint64_t PhysicalFootprint() {
   return result == KERN_SUCCESS ? information.phys_footprint : 0;
 }
 
+void KeepLittleMemory() {}
+
 void GiveMemoryBack() { ::malloc_zone_pressure_relief(nullptr, 0); }
 
 char** Environment() { return *::_NSGetEnviron(); }

@@ -1,12 +1,15 @@
 """Hostile input: a clear error or a clean close, and the service answers afterwards."""
 
 import asyncio
+import concurrent.futures
 import contextlib
+import pathlib
+import re
 import unittest
 
 import websockets
 
-from service import ServiceTest, command, drain
+from service import SANITIZED, ServiceTest, command, drain, wait_until
 
 MIB = 1024 * 1024
 UPGRADE = ("Upgrade: websocket", "Connection: Upgrade", "Sec-WebSocket-Version: 13",
@@ -122,6 +125,24 @@ class Hostile(HostileTest):
 
         for message, code in ((b"\x01", 1003), ('{"id":"\0"}', 1007), ("x" * (16 * MIB + 1), 1009)):
             self.assertEqual(asyncio.run(close_code(message)), code)
+
+
+    @unittest.skipIf(SANITIZED, "sanitizers keep what is freed")
+    def test_large_commands_leave_no_memory_behind(self):
+        status = pathlib.Path(f"/proc/{self.service.process.pid}/status")
+
+        def resident():
+            return int(re.search(r"VmRSS:\s+(\d+) kB", status.read_text())[1]) // 1024
+
+        before = resident()
+        long = command("Nope", "x" * (15 * MIB))
+        many = command("Nope", *[1] * 99_000)
+        with concurrent.futures.ThreadPoolExecutor() as pool:
+            replies = pool.map(lambda text: self.service.request("POST", "/qtp/", text)[0],
+                               [long, many] * 4)
+            self.assertEqual(list(replies), [200] * 8)
+        wait_until(lambda: resident() < before + 32, "the memory is given back")
+        self.assertEqual(self.service.ask("Nope", *[1] * 101_000)["id"], "", "that is too many")
 
 
 class Silence(HostileTest):

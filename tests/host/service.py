@@ -21,6 +21,7 @@ import contract
 
 BIN = pathlib.Path(os.environ["QV_BIN"])
 MODULE = os.environ["QV_MODULE"]
+SANITIZED = any(mark in (BIN / MODULE).read_bytes() for mark in (b"__asan_init", b"__tsan_"))
 PATIENCE = 60  # seconds; sanitized programs on a busy machine are slow
 
 
