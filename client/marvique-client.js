@@ -370,6 +370,8 @@ class ServiceClient {
     const path = `/LoadZipFromBytes?type=${Number(kind)}&qvver=${version}&`;
     return this.#promise("LoadZipFromBytes", [], { deadline }, async (entry) => {
       await this.#ready;
+      if (this.#state === "closed") return entry.fail(closed());
+      if (entry.ended.signal.aborted) return;
       if (globalThis.XMLHttpRequest) return this.#upload(entry, path, archive, onProgress);
       const blob = new Blob([archive]);
       await this.#post(entry, path, blob, () => onProgress?.(blob.size, blob.size));
@@ -416,8 +418,11 @@ class ServiceClient {
         if (ended.signal.aborted) return;
         settle();
         clearTimeout(timer);
+        this.#closed.signal.removeEventListener("abort", close);
         ended.abort();
       };
+      const close = () => once(() => reject(closed()));
+      this.#closed.signal.addEventListener("abort", close);
       const timer = setTimeout(() => {
         const why = `${method} was not answered within ${deadline} ms.`;
         once(() => reject(new ServiceError("deadline", why)));

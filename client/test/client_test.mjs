@@ -220,6 +220,18 @@ describe("with a server that misbehaves", () => {
       await waiting;
     }));
 
+  test("a close ends what is under way by HTTP", async () => {
+    const other = await listen((request, response) => request.method === "GET" && sendsJson(HEALTH)(request, response));
+    const client = await connect({ ports: [other.port], securePorts: [], WebSocket: null });
+    const asked = [client.reboot(), client.qvVersion(), client.loadZipFromBytes(2, "", new Uint8Array(9))]
+      .map((promise) => fails(promise, "closed"));
+    await pause(50);
+    client.close();
+    await Promise.all(asked);
+    await fails(client.loadZipFromBytes(2, "", new Uint8Array(9)), "closed");
+    await other.close();
+  });
+
   for (const [status, kind, exception] of [[403, "failed", -2205], [503, "refused", undefined]]) {
     test(`the status ${status} and its sentence are told`, async () => {
       const other = await listen((request, response) =>
