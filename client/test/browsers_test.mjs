@@ -148,21 +148,24 @@ describe("what a page does", () => {
         }));
   }
 
-  test("chromium: a frame needs to be let in by the page around it",
-    { skip: !isInstalled("chromium") && "it is not installed" }, () =>
-      withBrowser("chromium", {}, async (browser) => {
+  // In Chromium a frame needs to be let in by the page around it.
+  for (const [engine, withoutAllow] of [["chromium", ["permission"]], ["firefox", []]]) {
+    test(`${engine}: a page in a frame of another`, { skip: !isInstalled(engine) && "it is not installed" }, () =>
+      withBrowser(engine, {}, async (browser) => {
         allow(undefined, OTHER_HOST);
-        for (const [permit, causes] of [["", ["permission"]], ["loopback-network", []]]) {
+        for (const [permit, causes] of [["", withoutAllow], ["loopback-network", []]]) {
+          const page = `?${engine}${permit}`;
           await browser.run((_, frame) => {
             const element = document.createElement("iframe");
             Object.assign(element, frame);
             document.body.append(element);
-          }, { allow: permit, src: `${pages.origin(OTHER_HOST)}/?frame${permit}` });
-          const told = await browser.run(diagnose, { ...both(), patience: PATIENCE }, `?frame${permit}`);
-          table.push(`chromium, frame, allow="${permit}": ${told.causes.join(" or ") || "works"} (${told.took.toFixed()})`);
+          }, { allow: permit, src: `${pages.origin(OTHER_HOST)}/${page}` });
+          const told = await browser.run(diagnose, { ...both(), patience: PATIENCE }, page);
+          table.push(`${engine}, frame, allow="${permit}": ${told.causes.join(" or ") || "works"} (${told.took.toFixed()})`);
           assert.deepEqual(told.causes, causes);
         }
       }));
+  }
 
   test("chromium: the page of README.md works as it stands",
     { skip: !isInstalled("chromium") && "it is not installed" }, () =>
