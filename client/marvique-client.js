@@ -123,8 +123,14 @@ function parse(text) {
   }
 }
 
-/** @param {string} url */
-const socketUrl = (url) => url.replace("http", "ws") + "/qtp/";
+/** Null where there is no WebSocket, or the engine refuses to make it. @param {Settings} settings @param {string} url */
+function openSocket(settings, url) {
+  try {
+    return settings.WebSocket && new settings.WebSocket(url.replace("http", "ws") + "/qtp/");
+  } catch {
+    return null;
+  }
+}
 
 /** @param {Types.Options} options */
 function complete(options) {
@@ -179,8 +185,8 @@ async function ask(one, signal) {
  */
 function askBySocket(one, settings, signal) {
   return new Promise((resolve) => {
-    if (!settings.WebSocket || signal.aborted) return resolve(null);
-    const socket = new settings.WebSocket(socketUrl(one.url));
+    const socket = signal.aborted ? null : openSocket(settings, one.url);
+    if (!socket) return resolve(null);
     const giveUp = () => (socket.close(), resolve(null));
     signal.addEventListener("abort", giveUp);
     socket.onopen = () => socket.send('{"id":"who","method":"QVVersion","parameter":[]}');
@@ -231,8 +237,13 @@ async function search(settings, permission) {
     if (one.answer !== "ok") throw one;
     return { found: one, socket };
   };
+  const attempts = asked.map(attempt);
   try {
-    return { ...(await Promise.any(asked.map(attempt))), asked };
+    const first = await Promise.any(attempts);
+    for (const other of attempts) {
+      other.then(({ socket }) => socket !== first.socket && socket?.close(), () => {});
+    }
+    return { ...first, asked };
   } catch {
     return { found: null, socket: null, asked };
   } finally {
@@ -290,12 +301,12 @@ async function explain(asked, settings) {
     return isClosed && navigator.vendor === "" ? named("permission", "origin-refused") : named("permission");
   }
 
+  if (permission === "denied") return named("permission");
   const secure = asked.filter((one) => one.secure);
   const limit = AbortSignal.timeout(3000);
   await Promise.all(secure.map((one) => askBySocket(one, settings, limit))).then((sockets) => {
     for (const socket of sockets) socket?.close();
   });
-  if (permission === "denied") return named("permission");
   if (secure.some((one) => one.untrusted)) return named("certificate");
 
   const plainIsBlocked = location?.protocol === "https:" && /^Apple/.test(navigator.vendor);
@@ -516,8 +527,8 @@ class ServiceClient {
     this.#url = found.url;
     this.#health = found.health ?? null;
     if (socket) return this.#adopt(socket);
-    if (!this.#settings.WebSocket) return;
-    const opening = new this.#settings.WebSocket(socketUrl(found.url));
+    const opening = openSocket(this.#settings, found.url);
+    if (!opening) return;
     const timer = setTimeout(() => opening.close(), this.#settings.patience);
     opening.onopen = () => {
       clearTimeout(timer);

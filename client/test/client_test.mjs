@@ -141,11 +141,12 @@ describe("with what is not the service", () => {
     ["a refusal", sends(403, "The Host header must be there once."), ["origin-refused"]],
     ["another user", sends(403, "This service belongs to another user of this machine.\n"), ["other-user"]],
     ["silence", () => {}, ["not-running"]],
+    ["a port that cannot be", null, ["not-running", "certificate"], { ports: [], securePorts: [99999] }],
   ];
-  for (const [what, handler, expected] of cases) {
+  for (const [what, handler, expected, more] of cases) {
     test(`${what} is told as ${expected}`, async () => {
       const other = handler ? await listen(handler) : null;
-      const options = { ports: [other?.port ?? await closedPort()], securePorts: [], patience: 1500, WebSocket };
+      const options = { ports: [other?.port ?? await closedPort()], securePorts: [], patience: 1500, WebSocket, ...more };
       assert.deepEqual(names((await diagnose(options)).causes), expected);
       const error = await fails(connect(options), "connect");
       assert.deepEqual(names(error.causes), expected);
