@@ -81,8 +81,7 @@ int FileOperations::Copy(const std::string& from, const std::string& to, mode_t 
   }
   if (::fchmod(target.get(), mode) != 0) return errno;
   *sha256 = sum.Finish();
-  if (const int error = os::FlushToDisk(target.get())) return error;
-  return ResultOf(::fsync(target.get()));  // the mode, too, which the data alone need not bring
+  return os::FlushWhollyToDisk(target.get());  // the mode, too
 }
 
 int FileOperations::Link(const std::string& from, const std::string& to) {
@@ -98,7 +97,7 @@ int FileOperations::Remove(const std::string& path) { return ResultOf(::unlink(p
 int FileOperations::SyncFolder(const std::string& path) {
   const Descriptor folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!folder) return errno;
-  return ResultOf(::fsync(folder.get()));
+  return os::FlushWhollyToDisk(folder.get());
 }
 
 int FileOperations::Write(const std::string& path, std::string_view content) {

@@ -20,6 +20,16 @@ bool IsUsable(const ifaddrs& entry, const SocketAddress& address) {
   return (entry.ifa_flags & (kConnected | IFF_LOOPBACK)) == kConnected && !address.isLoopback();
 }
 
+/// An address's mask. Some systems tell masks without a family, and without the zeros at their end.
+std::optional<SocketAddress> MaskOf(const SocketAddress& address, const sockaddr* told) {
+  if (told == nullptr) return std::nullopt;
+  if (told->sa_family != AF_UNSPEC && told->sa_family != address.family()) return std::nullopt;
+  sockaddr_storage whole{};
+  std::memcpy(&whole, told, std::min(os::SizeOfAddress(*told), sizeof whole));
+  whole.ss_family = address.data()->sa_family;
+  return SocketAddress::from(reinterpret_cast<const sockaddr*>(&whole));
+}
+
 }  // namespace
 
 std::optional<SocketAddress> SocketAddress::from(const sockaddr* address) {
@@ -113,7 +123,7 @@ InterfaceList UsableOf(const ifaddrs* entries) {
     if (index == 0) continue;  // gone since the walk
     address->setPort(0);
     address->setScope(address->isLinkLocal() ? index : 0);
-    list.push_back({index, *address, SocketAddress::from(entry->ifa_netmask),
+    list.push_back({index, *address, MaskOf(*address, entry->ifa_netmask),
                     os::CarrierChanges(entry->ifa_name)});
   }
   return list;

@@ -12,15 +12,17 @@
 #include <optional>
 #include <string>
 
+struct sockaddr;
 struct stat;
 
 namespace os {
 
-/// Full path of the running executable, "" when the system does not tell.
+/// Full path of the running executable, "" when the system does not tell. It is that of its start,
+/// also when another file is in its place by now.
 std::string ExecutablePath();
 /// The same of another process, by its number.
 std::string ProgramOf(int process);
-/// Whether the file that this process runs is not in its place any more, where the system tells.
+/// Whether the file that this process runs is not in its place any more.
 bool IsExecutableReplaced();
 /// A number that no other live thread of this process has, the same for the thread's whole life.
 /// Cheap enough to be asked on every lock.
@@ -49,6 +51,10 @@ int FlushToDisk(int descriptor);
 /// A path by which this process can open once more, from its beginning, what is open for reading as
 /// a descriptor, also a file that has no name any more.
 std::string PathOfDescriptor(int descriptor);
+/// The same of all that there is of a file or a folder: its mode, the names in it.
+int FlushWhollyToDisk(int descriptor);
+/// How many characters the name of a semaphore has at most.
+std::size_t LongestSemaphoreName();
 /// The modification time in a file's status, and the time of its last change of any kind.
 std::timespec ModificationTime(const struct stat& status);
 std::timespec ChangeTime(const struct stat& status);
@@ -62,6 +68,9 @@ std::uint64_t SuspendedTime();
 /// A number that becomes another one whenever the carrier of a network interface comes or goes; 0
 /// where the system does not tell.
 std::uint32_t CarrierChanges(const char* interface);
+/// How many bytes of an address the system has filled in; less than its family has where the rest
+/// is zero.
+std::size_t SizeOfAddress(const sockaddr& address);
 /// A close-on-exec UDP socket of a family (AF_INET, AF_INET6), deaf to multicast groups that other
 /// sockets of this machine have joined. The caller closes it. -1 on failure, and errno tells why.
 int OpenDatagramSocket(int family);

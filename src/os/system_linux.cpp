@@ -226,6 +226,11 @@ std::string PathOfDescriptor(int descriptor) {
   return "/proc/self/fd/" + std::to_string(descriptor);
 }
 
+int FlushWhollyToDisk(int descriptor) { return ::fsync(descriptor) == 0 ? 0 : errno; }
+
+// The library puts "sem." before it.
+std::size_t LongestSemaphoreName() { return NAME_MAX - 4; }
+
 std::timespec ModificationTime(const struct stat& status) { return status.st_mtim; }
 std::timespec ChangeTime(const struct stat& status) { return status.st_ctim; }
 
@@ -264,6 +269,17 @@ std::uint32_t CarrierChanges(const char* interface) {
   const std::string file = std::string("/sys/class/net/") + interface + "/carrier_changes";
   if (ReadWholeFile(file.c_str(), &text) != 0) return 0;
   return static_cast<std::uint32_t>(std::strtoul(text.c_str(), nullptr, 10));
+}
+
+std::size_t SizeOfAddress(const sockaddr& address) {
+  switch (address.sa_family) {
+    case AF_INET:
+      return sizeof(sockaddr_in);
+    case AF_INET6:
+      return sizeof(sockaddr_in6);
+    default:
+      return sizeof(sockaddr);
+  }
 }
 
 int OpenDatagramSocket(int family) {

@@ -17,7 +17,9 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <string_view>
 #include <vector>
 
@@ -113,17 +115,77 @@ std::vector<char> ListOfSockets() {
 
 }  // namespace
 
-std::string ExecutablePath() { return ProgramOf(::getpid()); }
+namespace {
 
-std::string ProgramOf(int process) {
+/// A path without links, "" when nothing is there.
+std::string RealPath(const std::string& path) {
+  const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr),
+                                                         &std::free);
+  return real ? real.get() : "";
+}
+
+/// The path of a process's file now: none when the file is gone, another when it was renamed.
+std::string PathOfFile(int process) {
   char path[PROC_PIDPATHINFO_MAXSIZE];
   const int length = ::proc_pidpath(process, path, sizeof path);
   return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
 }
 
+/// The path that a process was started by, as its starter gave it; "" for other accounts' ones.
+std::string PathOfStart(int process) {
+  int name[] = {CTL_KERN, KERN_PROCARGS2, process};
+  std::size_t size = 0;
+  if (::sysctl(name, 3, nullptr, &size, nullptr, 0) != 0) return {};
+  std::string arguments(size, '\0');
+  if (::sysctl(name, 3, arguments.data(), &size, nullptr, 0) != 0) return {};
+  arguments.resize(size);
+  // Their count, then the path, then they themselves.
+  constexpr std::size_t kCount = sizeof(int);
+  if (size <= kCount) return {};
+  return arguments.substr(kCount, arguments.find('\0', kCount) - kCount);
+}
+
+/// What this process runs, looked up before anybody can have replaced it.
+struct OwnFile {
+  std::string path = PathOfFile(::getpid());
+  struct stat status {};
+  bool known = false;
+
+  OwnFile() {
+    if (path.empty()) path = ProgramOf(::getpid());  // in a library that is loaded later
+    known = ::stat(path.c_str(), &status) == 0;
+  }
+};
+
+const OwnFile& TheOwnFile() {
+  static const OwnFile file;
+  return file;
+}
+
+[[maybe_unused]] const OwnFile& g_lookedUpAtTheStart = TheOwnFile();
+
+}  // namespace
+
+std::string ExecutablePath() { return TheOwnFile().path; }
+
+std::string ProgramOf(int process) {
+  std::string path = PathOfStart(process);
+  if (!path.empty() && path.front() != '/') {
+    proc_vnodepathinfo folders{};
+    const int told = ::proc_pidinfo(process, PROC_PIDVNODEPATHINFO, 0, &folders, sizeof folders);
+    path = told == sizeof folders ? folders.pvi_cdir.vip_path + ("/" + path) : "";
+  }
+  if (std::string real = RealPath(path); !real.empty()) return real;
+  std::string now = PathOfFile(process);
+  return now.empty() ? path : now;
+}
+
 bool IsExecutableReplaced() {
-  const std::string path = ExecutablePath();
-  return !path.empty() && ::access(path.c_str(), F_OK) != 0;
+  const OwnFile& file = TheOwnFile();
+  struct stat now {};
+  if (!file.known) return false;
+  if (::stat(file.path.c_str(), &now) != 0) return errno == ENOENT;
+  return now.st_dev != file.status.st_dev || now.st_ino != file.status.st_ino;
 }
 
 std::uint32_t ThreadNumber() { return ::pthread_mach_thread_np(::pthread_self()); }
@@ -164,6 +226,11 @@ std::string PathOfDescriptor(int descriptor) {
   return "/dev/fd/" + std::to_string(descriptor);
 }
 
+// Folders have the same cache before them.
+int FlushWhollyToDisk(int descriptor) { return FlushToDisk(descriptor); }
+
+std::size_t LongestSemaphoreName() { return 30; }
+
 std::timespec ModificationTime(const struct stat& status) { return status.st_mtimespec; }
 std::timespec ChangeTime(const struct stat& status) { return status.st_ctimespec; }
 
@@ -197,6 +264,8 @@ std::uint32_t CarrierChanges(const char* interface) {
   ::freeifaddrs(entries);
   return changes;
 }
+
+std::size_t SizeOfAddress(const sockaddr& address) { return address.sa_len; }
 
 // Sockets hear the groups alone that they joined themselves, from the start. Nothing here is
 // close-on-exec in one step: a program that is started in between gets the descriptor, too.

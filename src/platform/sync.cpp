@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
@@ -12,6 +13,7 @@
 #include <memory>
 #include <new>
 
+#include "os/system.h"
 #include "platform/diagnostics.h"
 #include "platform/system_time.h"
 #include "platform/text.h"
@@ -46,6 +48,11 @@ std::atomic<unsigned int> semaphoreCounter{0};
 
 sem_t* Create(const char* name, int count) {
   return ::sem_open(name, O_CREAT | O_EXCL, 0666, static_cast<unsigned int>(count));
+}
+
+/// Cuts a name to what a record and the system have room for.
+const char* CopyName(const char* name, EventRecord* event) {
+  return lstrcpyn(event->name, name, std::min(sizeof event->name, os::LongestSemaphoreName() + 1));
 }
 
 /// Creates a semaphore that nobody else can open. Another copy of this layer in the process counts
@@ -86,7 +93,7 @@ EventHandle CreateEvent(void*, BOOL manualReset, BOOL initialState, const char* 
     return nullptr;
   }
   if (name != nullptr) {
-    event->semaphore = Create(lstrcpyn(event->name, name, sizeof event->name), initialState);
+    event->semaphore = Create(CopyName(name, event.get()), initialState);
   } else {
     event->semaphore =
         CreatePrivate("ce0", eventCounter, initialState, event->name, sizeof event->name);
@@ -102,8 +109,7 @@ EventHandle CreateEvent(void*, BOOL manualReset, BOOL initialState, const char* 
 EventHandle OpenEvent(DWORD, BOOL, const char* name) {
   std::unique_ptr<EventRecord> event(new (std::nothrow) EventRecord{SEM_FAILED, false, {}});
   if (event == nullptr) return nullptr;
-  lstrcpyn(event->name, name != nullptr ? name : "", sizeof event->name);
-  event->semaphore = ::sem_open(event->name, 0);
+  event->semaphore = ::sem_open(CopyName(name != nullptr ? name : "", event.get()), 0);
   if (event->semaphore == SEM_FAILED) {
     ReportErrno("OpenEvent sem_open");
     return nullptr;

@@ -17,7 +17,8 @@ using EventHandle = EventRecord*;
 using SemaphoreHandle = SemaphoreRecord*;
 using CriticalSection = pthread_mutex_t;
 
-/// Creates an event. A given `name` is cut to 31 characters and must not exist yet; it stays in the
+/// Creates an event. A given `name` is cut to 31 characters, or to as many as the
+/// system takes, and must not exist yet; it stays in the
 /// system until CloseEvent. Without a name the event is private: nothing else can open it and no
 /// name outlives this call. Returns null on failure.
 EventHandle CreateEvent(void* attributes, BOOL manualReset, BOOL initialState, const char* name);

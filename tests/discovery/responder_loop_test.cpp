@@ -348,6 +348,26 @@ TEST_F(Responder, WorksOnEveryInterfaceThatIsUpAndNotLoopback) {
   }
 }
 
+TEST_F(Responder, TakesAMaskThatTellsNoFamilyForOneOfItsAddress) {
+  const SocketAddress address = FakeNetwork::At("10.0.0.5");
+  for (const auto& [family, isMask] :
+       Table<sa_family_t, bool>{{AF_INET, true}, {AF_UNSPEC, true}, {AF_INET6, false}}) {
+    sockaddr_in mask = FakeNetwork::At("255.255.255.0").v4();
+    mask.sin_family = family;
+    char name[] = "lo";
+    ifaddrs entry{};
+    entry.ifa_name = name;
+    entry.ifa_flags = IFF_UP | IFF_RUNNING;
+    entry.ifa_addr = const_cast<sockaddr*>(address.data());
+    entry.ifa_netmask = reinterpret_cast<sockaddr*>(&mask);
+    const InterfaceList list = UsableOf(&entry);
+    ASSERT_EQ(list.size(), 1U);
+    ASSERT_EQ(list[0].mask.has_value(), isMask) << family;
+    if (!isMask) continue;
+    EXPECT_TRUE(address.sharesNetwork(FakeNetwork::At("10.0.0.6"), *list[0].mask));
+  }
+}
+
 TEST_F(Responder, OpensASocketAnInterfaceAndTellsAddressesThatComeLater) {
   network.list.clear();
   EXPECT_EQ(run(), -1) << "no socket";

@@ -3,8 +3,10 @@
 #include <semaphore.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <future>
 
+#include "os/system.h"
 #include "platform/system_time.h"
 #include "support/testing.h"
 
@@ -43,7 +45,7 @@ TEST(Sync, EventsLetThroughWhatTheyWereSetFor) {
 
 TEST(Sync, NamedEventsAreSharedUntilTheyAreClosed) {
   std::string name = Name("event");
-  name.resize(31, 'x');
+  name.resize(std::min<std::size_t>(31, os::LongestSemaphoreName()), 'x');
   EventHandle made = CreateEvent(nullptr, 1, 0, (name + "cut off").c_str());
   ASSERT_NE(made, nullptr);
   EXPECT_EQ(CreateEvent(nullptr, 1, 0, (name + "cut off, too").c_str()), nullptr);
