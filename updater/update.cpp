@@ -3,9 +3,19 @@
 #include <exception>
 
 #include "updater/exchange.h"
+#include "updater/records.h"
 #include "updater/recovery.h"
 
 namespace updater {
+
+namespace {
+
+/// Such a program's work folder is the one that holds the bundle, not the program's own.
+bool IsInBundle(const std::string& program) {
+  return program.find("/Contents/MacOS/") != std::string::npos;
+}
+
+}  // namespace
 
 bool Update::Good(const std::string& problem) const {
   if (!problem.empty()) log_.Say(problem);
@@ -49,6 +59,12 @@ bool Update::EndEarlier(std::string& finishedVersion) {
 /// What fails once the journal is written is taken back by EnsureService.
 bool Update::Install(const Manifest& manifest) {
   log_.Say("The package holds version " + manifest.version + ".");
+  if (const auto record = ReadRunRecord(paths_.runRecord); record && IsInBundle(record->program)) {
+    log_.Say("The service " + record->program +
+             " is a part of an application bundle, whose signature holds for all of its files "
+             "together. Replace the bundle.");
+    return false;
+  }
   Journal journal;
   if (!Good(Prepare(files_, paths_, manifest, journal))) {
     Good(CleanUp(files_, paths_));

@@ -111,6 +111,7 @@ class Service:
                 os.link(BIN / name, self.folder / name)
             except OSError:
                 shutil.copy2(BIN / name, self.folder / name)
+        self.program = self.folder / "marvique-service"
         self.ini = self.folder / "QVConfiguration.ini"
         if settings:
             self.ini.write_text(settings)
@@ -144,7 +145,7 @@ class Service:
                 os.chown(path, self.account, self.account)
         with open(self.path("out"), "w") as out, open(self.path("err"), "w") as err:
             self.process = subprocess.Popen(
-                [self.path("marvique-service"), *self.arguments, *more], stdout=out, stderr=err,
+                [self.program, *self.arguments, *more], stdout=out, stderr=err,
                 **account)
         if expect_plain:
             self.plain = self.listening("http")

@@ -232,6 +232,19 @@ class Packages(unittest.TestCase):
             self.assert_settled(home, "1", self.old_build)
             self.assertEqual(home.sums(), before)
 
+    def test_files_of_an_application_bundle_are_left_alone(self):
+        home = self.installed()
+        inside = home.path("Some.app/Contents/MacOS")
+        inside.mkdir(parents=True)
+        for name in (PROGRAM, MODULE):
+            home.path(name).rename(inside / name)
+        home.program = inside / PROGRAM
+        home.start().unpack(self.next)
+        self.assertEqual(home.update().wait(60), 1, home.log())
+        self.assertIn("Replace the bundle.", home.log())
+        self.assert_settled(home, "1", self.old_build)
+        self.assertFalse(home.path(PROGRAM).exists())
+
     def test_killed_at_any_moment_it_ends_old_or_new(self):
         home = self.installed().start()
         packages = [(self.next, NEW, self.next_build), (self.back, NEWER, self.old_build)]
