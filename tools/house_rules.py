@@ -22,11 +22,12 @@ ROOMS = {
     "environment": ["util", "platform", "os"],
     "discovery": ["environment", "util", "platform", "os"],
     "command": ["environment", "platform", "os"],
-    "manager": ["command", "environment", "discovery", "util", "platform", "os"],
+    "package": ["environment", "util", "platform", "os"],
+    "manager": ["command", "package", "environment", "discovery", "util", "platform", "os"],
     "frame": ["manager", "command", "environment", "discovery", "util", "platform", "os"],
-    "updater": ["environment", "util", "platform", "os"],
-    "host": ["updater", "frame", "manager", "command", "environment", "discovery", "util",
-             "platform", "os"],
+    "updater": ["package", "environment", "util", "platform", "os"],
+    "host": ["updater", "frame", "manager", "command", "package", "environment", "discovery",
+             "util", "platform", "os"],
 }
 # Of some rooms another may use a part only: discovery logs, the host ends what an updater left.
 DOORS = {

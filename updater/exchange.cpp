@@ -7,6 +7,7 @@
 
 #include "environment/paths.h"
 #include "os/file.h"
+#include "package/update_record.h"
 
 namespace updater {
 
@@ -46,8 +47,8 @@ std::string BackUp(FileOperations& files, const UpdatePaths& paths, const std::s
 }
 
 /// Stages and checks one file, and backs up the one that it is to replace.
-std::string PrepareFile(FileOperations& files, const UpdatePaths& paths, const ManifestFile& file,
-                        Journal& journal) {
+std::string PrepareFile(FileOperations& files, const UpdatePaths& paths,
+                        const package::ManifestFile& file, Journal& journal) {
   const std::string target = paths.work + file.name;
   struct stat old {};
   const bool existed = Look(target, old);
@@ -73,15 +74,15 @@ std::string PrepareFile(FileOperations& files, const UpdatePaths& paths, const M
 
 }  // namespace
 
-std::string Prepare(FileOperations& files, const UpdatePaths& paths, const Manifest& manifest,
-                    Journal& journal) {
+std::string Prepare(FileOperations& files, const UpdatePaths& paths,
+                    const package::Manifest& manifest, Journal& journal) {
   std::string error = CleanUp(files, paths);
   for (const std::string& folder : {paths.update, paths.staging, paths.backup}) {
     if (error.empty()) error = Told(files.MakeFolder(folder), "Making", folder);
   }
   journal = {manifest.version, false, {}};
-  for (const ManifestFile& file : manifest.files) {
-    if (error.empty()) error = PrepareFile(files, paths, file, journal);
+  for (const package::ManifestFile& file : manifest.files) {
+    if (error.empty() && file.install) error = PrepareFile(files, paths, file, journal);
   }
   for (const std::string& folder : {paths.staging, paths.backup, paths.update, paths.work}) {
     if (error.empty()) error = Told(files.SyncFolder(folder), "Flushing", folder);
@@ -119,8 +120,9 @@ std::string Finish(FileOperations& files, const UpdatePaths& paths, const Journa
   if (const int error = files.StoreSettings(paths.settings, version)) {
     return Told(error, "Storing the installed version in", paths.settings);
   }
-  // The version must be on the disk before the journal is gone.
+  // The version must be on the disk before the journal is gone; then nothing else tells of it.
   files.SyncFolder(paths.work);
+  package::WriteUpdateRecord(paths.record, package::UpdateRecord::State::Done, journal.version);
   return CleanUp(files, paths);
 }
 

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 
+#include "package/manifest.h"
 #include "updater/file_operations.h"
 #include "updater/records.h"
 #include "updater/update_paths.h"
@@ -19,13 +20,14 @@ namespace updater {
 
 /// Copies the package's files into the staging folder and checks the copies against the manifest,
 /// backs the old files up and writes the journal. The programs stay as they are.
-std::string Prepare(FileOperations& files, const UpdatePaths& paths, const Manifest& manifest,
-                    Journal& journal);
+std::string Prepare(FileOperations& files, const UpdatePaths& paths,
+                    const package::Manifest& manifest, Journal& journal);
 /// Moves the new files into their paths.
 std::string Exchange(FileOperations& files, const UpdatePaths& paths, const Journal& journal);
 /// From here on the update is finished instead of taken back. After a failure it is to be undone.
 std::string Commit(FileOperations& files, const UpdatePaths& paths, Journal& journal);
-/// Ends a committed update: stores the installed version and cleans up.
+/// Ends a committed update: stores the installed version, tells of it in the update's record and
+/// cleans up.
 std::string Finish(FileOperations& files, const UpdatePaths& paths, const Journal& journal);
 /// Puts the old files back and removes those that were not there. `changed` tells whether there was
 /// anything to do.

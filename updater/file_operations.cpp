@@ -1,19 +1,16 @@
 #include "updater/file_operations.h"
 
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <filesystem>
-#include <memory>
 
 #include "environment/configuration.h"
 #include "os/file.h"
 #include "os/system.h"
-#include "os/text.h"
+#include "package/signature.h"
 
 namespace updater {
 
@@ -23,27 +20,6 @@ constexpr mode_t kFolderMode = 0755;
 constexpr mode_t kPrivateMode = 0600;
 
 int ResultOf(int call) { return call == 0 ? 0 : errno; }
-
-class Sha256 {
- public:
-  Sha256() : context_(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
-    good_ = context_ != nullptr && EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) == 1;
-  }
-  void Add(std::string_view bytes) {
-    good_ = good_ && EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) == 1;
-  }
-  /// "" when the library failed, which no expected value equals.
-  std::string Finish() {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> digest{};
-    unsigned int length = 0;
-    if (!good_ || EVP_DigestFinal_ex(context_.get(), digest.data(), &length) != 1) return "";
-    return ascii::Hex({digest.data(), length});
-  }
-
- private:
-  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_;
-  bool good_ = false;
-};
 
 }  // namespace
 
@@ -68,7 +44,7 @@ int FileOperations::Copy(const std::string& from, const std::string& to, mode_t 
   const Descriptor target(
       ::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, kPrivateMode));
   if (!target) return errno;
-  Sha256 sum;
+  package::Sha256 sum;
   std::string buffer(256 * 1024, '\0');
   for (;;) {
     const ssize_t count = ::read(source.get(), buffer.data(), buffer.size());

@@ -1,42 +1,15 @@
-// The three JSON files that an update works with: the manifest of the package, the journal of the
-// update, and the run record of the service.
+// Two of the JSON files that an update works with: the journal of the update, and the run record of
+// the service.
 //
-// All of them are read strictly: exactly one JSON object, no member twice, little nesting, every
+// Both are read strictly: exactly one JSON object, no member twice, little nesting, every
 // member of the kind that is expected.
 #pragma once
 
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 namespace updater {
-
-struct ManifestFile {
-  std::string name;    ///< of a file directly in the package and in the work folder
-  std::string sha256;  ///< 64 hexadecimal digits in lower case
-  bool executable = false;
-};
-
-/// What a package holds. Its text is untrusted until ParseManifest has checked it.
-struct Manifest {
-  std::string version;  ///< stored as the installed version
-  std::string build;    ///< the build that the new service must tell, "" for any
-  std::vector<ManifestFile> files;
-};
-
-inline constexpr const char* MANIFEST_NAME = "manifest.json";
-
-/// Whether a package may install a file of that name: a plain name, and none of the settings, of
-/// the service's folders or of what an update needs itself.
-bool MayBeInstalled(std::string_view name);
-
-/// Returns the manifest only when all of it can be acted on: it is for this product, its version
-/// can be stored, and each file has a name of its own that MayBeInstalled. Else nothing, and
-/// `error` is a sentence with the reason.
-std::optional<Manifest> ParseManifest(const std::string& text, std::string& error);
-/// The same for the manifest in a package folder.
-std::optional<Manifest> LoadManifest(const std::string& package, std::string& error);
 
 struct JournalFile {
   std::string name;

@@ -5,11 +5,16 @@
 
 #include "environment/configuration.h"
 #include "environment/paths.h"
+#include "package/update_record.h"
 #include "updater/exchange.h"
 
 namespace updater {
 
+using State = package::UpdateRecord::State;
+
 namespace {
+
+constexpr const char* kCutShort = "The update was cut short.";
 
 /// Whether the folder of an update is there. A link of that name, or another user's folder, is not
 /// one.
@@ -20,8 +25,12 @@ bool IsUpdateFolderLeft(const UpdatePaths& paths) {
          status.st_uid == ::geteuid();
 }
 
+bool IsToldRunning(const UpdatePaths& paths) {
+  return package::ReadUpdateRecord(paths.record).state == State::Running;
+}
+
 bool IsSomethingLeft(const UpdatePaths& paths) {
-  return IsMarked(paths) || IsUpdateFolderLeft(paths);
+  return IsMarked(paths) || IsUpdateFolderLeft(paths) || IsToldRunning(paths);
 }
 
 /// Nothing while an updater holds the lock; else the lock is taken while looking, and kept.
@@ -69,6 +78,9 @@ Recovery Recover(FileOperations& files, const UpdatePaths& paths, const UpdateLo
     log.Say("The update to " + journal->version + " is not committed: putting the old files back.");
     recovery.outcome = Recovery::Outcome::Undone;
     error = Undo(files, paths, *journal, recovery.changed);
+    if (error.empty()) {
+      package::WriteUpdateRecord(paths.record, State::TakenBack, journal->version, kCutShort);
+    }
   }
   if (error.empty() && recovery.outcome != Recovery::Outcome::Finished) {
     error = CleanUp(files, paths);
@@ -98,7 +110,12 @@ Recovery RecoverForService(const UpdatePaths& paths, bool mayTouchPrograms) {
     FileOperations files;
     recovery = Recover(files, paths, log);
     if (recovery.outcome == Recovery::Outcome::Failed) return recovery;
-    error = SetMark(files, paths, false);
+    // Without a journal nothing had been touched.
+    if (IsToldRunning(paths)) {
+      package::WriteUpdateRecord(paths.record, State::TakenBack,
+                                 package::ReadUpdateRecord(paths.record).version, kCutShort);
+    }
+    if (IsMarked(paths)) error = SetMark(files, paths, false);
   }
   if (!error.empty()) recovery.outcome = Recovery::Outcome::Failed;
   log.Say(error.empty() ? "The service ended an update that was cut short." : error);

@@ -26,12 +26,13 @@ std::string SetMark(FileOperations& files, const UpdatePaths& paths, bool marked
 /// What an updater that does not run any more has left to be ended by the service.
 enum class Left {
   Nothing,
-  Traces,        ///< the mark, or files that any service may remove
+  Traces,        ///< the mark, a record that it runs, or files that any service may remove
   Programs,      ///< programs to be put back, by a service that has not loaded anything yet
   LockNotTaken,  ///< something, but the updater's lock cannot be taken though nobody holds it
 };
 Left FindLeft(const UpdatePaths& paths);
-/// Ends what an updater has left when none runs, and clears the mark. Programs to be put back are
+/// Ends what an updater has left when none runs, tells so in the update's record and clears the
+/// mark. Programs to be put back are
 /// left alone unless `mayTouchPrograms`, which a service may allow at its start, before it loads
 /// anything.
 Recovery RecoverForService(const UpdatePaths& paths, bool mayTouchPrograms);

@@ -3,8 +3,8 @@
 
 #include <string>
 
+#include "package/manifest.h"
 #include "updater/file_operations.h"
-#include "updater/records.h"
 #include "updater/service_control.h"
 #include "updater/update_paths.h"
 
@@ -19,21 +19,28 @@ class Update {
       : files_(files), service_(service), paths_(paths), log_(log) {}
 
   /// Ends what an earlier updater left, installs the package unless that was the update which had
-  /// to be finished, and starts the service. Returns whether the package's version is installed; if
-  /// not, the old version is, and the log tells why.
-  bool Run();
+  /// to be finished, and starts the service. Where update keys are required, the package must be
+  /// signed; a version below the installed one is refused unless `mayDowngrade`. Returns whether
+  /// the package's version is installed; if not, the old version is. The log and the update's
+  /// record tell why.
+  bool Run(bool mayDowngrade = false);
 
  private:
   bool EndEarlier(std::string& finishedVersion);
-  bool Install(const Manifest& manifest);
-  void EnsureService();
+  bool InstallUnlessFinished(const std::string& finishedVersion, bool mayDowngrade);
+  std::string VersionProblem() const;
+  bool Install(const package::Manifest& manifest);
+  bool EnsureService();
   /// Logs a problem; true when there is none.
-  bool Good(const std::string& problem) const;
+  bool Good(const std::string& problem);
 
   FileOperations& files_;
   ServiceControl& service_;
   const UpdatePaths& paths_;
   const UpdateLog& log_;
+  std::string version_;     ///< of the package
+  std::string problem_;     ///< the first that was logged
+  bool isTouched_ = false;  ///< whether this update has asked the service to end
 };
 
 }  // namespace updater

@@ -23,6 +23,7 @@ UpdatePaths UpdatePathsIn(std::string work) {
   paths.lock = program.cache + "update.lock";
   paths.log = program.log + "update.log";
   paths.serviceOutput = program.log + "service_output.log";
+  paths.record = work + work_folder::kUpdateRecord;
   paths.runRecord = work + work_folder::kRunRecord;
   paths.update = work + work_folder::kUpdate + "/";
   paths.staging = paths.update + "new/";

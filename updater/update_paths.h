@@ -17,6 +17,7 @@ struct UpdatePaths {
   std::string lock;           ///< locked by an updater as long as it runs
   std::string log;            ///< what updaters did
   std::string serviceOutput;  ///< what a service that an updater started prints
+  std::string record;         ///< what became of the last update
   std::string runRecord;      ///< the service's run record, locked while the service runs
   /// The folder of an update in progress, there only during an update and after one that was cut
   /// short. It is next to the programs because files are renamed between the two, and hidden

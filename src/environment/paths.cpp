@@ -51,12 +51,13 @@ void TellFile(std::string KnownPaths::*file, const char* path) {
 bool IsServiceState(std::string_view name) {
   // File systems that do not tell cases apart would find the same file.
   static constexpr std::array kStateNames = {
-      work_folder::kSettings,  work_folder::kUserSettings,
-      work_folder::kRunRecord, work_folder::kLog,
-      work_folder::kCache,     work_folder::kUpload,
-      work_folder::kCert,      work_folder::kDump,
-      work_folder::kNginx,     work_folder::kSecurityException,
-      work_folder::kPortLock,  work_folder::kConsoleToken};
+      work_folder::kSettings,   work_folder::kUserSettings,
+      work_folder::kRunRecord,  work_folder::kLog,
+      work_folder::kCache,      work_folder::kUpload,
+      work_folder::kCert,       work_folder::kDump,
+      work_folder::kNginx,      work_folder::kSecurityException,
+      work_folder::kPortLock,   work_folder::kConsoleToken,
+      work_folder::kUpdateKeys, work_folder::kUpdateRecord};
   if (name.empty() || name.front() == '.') return true;
   const std::string first = ascii::Lower(name.substr(0, name.find('/')));
   return std::any_of(kStateNames.begin(), kStateNames.end(),

@@ -22,7 +22,9 @@ inline constexpr const char* kNginx = "nginx";
 inline constexpr const char* kSecurityException = "qv.exception";
 inline constexpr const char* kPortLock = "port.lock";
 inline constexpr const char* kConsoleToken = "console.token";
-inline constexpr const char* kUpdate = ".qv_update";  ///< there only during an update
+inline constexpr const char* kUpdateKeys = "update_keys";  ///< the operator's: who signs packages
+inline constexpr const char* kUpdateRecord = "update.state";  ///< what became of the last update
+inline constexpr const char* kUpdate = ".qv_update";          ///< there only during an update
 }  // namespace work_folder
 
 /// Whether a name relative to the work folder is, or lies in, what belongs to the service's user or

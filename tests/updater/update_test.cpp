@@ -3,7 +3,10 @@
 #include <optional>
 
 #include "os/file.h"
+#include "package/manifest.h"
+#include "package/update_record.h"
 #include "platform/profile.h"
+#include "support/signer.h"
 #include "support/testing.h"
 #include "updater/exchange.h"
 #include "updater/recovery.h"
@@ -12,6 +15,7 @@
 namespace {
 
 using namespace updater;
+using State = package::UpdateRecord::State;
 
 /// What the programs are, taken together.
 enum class Programs { Old, New, Mixed };
@@ -30,13 +34,16 @@ struct Installation {
     for (const char* name : {"service", "module", "extra"}) {
       Spit(paths.package + name, std::string("new ") + name);
     }
-    Spit(paths.package + "not listed", "");
-    Spit(paths.package + MANIFEST_NAME, R"({"product":"Marvique Service","version":"2","files":[
+    for (const char* name : {"not listed", "runs only"}) Spit(paths.package + name, "");
+    Spit(paths.package + package::MANIFEST_NAME,
+         R"({"product":"Marvique Service","version":"2","files":[
       {"name":"service",
        "sha256":"a81c03acfff56ab1adb73111177949abe644a75dc298d5a57cc37414d1348220"},
       {"name":"module",
        "sha256":"f757c641aba490bdb18111fd1cbc55814ba710b551abf552ba0c626381a3d1df"},
       {"name":"extra","executable":true,
+       "sha256":"56feecfcd680e56a1d45ff3b01fbac9795ba72b49d4ce5f43414241066f3e53c"},
+      {"name":"runs only","install":false,
        "sha256":"56feecfcd680e56a1d45ff3b01fbac9795ba72b49d4ce5f43414241066f3e53c"}]})");
   }
 
@@ -55,6 +62,9 @@ struct Installation {
     return value;
   }
 
+  /// What /health would tell of the update.
+  State Told() const { return package::ReadUpdateRecord(paths.record).state; }
+
   fs::perms Mode(const char* name) const { return fs::status(folder_ / name).permissions(); }
 
   /// Nothing of an update is left, and all that is told fits the programs that lie there.
@@ -66,7 +76,9 @@ struct Installation {
     EXPECT_NE(Setting("IfUpdate"), "1");
     EXPECT_EQ(Setting("Mine"), "kept");
     EXPECT_FALSE(fs::exists(paths.update));
-    EXPECT_FALSE(fs::exists(folder_ / "not listed"));
+    for (const char* name : {"not listed", "runs only"}) EXPECT_FALSE(fs::exists(folder_ / name));
+    EXPECT_EQ(Told() == State::Done, programs == Programs::New);
+    EXPECT_NE(Told(), State::Running);
     EXPECT_EQ(Mode("service"), fs::perms(0750));
     if (programs == Programs::New) {
       EXPECT_EQ(Mode("extra"), fs::perms(0755));
@@ -172,20 +184,20 @@ class CutService : public ServiceControl {
 };
 
 /// Whether the run said that the new version is installed; nothing when it was killed.
-std::optional<bool> RunUpdater(Installation& home, Steps& steps) {
+std::optional<bool> RunUpdater(Installation& home, Steps& steps, bool mayDowngrade = false) {
   CutFiles files(steps, home.hasLinks);
   CutService service(steps, home);
   const UpdateLog log(home.paths.log);
   try {
-    return Update(files, service, home.paths, log).Run();
+    return Update(files, service, home.paths, log).Run(mayDowngrade);
   } catch (const Killed&) {
     return std::nullopt;
   }
 }
 
-std::optional<bool> RunWhole(Installation& home) {
+std::optional<bool> RunWhole(Installation& home, bool mayDowngrade = false) {
   Steps steps(home, Steps::Cut::Never, 0);
-  return RunUpdater(home, steps);
+  return RunUpdater(home, steps, mayDowngrade);
 }
 
 /// How it is cut off, whether a file may have two names, whether the new service works.
@@ -243,7 +255,7 @@ TEST(Package, IsRefusedWhenAFileIsNotWhatTheManifestSays) {
   const Table<const char*, std::function<void(const Installation&)>> cases = {
       {"other bytes", [](auto& home) { Spit(home.paths.package + "module", "x"); }},
       {"lacking", [](auto& home) { fs::remove(home.paths.package + "extra"); }},
-      {"no manifest", [](auto& home) { fs::remove(home.paths.package + MANIFEST_NAME); }},
+      {"no manifest", [](auto& home) { fs::remove(home.paths.package + package::MANIFEST_NAME); }},
       {"a link to the right bytes",
        [](auto& home) {
          fs::rename(home.paths.package + "module", home.folder_ / "elsewhere");
@@ -258,9 +270,82 @@ TEST(Package, IsRefusedWhenAFileIsNotWhatTheManifestSays) {
     spoil(home);
     EXPECT_EQ(RunWhole(home), false);
     EXPECT_FALSE(home.wasStopped);
+    EXPECT_EQ(home.Told(), State::Refused);
     EXPECT_EQ(Slurp(home.folder_ / "module"), "old module");
     EXPECT_EQ(home.Setting("QVVersion") + home.Setting("IfUpdate"), "10");
     EXPECT_FALSE(fs::exists(home.paths.update));
+  }
+}
+
+TEST(Package, MustBeSignedWhereThereIsAKeyAndIsNeverADowngradeUnasked) {
+  const Signer mine(1), other(2);
+  const auto key = [](Installation& home, const char* name, const std::string& pem) {
+    fs::create_directory(home.folder_ / "update_keys");
+    Spit(home.folder_ / "update_keys/" + name, pem);
+  };
+  const auto sign = [&](Installation& home, const Signer& signer) {
+    key(home, "a.pem", mine.PublicPem());
+    Spit(home.paths.package + "manifest.sig",
+         signer.Sign(Slurp(home.paths.package + "manifest.json")));
+  };
+  const auto replace = [](Installation& home, const char* old, const char* text) {
+    std::string manifest = Slurp(home.paths.package + "manifest.json");
+    manifest.replace(manifest.find(old), std::string(old).size(), text);
+    Spit(home.paths.package + "manifest.json", manifest);
+  };
+  const Table<const char*, std::function<void(Installation&)>, bool, const char*> cases = {
+      {"no key", [](auto&) {}, false, ""},
+      {"signed", [&](auto& home) { sign(home, mine); }, false, ""},
+      {"not signed", [&](auto& home) { key(home, "a.pem", mine.PublicPem()); }, false,
+       "not signed."},
+      {"signed by another", [&](auto& home) { sign(home, other); }, false, "not signed with a key"},
+      {"a key that is none", [&](auto& home) { key(home, "a.pem", "x"); }, false, "not signed."},
+      {"two keys, signed with one",
+       [&](auto& home) {
+         sign(home, other);
+         key(home, "b.pem", other.PublicPem());
+       },
+       false, ""},
+      {"a file changed",
+       [&](auto& home) {
+         sign(home, mine);
+         Spit(home.paths.package + "extra", "new extrA");
+       },
+       false, "extra is not the file"},
+      {"a file and its sum changed",
+       [&](auto& home) {
+         sign(home, mine);
+         Spit(home.paths.package + "extra", "a");
+         replace(home, "56feecfcd680e56a1d45ff3b01fbac9795ba72b49d4ce5f43414241066f3e53c",
+                 "ca978112ca1bbdcafac231b39a23dc4da786eff8147c4e72b9807785afee48bb");
+       },
+       false, "not signed with a key"},
+      {"a lower version",
+       [](auto& home) { Spit(home.paths.settings, "[QV]\nMine=kept\nQVVersion=2,0,0,1\n"); }, false,
+       "version 2, which is below the installed 2,0,0,1"},
+      {"a lower version, signed",
+       [&](auto& home) {
+         sign(home, mine);
+         Spit(home.paths.settings, "[QV]\nQVVersion=10\n");
+       },
+       false, "below the installed 10"},
+      {"a lower version by hand",
+       [](auto& home) { Spit(home.paths.settings, "[QV]\nQVVersion=10\n"); }, true, ""},
+      {"not signed by hand", [&](auto& home) { key(home, "a.pem", mine.PublicPem()); }, true,
+       "not signed."},
+  };
+  for (const auto& [what, prepare, byHand, told] : cases) {
+    SCOPED_TRACE(what);
+    Installation home;
+    prepare(home);
+    const bool isGood = *told == '\0';
+    EXPECT_EQ(RunWhole(home, byHand), isGood);
+    EXPECT_EQ(home.Look(), isGood ? Programs::New : Programs::Old);
+    EXPECT_EQ(home.wasStopped, isGood);
+    EXPECT_EQ(home.Told(), isGood ? State::Done : State::Refused);
+    const std::string reason = package::ReadUpdateRecord(home.paths.record).reason;
+    EXPECT_NE(reason.find(told), reason.npos) << reason;
+    EXPECT_EQ(home.Setting("IfUpdate"), "0");
   }
 }
 
