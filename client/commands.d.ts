@@ -484,6 +484,7 @@ export interface Health {
    * The one that is shown; null when there is none.
    */
   certificate: HealthCertificate | null;
+  update: HealthUpdate;
   [k: string]: unknown;
 }
 /**
@@ -509,6 +510,30 @@ export interface HealthCertificate {
   subject: string;
   not_before: Time;
   not_after: Time;
+  [k: string]: unknown;
+}
+/**
+ * What became of the last update.
+ *
+ */
+export interface HealthUpdate {
+  state: "idle" | "running" | "done" | "refused" | "taken back";
+  /**
+   * Of the package; empty when unknown.
+   */
+  version: string;
+  /**
+   * Of the state; null while it is idle.
+   */
+  time: Time | null;
+  /**
+   * Why it was refused or taken back.
+   */
+  reason: string;
+  /**
+   * Whether packages must be signed, in a sentence.
+   */
+  packages: string;
   [k: string]: unknown;
 }
 /**

@@ -58,6 +58,16 @@ std::string HealthText(const Health& health) {
     item["not_after"] = IsoTime(health.certificate->notAfter);
     root["certificate"] = item;
   }
+
+  const package::UpdateRecord& update = health.update;
+  root["update"]["state"] = StateName(update.state);
+  root["update"]["version"] = update.version;
+  root["update"]["reason"] = update.reason;
+  root["update"]["time"] = Json::Value();
+  if (update.state != package::UpdateRecord::State::Idle) {
+    root["update"]["time"] = IsoTime(update.time);
+  }
+  root["update"]["packages"] = health.packages;
   return root.toStyledString();
 }
 

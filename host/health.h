@@ -9,6 +9,7 @@
 
 #include "host/certificate.h"
 #include "host/listening_ports.h"
+#include "package/update_record.h"
 
 namespace host {
 
@@ -28,6 +29,8 @@ struct Health {
   std::optional<CertificateFacts> certificate;
   std::chrono::system_clock::time_point started;
   std::size_t connections = 0;
+  package::UpdateRecord update;
+  std::string packages;  ///< whether they must be signed, in a sentence
 };
 
 /// As JSON text of several lines.

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <string_view>
 #include <utility>
@@ -121,7 +122,9 @@ bool OwnProcess::TakeFolder() {
   runFile_.Write(record_);
   ClosePrivateFiles(GetWorkPath());
   if (!EndEarlierUpdate(true)) return false;
-  if (runFile_.IsLocked()) RemoveInterruptedUploads(GetCachePath());
+  // Without the lock another service may run here; none of its uploads takes a day.
+  RemoveInterruptedUploads(GetCachePath(),
+                           runFile_.IsLocked() ? std::chrono::seconds(0) : std::chrono::hours(24));
   return true;
 }
 
@@ -175,12 +178,14 @@ bool OwnProcess::EndEarlierUpdate(bool mayTouchPrograms) {
   return !isOld;
 }
 
-void RemoveInterruptedUploads(const std::string& cacheFolder) {
+void RemoveInterruptedUploads(const std::string& cacheFolder, std::chrono::seconds untouched) {
+  const std::time_t now = std::time(nullptr);
   FolderWalk cache(cacheFolder.c_str());
   while (const char* entry = cache.Next()) {
     const std::string_view name = entry;
     struct stat status {};
     if (!cache.Status(entry, &status)) continue;
+    if (untouched.count() > 0 && now - status.st_mtime < untouched.count()) continue;
     bool removed = true;
     if (S_ISREG(status.st_mode) && ((name.starts_with("module_") && name.ends_with(".zip")) ||
                                     name.starts_with(kUploadPrefix))) {

@@ -2,6 +2,7 @@
 // update may make of it.
 #pragma once
 
+#include <chrono>
 #include <string>
 #include <vector>
 
@@ -64,8 +65,9 @@ class OwnProcess {
   updater::Left left_ = updater::Left::Nothing;  ///< at the last look of WatchUpdates
 };
 
-/// Removes from the cache folder what uploads that were interrupted have left. Only while no other
-/// service may have an upload in progress there. Links in the folder are not followed.
-void RemoveInterruptedUploads(const std::string& cacheFolder);
+/// Removes from the cache folder what uploads and checks of packages that were interrupted have
+/// left, as far as nothing has touched it for that time: none where no other service can have an
+/// upload in progress there. Links in the folder are not followed.
+void RemoveInterruptedUploads(const std::string& cacheFolder, std::chrono::seconds untouched);
 
 }  // namespace host

@@ -26,6 +26,7 @@
 #include "host/own_process.h"
 #include "host/tls_identity.h"
 #include "os/system.h"
+#include "package/signature.h"
 
 namespace host {
 
@@ -72,6 +73,14 @@ Limits LimitsFrom(const Options& options) {
   limits.connections = std::min(limits.connections, left);
   limits.patience = options.patience.value_or(limits.patience);
   return limits;
+}
+
+/// Says who may sign packages, and what is wrong with the keys.
+void TellUpdateKeys() {
+  const auto keys = package::UpdateKeys::Of(GetWorkPath());
+  for (const std::string& problem : keys.problems()) ReportError(problem);
+  std::printf("%s\n", keys.Sentence().c_str());
+  std::fflush(stdout);
 }
 
 /// How a run of the service ended.
@@ -155,6 +164,7 @@ Service::Service(const Options& options, OwnProcess& process, const ConsoleToken
 
 Ending Service::Run() {
   if (!StartModules()) return Ending::NotStarted;
+  TellUpdateKeys();
   OpenPorts(false);
   if (const std::string file = identity_.File(); !file.empty()) {
     std::printf("The certificate is %s\n", file.c_str());
@@ -291,6 +301,9 @@ std::string Service::HealthNow() const {
   health.certificate = identity_.Facts();
   health.started = started_;
   health.connections = server_.ConnectionCount();
+  const std::string work = GetWorkPath();
+  health.update = package::ReadUpdateRecord(work + work_folder::kUpdateRecord);
+  health.packages = package::UpdateKeys::Of(work).Sentence();
   return HealthText(health);
 }
 

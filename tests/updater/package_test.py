@@ -55,9 +55,10 @@ def sum_of(content):
 
 
 def make_package(folder, version, program):
-    """A package in a folder, made by the tool."""
+    """A package in a folder, made and signed by the tool."""
     program = shutil.copy2(program, folder / PROGRAM)
-    subprocess.run([TOP / "tools/make_package", version, program, BIN / MODULE, BIN / "QVUpdate"],
+    subprocess.run([TOP / "tools/make_package", "--key", folder / "update.key", version, program,
+                    BIN / MODULE, BIN / "QVUpdate"],
                    cwd=folder, check=True, stdout=subprocess.DEVNULL)
     return folder / f"Service_{version}.zip"
 
@@ -143,10 +144,10 @@ class Installed(Service):
         manifest.write_text(told)
         file.write_bytes(content)
 
-    def update(self):
+    def update(self, *options):
         null = subprocess.DEVNULL
-        self.updaters.append(subprocess.Popen([self.package / "QVUpdate", f"{self.folder}/"],
-                                              env={}, stdin=null, stdout=null, stderr=null))
+        words = [self.package / "QVUpdate", *options, f"{self.folder}/"]
+        self.updaters.append(subprocess.Popen(words, env={}, stdin=null, stdout=null, stderr=null))
         return self.updaters[-1]
 
     def sums(self):
@@ -159,6 +160,8 @@ class Packages(unittest.TestCase):
         cls.folder = pathlib.Path(tempfile.mkdtemp(prefix="qv_packages_"))
         cls.addClassCleanup(shutil.rmtree, cls.folder)
         cls.old_build, cls.next_build = build_of(BIN / PROGRAM), build_of(NEXT)
+        subprocess.run([TOP / "tools/make_key", cls.folder / "update"], check=True,
+                       stdout=subprocess.DEVNULL)
         cls.next = make_package(cls.folder, NEW, NEXT)
         cls.back = make_package(cls.folder, NEWER, BIN / PROGRAM)
 
@@ -178,6 +181,8 @@ class Packages(unittest.TestCase):
 
     def test_a_page_uploads_a_package_and_another_one_lies_on_the_disk(self):
         home = self.installed().start()
+        home.path("update_keys").mkdir()
+        shutil.copy(self.folder / "update.pem", home.path("update_keys"))
         upload = zips.archive((self.next.name, self.next.read_bytes()))
         shutil.copy(self.back, home.folder)
         for path, body, version, build in (
@@ -188,6 +193,8 @@ class Packages(unittest.TestCase):
             wait_until(lambda: home.setting("QVVersion") == version
                        and home.setting("IfUpdate") == "0", "the update is done")
             self.assert_settled(home, version, build)
+            told = home.health()["update"]
+            self.assertEqual((told["state"], told["version"]), ("done", version))
         self.assertFalse(home.path(self.back.name).exists())
         self.assertEqual(home.process.wait(10), 0)
         self.assertEqual(home.health()["modules"][0]["alias"], "qtp")
@@ -231,6 +238,9 @@ class Packages(unittest.TestCase):
             self.assertIn(told, "\n".join(home.log().splitlines()[lines:]))
             self.assert_settled(home, "1", self.old_build)
             self.assertEqual(home.sums(), before)
+            told = home.health()["update"]
+            self.assertEqual((told["state"], told["version"]), ("taken back", NEW))
+            self.assertRegex(told["reason"], "The service that was started|cannot be started")
 
     def test_files_of_an_application_bundle_are_left_alone(self):
         home = self.installed()
@@ -255,7 +265,7 @@ class Packages(unittest.TestCase):
             was = home.setting("QVVersion"), home.health()["build"]
             home.unpack(package)
             lines = home.log().count("\n")
-            updater = home.update()
+            updater = home.update("--allow-downgrade")
             # Killed behind a line of the log, or a little later.
             wanted = lines + 1 + round_number % 8
             end = time.monotonic() + 60
@@ -265,7 +275,7 @@ class Packages(unittest.TestCase):
             updater.kill()
             updater.wait()
             if round_number % 2:
-                self.assertEqual(home.update().wait(60), 0, home.log())
+                self.assertEqual(home.update("--allow-downgrade").wait(60), 0, home.log())
                 expected = {(version, build)}
             else:
                 # A service that runs looks now and then, one that starts at once.
