@@ -62,15 +62,15 @@ class ManagerClient {
   /// reads as 0; an empty one is never installed.
   static bool CheckIfAlreadyNewVersion(const std::string& version);
   /// Unpacks a service package to where the updater finds it. False, with the last error set and
-  /// nothing left there, when it is none.
+  /// nothing left there, when it is none, or when update keys are required and it is not signed as
+  /// it must be.
   static bool CheckIfValid(const std::string& package);
   /// Starts the updater and returns 0; otherwise an errno, with the last error set and the mark of
   /// an update in progress taken back.
   int StartUpdateProgress(const std::string& updater);
   /// The same as a yes or no.
   bool UpdateServieInner(const std::string& updater);
-  /// The package's files and signatures are not looked at on this system: the first two are always
-  /// true, the third is false.
+  /// Not asked by any command: the first two are always true, the third is false.
   static bool ValidFiles(const std::string& folder);
   static bool ValidSigned(const std::string& folder);
   static bool ValidFileName(const std::string& folder, const std::string& name);
@@ -119,6 +119,7 @@ class ManagerClient {
   unsigned int UniqueTick();
   bool InstallZip(const HttpParamResponse& body, const std::string& destination);
   bool InstallService(const HttpParamResponse& body, const std::string& version);
+  bool BeginUpdate(bool isGood, const std::string& version, const char* updater);
 
   // The text by which a page may ask for a user's ports later.
   std::string RememberUser(const std::string& user);

@@ -1,12 +1,12 @@
 // The commands that bring files to this machine: module files, certificates, and a new service,
 // which a program of its own puts in the place of the running one.
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -18,15 +18,15 @@
 #include "manager/host_requests.h"
 #include "manager/manager_client.h"
 #include "manager/messages.h"
+#include "manager/module_files.h"
 #include "manager/unzip.h"
-#include "os/file.h"
 #include "os/text.h"
+#include "package/update_record.h"
+#include "package/verification.h"
 #include "platform/file.h"
 #include "platform/system_time.h"
 #include "platform/text.h"
 #include "util/cutil.h"
-
-namespace fs = std::filesystem;
 
 namespace {
 
@@ -63,10 +63,11 @@ std::string ServiceFolder() {
   return Formatted("%s%s%s", GetCachePath().c_str(), PACKAGE_FOLDER, "/");
 }
 
-/// Deletes a folder with its content and makes it anew.
+/// Deletes a folder with its content and makes it anew, for nobody but this user: what was checked
+/// there stays what it was.
 void MakeEmptyFolder(const std::string& folder) {
   CUtil::DeleteDirectory(folder.c_str(), true);
-  if (CUtil::CreateDirectory(folder.c_str(), true) == 0) {
+  if (CUtil::CreateDirectory(folder.c_str(), true) == 0 || ::chmod(folder.c_str(), S_IRWXU) != 0) {
     LogErr("Failed to create dir %s, %d", folder.c_str(), GetLastError());
   }
 }
@@ -102,8 +103,10 @@ void Report(int code, const std::string& message) {
   ManagerClient::SetErrorInfo(code, message.c_str());
 }
 
-void Report(int code, const char* what, const char* why, int error) {
-  Report(code, Formatted("%s %s %d", what, why, error));
+/// `why` may be a sentence.
+void Report(int code, const char* what, std::string why, int error) {
+  if (why.ends_with('.')) why.pop_back();
+  Report(code, Formatted("%s %s %d", what, why.c_str(), error));
 }
 
 /// A version becomes part of the names of folders that are deleted.
@@ -130,46 +133,32 @@ std::string ShellQuoted(const std::string& text) {
   return quoted;
 }
 
-constexpr mode_t kNewFileMode = 0777;  // what CopyFile gives
-
-bool InstallFile(const std::string& source, const std::string& target) {
-  if (CUtil::CreateDirectory(target.c_str(), true) == 0) return false;
-  Descriptor content;
-  off_t size = 0;
-  int error = OpenWholeFile(source.c_str(), &content, &size);
-  if (error == 0) error = WriteWholeFile(target.c_str(), content, kNewFileMode, Flush::Later);
-  if (error != 0) errno = error;
-  return error == 0;
-}
-
-/// Copies the files of a folder and of its subfolders into another, making folders as needed; each
-/// file that is there is replaced in one step, or stays whole. Ends at the first that cannot be
-/// copied: false, with errno set, and some may have arrived. (CUtil::CopyDirectoryFiles copies the
-/// same, but its result is that of the last file alone.)
-bool InstallFiles(const std::string& from, const std::string& to) {
-  try {
-    for (const auto& entry : fs::recursive_directory_iterator(from)) {
-      if (!entry.is_regular_file()) continue;
-      const fs::path target = fs::path(to) / entry.path().lexically_relative(from);
-      if (!InstallFile(entry.path(), target)) return false;
-    }
-    return true;
-  } catch (const fs::filesystem_error& problem) {
-    errno = problem.code().value();
+/// Whether the updater in an unpacked package may be started. Where update keys are required, the
+/// package must be signed, whole and not below the installed version, since what it runs is a part
+/// of it; the updater checks again what it installs. If not, `why` tells the reason.
+bool MayBeRun(const std::string& folder, std::string* why) {
+  const auto keys = package::UpdateKeys::Of(GetWorkPath());
+  if (!keys.AreRequired()) return true;
+  for (const std::string& problem : keys.problems()) LogErr("%s", problem.c_str());
+  struct stat status {};
+  if (::lstat(folder.substr(0, folder.size() - 1).c_str(), &status) != 0 ||
+      !S_ISDIR(status.st_mode) || status.st_uid != ::geteuid()) {
+    *why = "The package lies in a folder of another user";
     return false;
   }
+  const auto manifest = package::LoadManifest(folder, package::Kind::Service, keys, why);
+  if (!manifest || !package::HoldsExactly(folder, *manifest, why)) return false;
+  const std::string installed =
+      GetConfigurationfromInitFile(INSTALLED_VERSION_KEY, "0", DEFAULT_SECTION);
+  if (!package::IsLowerVersion(manifest->version, installed)) return true;
+  *why = "The package holds version " + PrintableName(manifest->version) +
+         ", which is below the installed " + installed;
+  return false;
 }
 
-/// The first name directly in a folder that module files may not bring, "" for none.
-std::string FindRefusedName(const std::string& folder) {
-  std::error_code ignored;
-  for (const auto& entry : fs::directory_iterator(folder, ignored)) {
-    std::string name = entry.path().filename().string();
-    // An update may bring it, with the service's version. It also tells whom the service belongs
-    // to.
-    if (IsServiceState(name) || ascii::Lower(name) == work_folder::kServiceSettings) return name;
-  }
-  return "";
+void TellUpdate(package::UpdateRecord::State state, const std::string& version,
+                const char* reason) {
+  package::WriteUpdateRecord(GetWorkPath() + work_folder::kUpdateRecord, state, version, reason);
 }
 
 /// Unpacks the archive that a request carries. `tick` makes the archive's name its own.
@@ -224,15 +213,22 @@ bool ManagerClient::CheckIfAlreadyNewVersion(const std::string& version) {
 }
 
 bool ManagerClient::CheckIfValid(const std::string& package) {
-  const std::string folder = ServiceFolder();
-  MakeEmptyFolder(folder);
-  // The updater in it is made writable for everybody before it is started: nobody else may get
-  // there.
-  ::chmod(folder.c_str(), S_IRWXU);
+  CUtil::DeleteDirectory(ServiceFolder().c_str(), true);
+  // Only what was unpacked whole and may be run gets the folder's name. A check that is interrupted
+  // leaves a folder that the next start removes.
+  const ScratchFolder unpacked(
+      Formatted("%sUnzip_%s%s", GetCachePath().c_str(), PACKAGE_FOLDER, "/"));
   Compress compress;
-  if (compress.Unzip(package.c_str(), folder.c_str())) return true;
-  Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, compress.GetErrorDescription(), GetLastError());
-  CUtil::DeleteDirectory(folder.c_str(), true);
+  if (!compress.Unzip(package.c_str(), unpacked.path().c_str())) {
+    Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, compress.GetErrorDescription(), GetLastError());
+    return false;
+  }
+  if (std::string why; !MayBeRun(unpacked.path(), &why)) {
+    Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, why, EPERM);
+    return false;
+  }
+  if (::rename(unpacked.path().c_str(), ServiceFolder().c_str()) == 0) return true;
+  Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, "The package cannot be moved", GetLastError());
   return false;
 }
 
@@ -284,24 +280,35 @@ bool ManagerClient::InstallZip(const HttpParamResponse& body, const std::string&
   const ScratchFolder unpacked(
       Formatted("%sUnzip_%d%s", GetCachePath().c_str(), static_cast<int>(UniqueTick()), "/"));
   if (!UnpackBody(body, UniqueTick(), unpacked.path())) return false;
-  const bool isServiceFolder = destination == ModuleFolder();
-  if (const std::string name = isServiceFolder ? FindRefusedName(unpacked.path()) : "";
-      !name.empty()) {
-    Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr,
-           ("The entry \"" + PrintableName(name) + "\" belongs to the service").c_str(), EPERM);
-    return false;
-  }
   // The files of one archive arrive together.
   const MutexLock oneAtATime(copyMutex_);
-  if (InstallFiles(unpacked.path(), destination)) return true;
+  std::string why;
+  const Fitness fitness = destination == ModuleFolder()
+                              ? FitnessOf(unpacked.path(), destination, &why)
+                              : Fitness::Anything;
+  if (fitness == Fitness::Refused) {
+    Report(QTP_UNZIP_FAILED, QTP_UnzipFailedStr, why, EPERM);
+    return false;
+  }
+  if (InstallFiles(unpacked.path(), destination, fitness)) return true;
   Report(QTP_COPY_FAILED, QTP_CopyFailedStr, "", GetLastError());
   return false;
 }
 
+/// Starts the updater of that name, when its package was good, and tells how the update stands.
+bool ManagerClient::BeginUpdate(bool isGood, const std::string& version, const char* updater) {
+  using State = package::UpdateRecord::State;
+  if (isGood) TellUpdate(State::Running, version, "");
+  const bool begun = isGood && UpdateServieInner(ServiceFolder() + updater);
+  if (!begun) TellUpdate(State::Refused, version, GetErrorMessage());
+  return begun;
+}
+
 bool ManagerClient::InstallService(const HttpParamResponse& body, const std::string& version) {
   const ScratchFolder staging(StagingFolder(version));
-  return InstallZip(body, staging.path()) && CheckIfValid(PackageIn(staging.path(), version)) &&
-         UpdateServieInner(ServiceFolder() + "QVUpdate");
+  const bool isGood =
+      InstallZip(body, staging.path()) && CheckIfValid(PackageIn(staging.path(), version));
+  return BeginUpdate(isGood, version, "QVUpdate");
 }
 
 ManagerClient::Result ManagerClient::LoadZipFromBytes(HttpParamRequest* request) {
@@ -334,7 +341,7 @@ ManagerClient::Result ManagerClient::CheckUpdateFile(HttpParamRequest* request) 
   if (!turn || IsVersionRefused(version)) return BoolResult(request, false);
   if (CheckIfAlreadyNewVersion(version)) return BoolResult(request, true);
   const std::string package = PackageIn(ModuleFolder(), version);
-  const bool isValid = CheckIfValid(package);
+  const bool isGood = CheckIfValid(package);
   DeleteFile(package.c_str());
-  return BoolResult(request, isValid && UpdateServieInner(ServiceFolder() + "QVUpdate.exe"));
+  return BoolResult(request, BeginUpdate(isGood, version, "QVUpdate.exe"));
 }

@@ -9,6 +9,7 @@ import pathlib
 import re
 import subprocess
 import tempfile
+import time
 import unittest
 
 import zips
@@ -49,10 +50,11 @@ class Uploads(ServiceTest):
         return self.post(f"/LoadZipFromBytes?type={kind}&qvver={version}&", body)
 
     def tree(self, folder=None):
-        """All paths below the service's folder, but for its log and what an editor leaves."""
+        """All paths below the service's folder, but for its log, what an editor leaves and what is
+        told of the last update."""
         folder = folder or self.service.folder
         return sorted(str(path.relative_to(folder)) for path in folder.rglob("*")
-                      if "log" not in path.parts)
+                      if "log" not in path.parts and path.name != "update.state")
 
     def children(self):
         tasks = pathlib.Path(f"/proc/{self.service.process.pid}/task")
@@ -114,7 +116,8 @@ class Uploads(ServiceTest):
         for name in ("service.run", "Service.RUN", "QVConfiguration.ini", "user_config.ini",
                      "service.ini", ".qv_update/journal", ".QVConfiguration.ini.replacement",
                      "cert/server.pem", "cert/sub/a", "log/a", "cache/a", "upload/a", "dump/a",
-                     "nginx/a", "qv.exception", "port.lock", "console.token"):
+                     "nginx/a", "qv.exception", "port.lock", "console.token", "update_keys/a.pem",
+                     "update.state"):
             data = zips.archive(("a module", b"first"), (name, b"x"))
             with self.subTest(name):
                 settings = self.service.ini.read_text()
@@ -166,7 +169,8 @@ class Uploads(ServiceTest):
             theirs.write_bytes(b"stays")
             self.service.stop()
             for name in ("module_17.zip", "upload_x1Y2z3", "Unzip_17/a/b", "Update_17,3/Service_17.zip",
-                         "MarviqueService/QVUpdate", "module_17.txt", "Update_me", "mine/Unzip_1/a"):
+                         "Unzip_MarviqueService/QVUpdate", "MarviqueService/QVUpdate",
+                         "module_17.txt", "Update_me", "mine/Unzip_1/a"):
                 (self.cache / name).parent.mkdir(parents=True, exist_ok=True)
                 (self.cache / name).write_bytes(b"x")
             (self.cache / "Unzip_17/link").symlink_to(outside)
@@ -177,6 +181,18 @@ class Uploads(ServiceTest):
                 "MarviqueService", "MarviqueService/QVUpdate", "Unzip_18", "Update_me", "mine",
                 "mine/Unzip_1", "mine/Unzip_1/a", "module_17.txt", "module_18.zip"])
             self.assertEqual(theirs.read_bytes(), b"stays")
+
+    def test_without_the_run_file_only_what_is_a_day_old_is_removed(self):
+        self.service.stop()
+        self.service.path("service.run").unlink()
+        self.service.path("service.run").symlink_to("elsewhere")
+        for name, hours in ("module_1.zip", 25), ("module_2.zip", 23), ("Unzip_1", 25), ("Unzip_2", 0):
+            path = self.cache / name
+            path.touch() if name.endswith(".zip") else path.mkdir()
+            os.utime(path, (time.time() - hours * 3600,) * 2)
+        self.service.start()
+        self.assertIn("cannot be locked", self.service.errors())
+        self.assertEqual(self.tree(self.cache), ["Unzip_2", "module_2.zip"])
 
     def test_updates_that_cannot_begin(self):
         for outer in package(14, "NoUpdater"), package(14, content="no program"):

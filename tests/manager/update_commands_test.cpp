@@ -9,6 +9,7 @@
 #include <thread>
 #include <tuple>
 
+#include "manager/module_files.h"
 #include "manager/unzip.h"
 #include "support/host_double.h"
 
@@ -114,6 +115,45 @@ TEST_F(UpdateCommands, UnpackAPackageWhereNobodyElseGets) {
   EXPECT_EQ(fs::status(folder).permissions(), fs::perms::owner_all);
   fs::current_path("/");
   fs::remove_all(folder);
+}
+
+TEST_F(UpdateCommands, LetModuleFilesGoNowhereThatBelongsToTheService) {
+  const fs::path work = fs::path(GetWorkPath()).parent_path();
+  const std::string below = work.filename().string() + "/";
+  const TempFolder elsewhere;
+  fs::create_directory_symlink(work, elsewhere / "work");
+  fs::create_symlink(work / "service.run", elsewhere / "run");
+  fs::create_symlink(work / "update_keys/a.pem", elsewhere / "key");
+  const Table<std::string, std::string, const char*> cases = {
+      {work, "data", ""},
+      {work, "sub/service.run", ""},
+      {work, "update.state", "belongs to the service"},
+      {work, "Update_Keys/a.pem", "belongs to the service"},
+      {work / "modules", "cache", "belongs to the service"},
+      {work / "modules", "data", ""},
+      {work.parent_path(), below + "data", ""},
+      {work.parent_path(), "data", ""},
+      {work.parent_path(), below + "service.ini", "would go to what belongs"},
+      {work.parent_path(), below + "cache/MarviqueService/QVUpdate", "would go to what belongs"},
+      {work.parent_path(), below + "update_keys/a.pem", "would go to what belongs"},
+      {elsewhere.path(), "work/data", ""},
+      {elsewhere.path(), "work/service.run", "would go to what belongs"},
+      {elsewhere.path(), "run", "would go to what belongs"},
+      {elsewhere.path(), "key", "would go to what belongs"},
+  };
+  for (const auto& [to, name, told] : cases) {
+    const TempFolder unpacked;
+    fs::create_directories(fs::path(unpacked / name).parent_path());
+    Spit(unpacked / name, "x");
+    std::string why;
+    EXPECT_EQ(FitnessOf(unpacked.path(), to + "/", &why),
+              *told == '\0' ? Fitness::Anything : Fitness::Refused)
+        << name;
+    EXPECT_NE(why.find(told), why.npos) << to << " " << name << ": " << why;
+  }
+  std::string why;
+  EXPECT_EQ(FitnessOf(elsewhere / "missing/", work.string() + "/", &why), Fitness::Refused);
+  EXPECT_NE(why.find("cannot be looked at"), why.npos) << why;
 }
 
 /// A program that tells its process number and runs until somebody ends it.
