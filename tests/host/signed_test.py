@@ -191,6 +191,25 @@ class Signed(ServiceTest):
         self.trust()
         self.assertEqual(self.upload(MODULE_FILES, zips.archive(("libevil.so", b"x"))), "")
 
+    def test_the_tool_packs_what_the_service_takes_and_refuses_what_it_refuses(self):
+        self.trust("mine")
+        with tempfile.TemporaryDirectory() as place:
+            place = pathlib.Path(place)
+
+            def make(*words):
+                return subprocess.run([TOP / "tools/make_package", "--key", self.keys / "mine.key",
+                                       *words], cwd=place, capture_output=True, text=True).stderr
+            (place / "files/sub").mkdir(parents=True)
+            (place / "files/sub/libnew.so").write_bytes(b"\x7fELF")
+            self.assertEqual(make("--module-files", "1,0", "files"), "")
+            self.assertEqual(self.upload(MODULE_FILES, (place / "ModuleFiles_1,0.zip").read_bytes()), "")
+            self.assertEqual(self.service.path("sub/libnew.so").read_bytes(), b"\x7fELF")
+            for name in "update_keys/a.pem", "Cert/a", "service.run", ".a", "manifest.sig", "sub/.a":
+                (place / "bad" / name).parent.mkdir(parents=True)
+                (place / "bad" / name).touch()
+                self.assertIn("no package may hold", make("--module-files", "1,0", "bad"))
+                shutil.rmtree(place / "bad")
+
     def content(self):
         """What lies beside the program, but for what the service itself keeps."""
         kept = ("log", "cache", "upload", "cert", "update_keys")

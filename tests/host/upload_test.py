@@ -194,6 +194,22 @@ class Uploads(ServiceTest):
         self.assertIn("cannot be locked", self.service.errors())
         self.assertEqual(self.tree(self.cache), ["Unzip_2", "module_2.zip"])
 
+    def test_a_check_that_is_killed_leaves_nothing_for_good(self):
+        inner = zips.archive(("QVUpdate", UPDATER.encode()), ("zeros", bytes(200 * MIB)),
+                             compression=zips.DEFLATED)
+        self.service.path("Service_.zip").write_bytes(inner)
+        with self.service.connect() as client:
+            text = command("CheckUpdateFile")
+            client.sendall(f"POST /qtp/ HTTP/1.1\r\nHost: 127.0.0.1:{self.service.plain}\r\n"
+                           f"User-Agent: test\r\nContent-Length: {len(text)}\r\n\r\n{text}".encode())
+            wait_until(lambda: any(self.cache.glob("*/QVUpdate")), "it is being unpacked")
+            self.service.process.kill()
+        self.service.process.wait()
+        if (self.cache / "MarviqueService").exists():
+            self.skipTest("it was unpacked before it could be killed")
+        self.service.start()
+        self.assertEqual(self.tree(self.cache), [])
+
     def test_updates_that_cannot_begin(self):
         for outer in package(14, "NoUpdater"), package(14, content="no program"):
             self.assertEqual(self.upload(UPDATE, outer, 14),
