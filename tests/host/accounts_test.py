@@ -7,11 +7,13 @@ import json
 import os
 import signal
 import ssl
+import tempfile
 import unittest
 
 from service import Service, command, wait_until
 
 OWN, OTHER, ROOT = 41001, 41002, 0
+NOBODY = 65534  # has a name on every machine
 PAGE = "https://page.example"
 MANAGER = "https://manager.example"
 REFUSAL = "This service belongs to another user of this machine.\n"
@@ -22,10 +24,11 @@ UPGRADE = {"Upgrade": "websocket", "Connection": "Upgrade", "Sec-WebSocket-Versi
 
 @unittest.skipIf(os.geteuid() != 0, "needs root, who plays the accounts")
 class Accounts(unittest.TestCase):
-    def run_service(self, mode):
+    def run_service(self, mode, groups=None):
         self.service = Service(f"[QV]\nManageOrigins={MANAGER}\n", account=OWN)
         self.addCleanup(self.service.__exit__, None)
         self.service.path("service.ini").write_text(f"[QV]\nServiceMode={mode}\n")
+        self.service.groups = groups
         self.service.start()
 
     def request(self, account, method, path, body=None, headers=None, secure=False,
@@ -119,6 +122,18 @@ class Accounts(unittest.TestCase):
                 self.assertEqual(await set_host(asking, "unlisted"), -2205)
             self.assertEqual(self.host_name(), "listed")
         asyncio.run(run())
+
+    def test_members_of_a_listed_group_manage(self):
+        with tempfile.NamedTemporaryFile("w") as groups:
+            groups.write("root:x:0:\nscanners:x:41500:daemon,nobody\nothers:x:41501:nobodys\n")
+            groups.flush()
+            os.chmod(groups.name, 0o644)
+            self.run_service("user", groups.name)
+            for listed, status in (("@others, @missing", 403), ("@scanners", 200),
+                                   ("@41501", 403), ("@41500", 200)):
+                self.service.set("ManageUsers", listed)
+                self.assertEqual(self.request(NOBODY, "GET", "/health")[0], status, listed)
+                self.assertEqual(self.request(OTHER, "GET", "/health")[0], 403, "has no name")
 
     def test_who_has_left_is_not_taken_for_root(self):
         for mode in "user", "system":
