@@ -73,21 +73,28 @@ const usual = { running: [], "closed ports": ["not-running"], "origin not listed
 const MATRIX = [
   ["chromium", "certificate trusted", { trusted: true }, { ...usual, "secure port alone": [] }],
   ["chromium", "certificate untrusted", {}, { "secure port alone": ["not-running", "certificate"], running: [] }],
-  ["chromium", "permission denied", { permission: "denied" },
+  ["chromium", "permission denied", { permission: "denied", socketOpens: false },
     { running: ["permission"], "closed ports": ["permission"] }],
   ["chromium", "permission not asked yet, no window", { permission: "prompt" }, { running: ["permission"] }],
   ["chromium", "permission being asked", { permission: "prompt", shown: true }, { running: ["permission"] }],
   ["firefox", "certificate trusted", { trusted: true }, { ...usual, "secure port alone": [] }],
   ["firefox", "certificate untrusted", {}, { "secure port alone": ["certificate"], running: [] }],
-  ["firefox", "permission denied", { permission: "denied" },
+  ["firefox", "permission denied", { permission: "denied", socketOpens: true },
     { running: ["permission"], "closed ports": ["permission"] }],
-  ["firefox", "permission being asked", { permission: "prompt" }, { running: [],
+  ["firefox", "permission being asked", { permission: "prompt", socketOpens: true }, { running: [],
     "closed ports": ["not-running", "permission"], "origin not listed": ["permission", "origin-refused"] }],
   ["webkit", "certificate trusted", { trusted: true }, { ...usual, silent: undefined, "secure port alone": [],
     "closed ports": ["not-running", "certificate"], "plain port alone": ["mixed-content"] }],
   ["webkit", "certificate untrusted", {}, { running: ["not-running", "certificate"],
     "closed ports": ["not-running", "certificate"], "plain port alone": ["mixed-content"] }],
 ];
+
+/** Whether a WebSocket opens, whatever the client makes of it. */
+const opens = (_, address) => new Promise((resolve) => {
+  const socket = new WebSocket(address);
+  socket.onopen = () => resolve(true);
+  socket.onclose = socket.onerror = () => resolve(false);
+});
 
 async function withBrowser(engine, state, use) {
   const trusted = [certificates.authority, ...(state.trusted ? [join(service.folder, "cert/server.pem")] : [])];
@@ -111,6 +118,11 @@ for (const [engine, name, state, expected] of MATRIX) {
         assert.deepEqual(told.causes, causes, condition + " " + JSON.stringify(told.asked));
         assert.ok(told.took < 3 * PATIENCE, `${condition} took ${told.took} ms`);
       }
+      if (state.socketOpens === undefined) return;
+      allow(undefined);
+      const isOpen = await browser.run(opens, `ws://127.0.0.1:${service.port}/qtp/`);
+      table.push(`${engine}, ${name}: a WebSocket ${isOpen ? "opens" : "is refused"}`);
+      assert.equal(isOpen, state.socketOpens);
     }));
 }
 
