@@ -39,7 +39,7 @@ BENCHMARK(BareReadsOfGetServerInfo);
 
 void GetServerInfoInProcess(benchmark::State& state) {
   Prepare();
-  void* library = ::dlopen((ProgramsOwnFolder() + "libqtp.so").c_str(), RTLD_NOW);
+  void* library = ::dlopen((ProgramsOwnFolder() + DEFAULT_MODULE).c_str(), RTLD_NOW);
   if (library == nullptr) {
     state.SkipWithError(::dlerror());
     return;

@@ -16,7 +16,7 @@ RunningServer::RunningServer() {
   InitProgramInfo();
   SpitAndAge(GetInitFile(), "[QV]\nLogLevel=1\n");  // as a fresh service, whatever ran before
   std::string why;
-  module_ = host::ModuleLibrary::Load(ProgramsOwnFolder() + "libqtp.so", &why);
+  module_ = host::ModuleLibrary::Load(ProgramsOwnFolder() + DEFAULT_MODULE, &why);
   if (module_ == nullptr || !module_->Start("bench", 1)) throw std::runtime_error(why);
   handler_ = std::make_unique<host::ModuleHandler>(*module_, connections_, services_, [] {});
   echoPort_ = server_.Open(0, false, echo_).port;

@@ -6,6 +6,7 @@
 
 #include "environment/configuration.h"
 #include "environment/paths.h"
+#include "support/machine.h"
 #include "support/testing.h"
 
 namespace {
@@ -72,7 +73,7 @@ TEST_F(StartUp, LivesBesideAnApplicationsBundleAndLogsElsewhereIfItMust) {
 
 TEST(ProgramInformation, KeepsNamesAndFlagsAsTheyAreSet) {
   InitProgramInfo();
-  const std::string work = fs::canonical("/proc/self/exe").parent_path().string() + "/";
+  const std::string work = fs::path(OwnProgram()).parent_path().string() + "/";
   for (const auto& [path, name] :
        Table<std::string, const char*>{{GetLogPath(), "log/"},
                                        {GetCachePath(), "cache/"},

@@ -2,6 +2,7 @@
 #include <dlfcn.h>
 
 #include "marvique/module.h"
+#include "support/machine.h"
 #include "support/testing.h"
 
 namespace {
@@ -21,7 +22,7 @@ class LoadedModule {
   }
 
  public:
-  static std::string File() { return ProgramsOwnFolder() + "../bin/libqtp.so"; }
+  static std::string File() { return ProgramsOwnFolder() + "../bin/" MODULE_FILE; }
 
   decltype(::DoAction)* DoAction = Get<decltype(::DoAction)>("DoAction");
   decltype(::DistributeCommand)* DistributeCommand =
@@ -59,7 +60,7 @@ struct StartedModule : LoadedModule {
   std::string Answer(const std::string& command) const { return Replies(1, command.c_str()).at(0); }
 };
 
-std::string WorkFolder() { return fs::canonical("/proc/self/exe").parent_path().string() + "/"; }
+std::string WorkFolder() { return fs::path(OwnProgram()).parent_path().string() + "/"; }
 
 TEST(Module, TellsWhoItIsStartsAndStops) {
   const LoadedModule module;
@@ -145,11 +146,7 @@ TEST(ModuleThreads, RunCommandsInParallel) {
   for (int thread = 0; thread < 4; ++thread) threads.emplace_back(run, thread);
 }
 
-std::size_t EntriesOf(const char* folder) {
-  return static_cast<std::size_t>(std::distance(fs::directory_iterator(folder), {}));
-}
-
-bool IsMapped() { return Slurp("/proc/self/maps").find("libqtp.so") != std::string::npos; }
+bool IsMapped() { return IsLoaded("/" MODULE_FILE); }
 
 TEST(ModuleUnload, LeavesNoThreadDescriptorMappingOrName) {
   Spit(WorkFolder() + "QVConfiguration.ini", "[QV]\nLogLevel=14\n");
@@ -162,17 +159,17 @@ TEST(ModuleUnload, LeavesNoThreadDescriptorMappingOrName) {
     module.SetImage("/SetEncryptedImageMap?GUID=a", "x", 1);
   };
   use();
-  const std::size_t descriptors = EntriesOf("/proc/self/fd");
-  const std::size_t threads = EntriesOf("/proc/self/task");
-  const std::size_t names = EntriesOf("/dev/shm");
+  const std::size_t descriptors = OpenDescriptors();
+  const std::size_t threads = LiveThreads();
+  const std::size_t names = SemaphoreNames();
   for (int i = 0; i < 200; ++i) use();
   EXPECT_FALSE(IsMapped()) << "something keeps the module in memory";
-  EXPECT_EQ(EntriesOf("/proc/self/fd"), descriptors);
-  for (int i = 0; i < 5000 && EntriesOf("/proc/self/task") != threads; ++i) {
+  EXPECT_EQ(OpenDescriptors(), descriptors);
+  for (int i = 0; i < 5000 && LiveThreads() != threads; ++i) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));  // a joined one may still be listed
   }
-  EXPECT_EQ(EntriesOf("/proc/self/task"), threads);
-  EXPECT_LT(EntriesOf("/dev/shm"), names + 100) << "a name stays a run; others' come and go";
+  EXPECT_EQ(LiveThreads(), threads);
+  EXPECT_LT(SemaphoreNames(), names + 100) << "a name stays a run; others' come and go";
 }
 
 }  // namespace

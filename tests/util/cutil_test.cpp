@@ -4,6 +4,7 @@
 #include <regex>
 
 #include "support/child.h"
+#include "support/machine.h"
 #include "support/testing.h"
 
 namespace {
@@ -185,7 +186,7 @@ TEST_F(CUtilTest, TellsPlaceTimeAndANewName) {
   char path[1025], folder[1024], one[1024], two[1024];
   CUtil::GetModulePath(path);
   CUtil::GetDllPath(folder);
-  const fs::path self = fs::canonical("/proc/self/exe");
+  const fs::path self = OwnProgram();
   EXPECT_EQ(path, self);
   EXPECT_EQ(folder, self.parent_path().string() + "/");
   EXPECT_EQ(CUtil::CreateUUID(one) + CUtil::CreateUUID(two), 64);
