@@ -242,7 +242,12 @@ TEST_F(CrowdedServer, WhileAllWorkThePlacesKeptFreeTellTheHealth) {
     working.back()->Post("wait.\n");
   }
   ASSERT_TRUE(handler_.WaitUntilSoManyWait(kMost));
+  // Those that were ended for others take a moment to go.
+  const auto settle = [this] {
+    EXPECT_TRUE(WaitUntil([this] { return server_.ConnectionCount() <= kMost + 1; }));
+  };
   for (int i = 0; i < 5; ++i) {
+    settle();
     silent.push_back(Connect());
     Client client(port_);
     client.Get("/health?x");
@@ -250,6 +255,7 @@ TEST_F(CrowdedServer, WhileAllWorkThePlacesKeptFreeTellTheHealth) {
     EXPECT_TRUE(client.IsEnded());
   }
   for (const bool isCommand : {false, true}) {
+    settle();
     Client client(port_);
     isCommand ? client.Post("quick.\n") : client.Get("/page");
     EXPECT_EQ(client.Status(), "503");
