@@ -285,7 +285,8 @@ TEST_F(CrowdedServer, OneOriginHasAQuarterOfTheConnections) {
 
 TEST_F(CrowdedServer, AllTextsTogetherHaveOneBudget) {
   // One fits with its reply, and another one before it runs.
-  const std::string large = std::string(kQueues * 2 / 5, 'x') + ".\n";
+  std::string large(kQueues * 2 / 5, 'x');
+  large += ".\n";
   const auto status = [&] {
     Client client(port_);
     client.Post(large);
