@@ -8,6 +8,7 @@
 #include "command/command_table.h"
 #include "command/command_text.h"
 #include "command/json_command.h"
+#include "environment/logging.h"
 #include "os/text.h"
 
 namespace host {
@@ -128,7 +129,10 @@ std::string Door::RefuseUpload(const Caller& caller, Rights rights) const {
   return rights == Rights::Manage ? "" : RefuseManaging(caller, "LoadZipFromBytes");
 }
 
-std::string Door::RefuseManaging(const Caller& caller, const std::string& function) const {
+std::string Door::RefuseManaging(const Caller& caller, std::string_view name) const {
+  // A name may be as long as a text, and say anything.
+  constexpr std::size_t kMostName = 64;
+  const std::string function = ForLog(name.substr(0, kMostName));
   if (caller.most != Rights::Manage) {
     return "Another user of this machine may not run " + function +
            AddItTo("ManageUsers", "the account");

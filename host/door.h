@@ -84,7 +84,7 @@ class Door {
 
  private:
   Rights RightsByOrigin(const Caller& caller) const;
-  std::string RefuseManaging(const Caller& caller, const std::string& function) const;
+  std::string RefuseManaging(const Caller& caller, std::string_view name) const;
   bool IsOwn(const std::string& origin) const;
 
   std::function<OriginLists()> lists_;

@@ -194,7 +194,8 @@ std::string HttpSession::RefuseForRoom(const RequestFacts& facts, const Entry& e
   if (!place_->LetIn(isOurs ? entry.caller.origin.value_or("") : "")) {
     return "The origin " + *entry.caller.origin + " has too many connections open.";
   }
-  const bool isHealth = facts.verb == http::verb::get && PathOf(facts) == kHealthPage;
+  const bool isHealth =
+      facts.verb == http::verb::get && PathOf(facts) == kHealthPage && !IsUpgrade(facts);
   return place_->IsReserved() && !isHealth ? "Too many connections are open." : "";
 }
 

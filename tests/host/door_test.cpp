@@ -38,6 +38,7 @@ class DoorTest : public ::testing::Test {
     const std::string page = refuse({"https://ask.example"}), other = refuse({{}, Rights::Ask});
     EXPECT_EQ(page, refuse({"https://ask.example", Rights::Manage, true})) << "worth nothing there";
     EXPECT_EQ(page.empty(), other.empty()) << text;
+    EXPECT_LT(std::max(page.size(), other.size()), 300u) << "whatever the text has for a name";
     EXPECT_EQ(other.empty() || other.find("ManageUsers") != other.npos, true) << other;
     return !page.empty();
   }
@@ -152,6 +153,8 @@ TEST_F(DoorTest, AskingOriginsDoNotManageWhateverTheFormOfTheCommand) {
   }
   EXPECT_FALSE(Refuses(R"(/LoadZipFromBytes?type=1],"event":"GetPorts","x":[1&)", ""));
   EXPECT_TRUE(Refuses("/CheckUpdateFile?qvver=1&", R"({"method":"Reboot","parameter":["a",]})"));
+  const std::string longName(100'000, '\xFF');
+  EXPECT_TRUE(Refuses("/qtp/", R"({"method":")" + longName + R"("})"));
 }
 
 TEST(Accounts, AreOursWhenTheyAreListed) {

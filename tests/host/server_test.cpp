@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <condition_variable>
+#include <functional>
 #include <mutex>
 #include <thread>
 
@@ -83,8 +84,8 @@ class Client {
     Send("POST /x" + head_ + "Content-Length: " + std::to_string(text.size()) + "\r\n\r\n" +
          text.substr(0, sent));
   }
-  void Upgrade() {
-    Send("GET /" + head_ +
+  void Upgrade(const std::string& path = "/") {
+    Send("GET " + path + head_ +
          "Upgrade: websocket\r\nConnection: Upgrade\r\nSec-WebSocket-Version: 13\r\n"
          "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n\r\n");
   }
@@ -254,10 +255,15 @@ TEST_F(CrowdedServer, WhileAllWorkThePlacesKeptFreeTellTheHealth) {
     EXPECT_EQ(client.Status(), "200");
     EXPECT_TRUE(client.IsEnded());
   }
-  for (const bool isCommand : {false, true}) {
+  const std::function<void(Client&)> others[] = {
+      [](Client& client) { client.Get("/page"); },
+      [](Client& client) { client.Post("quick.\n"); },
+      [](Client& client) { client.Upgrade("/health"); },
+  };
+  for (const auto& ask : others) {
     settle();
     Client client(port_);
-    isCommand ? client.Post("quick.\n") : client.Get("/page");
+    ask(client);
     EXPECT_EQ(client.Status(), "503");
   }
   handler_.LetGo();
