@@ -48,11 +48,11 @@ int AddStartFolder(posix_spawn_file_actions_t* actions, const char* folder);
 bool FillRandom(void* target, std::size_t size);
 /// Makes a file's written bytes reach the disk. Returns 0 or an errno.
 int FlushToDisk(int descriptor);
+/// The same of all that there is of a file or a folder: its mode, the names in it.
+int FlushWhollyToDisk(int descriptor);
 /// A path by which this process can open once more, from its beginning, what is open for reading as
 /// a descriptor, also a file that has no name any more.
 std::string PathOfDescriptor(int descriptor);
-/// The same of all that there is of a file or a folder: its mode, the names in it.
-int FlushWhollyToDisk(int descriptor);
 /// How many characters the name of a semaphore has at most.
 std::size_t LongestSemaphoreName();
 /// The modification time in a file's status, and the time of its last change of any kind.
